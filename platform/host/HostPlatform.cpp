@@ -1,0 +1,118 @@
+// Host side of the platform seam: a sandbox root folder stands in for "/".
+#include <android-base/logging.h>
+#include <android/log.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "platform/Platform.h"
+
+namespace zelkor::tessel::platform {
+namespace {
+
+std::string& RootStorage() {
+    static std::string root = [] {
+        const char* env = getenv("TESSEL_ROOT");
+        std::string dir;
+        char resolved[PATH_MAX];
+        if (env != nullptr && *env != '\0' && realpath(env, resolved) != nullptr) dir = resolved;
+        return dir;
+    }();
+    return root;
+}
+
+int LogLevelFromEnv() {
+    const char* env = getenv("TESSEL_LOG_LEVEL");
+    switch (env != nullptr ? env[0] : 'd') {
+        case 'v': return ANDROID_LOG_VERBOSE;
+        case 'i': return ANDROID_LOG_INFO;
+        case 'w': return ANDROID_LOG_WARN;
+        case 'e': return ANDROID_LOG_ERROR;
+        default: return ANDROID_LOG_DEBUG;
+    }
+}
+
+// Lexically resolves "." and ".." so that no device path can leave the root:
+// as under chroot, ".." at the top stays at the top.
+std::string NormalizeAbsolute(std::string_view path) {
+    std::vector<std::string_view> parts;
+    size_t pos = 0;
+    while (pos <= path.size()) {
+        size_t next = path.find('/', pos);
+        if (next == std::string_view::npos) next = path.size();
+        std::string_view part = path.substr(pos, next - pos);
+        if (part == "..") {
+            if (!parts.empty()) parts.pop_back();
+        } else if (!part.empty() && part != ".") {
+            parts.push_back(part);
+        }
+        pos = next + 1;
+    }
+    std::string out;
+    for (std::string_view part : parts) {
+        out += '/';
+        out += part;
+    }
+    if (out.empty() || (!path.empty() && path.back() == '/')) out += '/';
+    return out;
+}
+
+}  // namespace
+
+bool InitPlatform(int* argc, char** argv) {
+    __android_log_set_logger(__android_log_stderr_logger);
+    __android_log_set_minimum_priority(LogLevelFromEnv());
+
+    std::string root;
+    int out = 1;
+    for (int i = 1; i < *argc; ++i) {
+        const char* arg = argv[i];
+        if (strcmp(arg, "--root") == 0 && i + 1 < *argc) {
+            root = argv[++i];
+        } else if (strncmp(arg, "--root=", 7) == 0) {
+            root = arg + 7;
+        } else {
+            argv[out++] = argv[i];
+        }
+    }
+    *argc = out;
+    argv[out] = nullptr;
+
+    if (!root.empty()) {
+        if (!SetRoot(root)) {
+            fprintf(stderr, "%s: --root %s: not a folder\n", argv[0], root.c_str());
+            return false;
+        }
+    } else if (Root().empty()) {
+        fprintf(stderr, "%s: no host root: pass --root DIR or set TESSEL_ROOT\n", argv[0]);
+        return false;
+    }
+    return true;
+}
+
+const std::string& Root() { return RootStorage(); }
+
+bool SetRoot(const std::string& dir) {
+    char resolved[PATH_MAX];
+    struct stat st;
+    if (realpath(dir.c_str(), resolved) == nullptr || stat(resolved, &st) != 0 ||
+        !S_ISDIR(st.st_mode)) {
+        return false;
+    }
+    RootStorage() = resolved;
+    return true;
+}
+
+std::string DevicePath(std::string_view device_path) {
+    const std::string& root = Root();
+    CHECK(!root.empty()) << "no host root: pass --root DIR or set TESSEL_ROOT";
+    std::string normalized = NormalizeAbsolute(device_path);
+    if (root == "/") return normalized;
+    return root + normalized;
+}
+
+}  // namespace zelkor::tessel::platform
