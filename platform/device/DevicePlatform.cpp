@@ -3,15 +3,21 @@
 
 namespace zelkor::tessel::platform {
 
-bool InitPlatform(int*, char**) { return true; }
+bool InitPlatform(int*, char**) {
+    return true;
+}
 
 const std::string& Root() {
     static const std::string root = "/";
     return root;
 }
 
-bool SetRoot(const std::string&) { return false; }
+bool SetRoot(const std::string&) {
+    return false;
+}
 
-std::string DevicePath(std::string_view device_path) { return std::string(device_path); }
+std::string DevicePath(std::string_view device_path) {
+    return std::string(device_path);
+}
 
 }  // namespace zelkor::tessel::platform

@@ -28,11 +28,16 @@ std::string& RootStorage() {
 int LogLevelFromEnv() {
     const char* env = getenv("TESSEL_LOG_LEVEL");
     switch (env != nullptr ? env[0] : 'd') {
-        case 'v': return ANDROID_LOG_VERBOSE;
-        case 'i': return ANDROID_LOG_INFO;
-        case 'w': return ANDROID_LOG_WARN;
-        case 'e': return ANDROID_LOG_ERROR;
-        default: return ANDROID_LOG_DEBUG;
+        case 'v':
+            return ANDROID_LOG_VERBOSE;
+        case 'i':
+            return ANDROID_LOG_INFO;
+        case 'w':
+            return ANDROID_LOG_WARN;
+        case 'e':
+            return ANDROID_LOG_ERROR;
+        default:
+            return ANDROID_LOG_DEBUG;
     }
 }
 
@@ -94,7 +99,9 @@ bool InitPlatform(int* argc, char** argv) {
     return true;
 }
 
-const std::string& Root() { return RootStorage(); }
+const std::string& Root() {
+    return RootStorage();
+}
 
 bool SetRoot(const std::string& dir) {
     char resolved[PATH_MAX];

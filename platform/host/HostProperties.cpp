@@ -52,7 +52,9 @@ bool IsLegalPropertyName(const std::string& name) {
     return true;
 }
 
-bool IsReadOnly(const std::string& key) { return key.compare(0, 3, "ro.") == 0; }
+bool IsReadOnly(const std::string& key) {
+    return key.compare(0, 3, "ro.") == 0;
+}
 
 // Creates the store folder (and the root's "/dev") when missing.
 std::string StoreDir() {
@@ -95,8 +97,8 @@ bool WaitUntil(const std::function<bool()>& done, std::chrono::milliseconds time
     while (!done()) {
         int wait_ms = -1;
         if (!forever) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
-                                                                              Clock::now());
+            auto left =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
             if (left.count() <= 0) return false;
             wait_ms = static_cast<int>(std::min<long long>(left.count() + 1, INT32_MAX));
         }
@@ -120,9 +122,12 @@ std::string GetProperty(const std::string& key, const std::string& default_value
 
 bool GetBoolProperty(const std::string& key, bool default_value) {
     switch (android::base::ParseBool(GetProperty(key, ""))) {
-        case android::base::ParseBoolResult::kTrue: return true;
-        case android::base::ParseBoolResult::kFalse: return false;
-        default: return default_value;
+        case android::base::ParseBoolResult::kTrue:
+            return true;
+        case android::base::ParseBoolResult::kFalse:
+            return false;
+        default:
+            return default_value;
     }
 }
 

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "framework/Object.h"
+
+namespace zelkor::tessel {
+
+class HalvexHandler;
+class HalvexRunnable;
+
+// One unit of work on a looper. Records are pooled: obtain() takes one from the
+// process-wide pool and recycle() gives it back with its payload destroyed.
+class HalvexMessage : public Object {
+  public:
+    // Flags bit that routes a message to its looper's priority queue.
+    static constexpr short FLAG_PRIORITY = 4;
+    static constexpr short FLAG_DEFAULT = 1;
+
+    static HalvexMessage* obtain(int what) { return obtain(what, nullptr, FLAG_DEFAULT); }
+    static HalvexMessage* obtain(int what, Object* obj, short flags);
+    static void recycle(HalvexMessage* msg);
+
+    ~HalvexMessage() override;
+
+    int what = 0;
+    int64_t when = 0;  // uptime ms; 0 is "now", ahead of everything queued
+    // Free for senders; the loop never reads them.
+    int32_t arg1 = 0;
+    int64_t arg2 = 0;
+    int64_t arg3 = 0;
+    std::string name = "Undef";
+    Object* obj = nullptr;                  // owned payload
+    HalvexRunnable* runnable = nullptr;     // owned job of a posted message
+    std::shared_ptr<Object> sharedPayload;  // shared with the sender
+    short flags = FLAG_DEFAULT;
+    HalvexHandler* target = nullptr;  // not owned
+
+  private:
+    friend class HalvexMessageQueue;
+    friend class HalvexMessageManager;
+
+    HalvexMessage() = default;
+
+    // Intrusive links: a record is in at most one queue or in the pool, so the
+    // lists need no nodes of their own and moving a record allocates nothing.
+    HalvexMessage* mPrev = nullptr;
+    HalvexMessage* mNext = nullptr;
+};
+
+// The process-wide pool of idle message records. It has no bound and never
+// frees a record while the process runs.
+class HalvexMessageManager {
+  public:
+    static HalvexMessageManager& getInstance();
+
+    HalvexMessage* obtain();
+    void recycle(HalvexMessage* msg);
+    size_t idleCount();
+
+  private:
+    HalvexMessageManager() = default;
+
+    std::mutex* mLock = new std::mutex;
+    // First-in first-out: records are reused in the order they came back.
+    HalvexMessage* mHead = nullptr;
+    HalvexMessage* mTail = nullptr;
+    size_t mCount = 0;
+};
+
+}  // namespace zelkor::tessel

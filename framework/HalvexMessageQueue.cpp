@@ -1,0 +1,171 @@
+#include "framework/HalvexMessageQueue.h"
+
+#include "utils/TimeUtil.h"
+
+namespace zelkor::tessel {
+namespace {
+
+class MutexLock {
+  public:
+    explicit MutexLock(pthread_mutex_t* mutex) : mMutex(mutex) { pthread_mutex_lock(mMutex); }
+    ~MutexLock() { pthread_mutex_unlock(mMutex); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+  private:
+    pthread_mutex_t* mMutex;
+};
+
+int64_t UptimeMs() {
+    return static_cast<int64_t>(TimeUtil::getUptimeMillis());
+}
+
+}  // namespace
+
+HalvexMessageQueue::HalvexMessageQueue() {
+    pthread_mutex_init(&mMutex, nullptr);
+    // Due times are uptime, so timed waits must run on the monotonic clock.
+    pthread_condattr_t attr;
+    pthread_condattr_init(&attr);
+    pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
+    pthread_cond_init(&mCond, &attr);
+    pthread_condattr_destroy(&attr);
+}
+
+HalvexMessageQueue::~HalvexMessageQueue() {
+    clear();
+    pthread_cond_destroy(&mCond);
+    pthread_mutex_destroy(&mMutex);
+}
+
+void HalvexMessageQueue::insertBefore(HalvexMessage* pos, HalvexMessage* msg) {
+    msg->mNext = pos;
+    msg->mPrev = pos != nullptr ? pos->mPrev : mTail;
+    (msg->mPrev != nullptr ? msg->mPrev->mNext : mHead) = msg;
+    (pos != nullptr ? pos->mPrev : mTail) = msg;
+    mCount.fetch_add(1, std::memory_order_relaxed);
+}
+
+void HalvexMessageQueue::unlink(HalvexMessage* msg) {
+    (msg->mPrev != nullptr ? msg->mPrev->mNext : mHead) = msg->mNext;
+    (msg->mNext != nullptr ? msg->mNext->mPrev : mTail) = msg->mPrev;
+    msg->mPrev = msg->mNext = nullptr;
+    mCount.fetch_sub(1, std::memory_order_relaxed);
+}
+
+bool HalvexMessageQueue::contains(HalvexMessage* msg) const {
+    for (HalvexMessage* it = mHead; it != nullptr; it = it->mNext) {
+        if (it == msg) return true;
+    }
+    return false;
+}
+
+void HalvexMessageQueue::offer(HalvexMessage* msg) {
+    if (msg == nullptr) return;
+    {
+        MutexLock lock(&mMutex);
+        if (mQuit) {
+            // Dropped: the record is not returned to the pool, but its memory
+            // and payload are released rather than leaked.
+            delete msg;
+            return;
+        }
+        if (msg->when == 0 || msg->when < mNextWakeTime) {
+            insertBefore(mHead, msg);
+            if (msg->when != 0) mNextWakeTime = msg->when;
+        } else {
+            HalvexMessage* pos = mHead;
+            while (pos != nullptr && pos->when <= msg->when) pos = pos->mNext;
+            insertBefore(pos, msg);
+        }
+    }
+    pthread_cond_broadcast(&mCond);
+}
+
+HalvexMessage* HalvexMessageQueue::take(bool ignoreTime) {
+    MutexLock lock(&mMutex);
+    for (;;) {
+        if (mQuit) return nullptr;
+        if (mInterrupted) {
+            mInterrupted = false;
+            return nullptr;
+        }
+        if (mHead == nullptr) {
+            mNextWakeTime = -1;
+            if (mNonBlock) return nullptr;
+            if (pthread_cond_wait(&mCond, &mMutex) != 0 || mHead == nullptr) return nullptr;
+            continue;
+        }
+        if (ignoreTime) break;
+        if (mNextWakeTime > 0 && mHead->when != 0) {
+            timespec deadline = TimeUtil::ms2ts(mNextWakeTime);
+            pthread_cond_timedwait(&mCond, &mMutex, &deadline);
+            if (mHead == nullptr || mQuit || mInterrupted) continue;
+        }
+        if (UptimeMs() >= mHead->when) break;
+        mNextWakeTime = mHead->when;
+        // A non-blocking queue never sleeps, not even until a due time, so a
+        // looper asked to quit is never held back by a delayed message.
+        if (mNonBlock) return nullptr;
+    }
+    HalvexMessage* msg = mHead;
+    unlink(msg);
+    mNextWakeTime = -1;
+    return msg;
+}
+
+void HalvexMessageQueue::setNonBlockWhenTake(bool nonBlock) {
+    {
+        MutexLock lock(&mMutex);
+        mNonBlock = nonBlock;
+    }
+    if (nonBlock) pthread_cond_broadcast(&mCond);
+}
+
+void HalvexMessageQueue::interruptTake() {
+    {
+        MutexLock lock(&mMutex);
+        mInterrupted = true;
+    }
+    pthread_cond_broadcast(&mCond);
+}
+
+void HalvexMessageQueue::quit() {
+    {
+        MutexLock lock(&mMutex);
+        mQuit = true;
+    }
+    clear();
+}
+
+void HalvexMessageQueue::removeMessage(HalvexMessage* msg, bool keep) {
+    MutexLock lock(&mMutex);
+    if (mQuit || msg == nullptr || !contains(msg)) return;
+    unlink(msg);
+    if (!keep) delete msg;
+}
+
+bool HalvexMessageQueue::hasMessages(int what) {
+    MutexLock lock(&mMutex);
+    if (mQuit) return false;
+    for (HalvexMessage* it = mHead; it != nullptr; it = it->mNext) {
+        if (it->what == what) return true;
+    }
+    return false;
+}
+
+bool HalvexMessageQueue::hasMessage(HalvexMessage* msg) {
+    MutexLock lock(&mMutex);
+    return !mQuit && contains(msg);
+}
+
+void HalvexMessageQueue::clear() {
+    pthread_cond_broadcast(&mCond);
+    MutexLock lock(&mMutex);
+    while (HalvexMessage* msg = mHead) {
+        unlink(msg);
+        delete msg;
+    }
+}
+
+}  // namespace zelkor::tessel

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "framework/HalvexMessage.h"
+
+namespace zelkor::tessel {
+
+// Time-ordered blocking queue drained by one looper thread. Any thread may
+// offer, remove or ask. Times are uptime milliseconds.
+class HalvexMessageQueue {
+  public:
+    HalvexMessageQueue();
+    ~HalvexMessageQueue();
+    HalvexMessageQueue(const HalvexMessageQueue&) = delete;
+    HalvexMessageQueue& operator=(const HalvexMessageQueue&) = delete;
+
+    // Takes ownership. A message with when 0 goes ahead of everything queued,
+    // other immediate messages included: immediate messages run last-in
+    // first-out. Equal due times keep arrival order.
+    void offer(HalvexMessage* msg);
+
+    HalvexMessage* take() { return take(false); }
+    // Removes and returns the head once it is due (at once with ignoreTime).
+    // Null when woken with nothing to return: quit, non-blocking mode, clear(),
+    // interruptTake() or a wake-up that found the queue empty.
+    HalvexMessage* take(bool ignoreTime);
+
+    // When set, take() never sleeps; setting it wakes every sleeping taker.
+    void setNonBlockWhenTake(bool nonBlock);
+    // Wakes the taker once, so that it can look at another queue.
+    void interruptTake();
+    // Stops the queue for good: offers are dropped and it reports empty.
+    void quit();
+
+    // Unlinks msg if queued; destroys it too unless keep is true.
+    void removeMessage(HalvexMessage* msg, bool keep);
+    bool hasMessages(int what);
+    bool hasMessage(HalvexMessage* msg);
+    size_t size() const { return mCount.load(std::memory_order_relaxed); }
+    bool empty() const { return size() == 0; }
+    // Wakes all takers, then destroys every queued message.
+    void clear();
+    void dump() {}
+
+  private:
+    void insertBefore(HalvexMessage* pos, HalvexMessage* msg);  // pos null: append
+    void unlink(HalvexMessage* msg);
+    bool contains(HalvexMessage* msg) const;
+
+    pthread_mutex_t mMutex;
+    pthread_cond_t mCond;
+    HalvexMessage* mHead = nullptr;
+    HalvexMessage* mTail = nullptr;
+    std::atomic<size_t> mCount{0};
+    bool mQuit = false;
+    bool mNonBlock = false;
+    bool mInterrupted = false;
+    // Due time the taker sleeps until, or -1 when no timed wait is in progress.
+    int64_t mNextWakeTime = -1;
+};
+
+}  // namespace zelkor::tessel

@@ -1,0 +1,187 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include "LogCapture.h"
+#include "TestSupport.h"
+#include "framework/HalvexHandler.h"
+#include "framework/HalvexHandlerThread.h"
+#include "framework/Thread.h"
+
+namespace zelkor::tessel {
+namespace {
+
+using testing::Latch;
+using testing::LogCapture;
+using testing::Recorder;
+
+class LooperTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        mThread.reset(HalvexHandlerThread::create("looper-test"));
+        mHandler = std::make_unique<HalvexHandler>(mThread->getLooper());
+    }
+    void TearDown() override {
+        mThread.reset();
+        mHandler.reset();
+    }
+
+    // Occupies the looper until the returned latch is opened.
+    std::shared_ptr<Latch> block() {
+        auto gate = std::make_shared<Latch>();
+        auto entered = std::make_shared<Latch>();
+        mHandler->post([gate, entered] {
+            entered->open();
+            gate->wait();
+        });
+        EXPECT_TRUE(entered->wait());
+        return gate;
+    }
+
+    // Waits until everything sent so far has run. Immediate messages run
+    // newest first, so the marker is a due-now delayed job, which queues
+    // behind all of them.
+    void sync() {
+        Latch done;
+        mHandler->postDelayed([&done] { done.open(); }, 0);
+        ASSERT_TRUE(done.wait());
+    }
+
+    std::unique_ptr<HalvexHandlerThread> mThread;
+    std::unique_ptr<HalvexHandler> mHandler;
+};
+
+TEST_F(LooperTest, JobsRunOnTheNamedThread) {
+    std::string name;
+    long tid = 0;
+    mHandler->post([&] {
+        char buf[16] = {};
+        pthread_getname_np(pthread_self(), buf, sizeof(buf));
+        name = buf;
+        tid = Thread::currentThreadId();
+    });
+    sync();
+    EXPECT_EQ(name, "looper-test");
+    EXPECT_NE(tid, Thread::currentThreadId());
+}
+
+TEST_F(LooperTest, QuitDropsPendingJobsButSafeQuitRunsThemAll) {
+    Recorder ran;
+    auto gate = block();
+    for (int i = 0; i < 10; ++i) mHandler->post([&ran, i] { ran.add(i); });
+    mHandler->postDelayed([&ran] { ran.add(100); }, 60 * 60 * 1000);
+    mThread->quit();
+    gate->open();
+    mThread.reset();  // joins
+    EXPECT_TRUE(ran.values().empty());
+
+    SetUp();
+    gate = block();
+    for (int i = 0; i < 10; ++i) mHandler->post([&ran, i] { ran.add(i); });
+    mHandler->postDelayed([&ran] { ran.add(100); }, 60 * 60 * 1000);
+    EXPECT_TRUE(mThread->quitSafely());
+    EXPECT_FALSE(mThread->quitSafely()) << "a second request is refused";
+    gate->open();
+    mThread.reset();
+    // Immediate jobs run newest first; the delayed one runs before its time.
+    EXPECT_EQ(ran.values(), (std::vector<int>{9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 100}));
+}
+
+TEST_F(LooperTest, PriorityMessageOvertakesOlderMessages) {
+    Recorder order;
+    HalvexHandler handler(mThread->getLooper(), [&](HalvexMessage* msg) { order.add(msg->what); });
+    auto gate = block();
+    handler.sendMessage(HalvexMessage::obtain(1));
+    handler.sendMessage(HalvexMessage::obtain(2));
+    handler.sendMessage(HalvexMessage::obtain(3, nullptr, HalvexMessage::FLAG_PRIORITY));
+    gate->open();
+    sync();
+    EXPECT_EQ(order.values(), (std::vector<int>{3, 2, 1}));
+}
+
+TEST_F(LooperTest, PriorityMessageWakesALoopWaitingOnADelayedOne) {
+    Latch got;
+    HalvexHandler handler(mThread->getLooper(), [&](HalvexMessage*) { got.open(); });
+    sync();
+    mHandler->postDelayed([] {}, 60 * 60 * 1000);
+    handler.sendMessage(HalvexMessage::obtain(1, nullptr, HalvexMessage::FLAG_PRIORITY));
+    EXPECT_TRUE(got.wait());
+}
+
+TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
+    Recorder order;
+    HalvexMessage* removed = mHandler->postDelayed([&] { order.add(99); }, 20);
+    mHandler->postDelayed([&] { order.add(2); }, 40);
+    mHandler->postDelayed([&] { order.add(1); }, 10);
+    EXPECT_TRUE(mHandler->hasMessage(removed));
+    mHandler->removeMessage(removed, false);
+    EXPECT_FALSE(mHandler->hasMessage(removed));
+    Latch done;
+    mHandler->postDelayed([&] { done.open(); }, 60);
+    ASSERT_TRUE(done.wait());
+    EXPECT_EQ(order.values(), (std::vector<int>{1, 2}));
+}
+
+TEST_F(LooperTest, CallbackGetsPlainMessagesOnly) {
+    Recorder seen;
+    HalvexHandler handler(mThread->getLooper(), [&](HalvexMessage* msg) { seen.add(msg->what); });
+    handler.sendMessage(HalvexMessage::obtain(7));
+    handler.post([] {});
+    sync();
+    EXPECT_EQ(seen.values(), std::vector<int>{7});
+}
+
+TEST_F(LooperTest, QuittingLooperDropsWhatItIsSent) {
+    std::atomic<int> ran{0};
+    auto gate = block();
+    EXPECT_TRUE(mThread->quitSafely());
+    // Sent while the looper is still alive but quitting: dropped, never run.
+    mHandler->post([&] { ++ran; });
+    gate->open();
+    mThread.reset();
+    EXPECT_EQ(ran.load(), 0);
+}
+
+TEST(HandlerTest, HandlerWithoutLooperWarnsAndDrops) {
+    LogCapture log;
+    HalvexHandler handler(nullptr);
+    int ran = 0;
+    handler.post([&] { ++ran; });
+    EXPECT_EQ(ran, 0);
+    EXPECT_TRUE(log.contains("Halvex-Handler", "[_enqueueMessage] Looper is null!"));
+}
+
+TEST(LooperLifecycleTest, SecondPrepareKeepsTheFirstLooper) {
+    LogCapture log;
+    std::thread t([] {
+        EXPECT_EQ(HalvexLooper::myLooper(), nullptr);
+        HalvexLooper::prepare();
+        HalvexLooper* first = HalvexLooper::myLooper();
+        HalvexLooper::prepare();
+        EXPECT_EQ(HalvexLooper::myLooper(), first);
+        HalvexLooper::exit();
+        EXPECT_EQ(HalvexLooper::myLooper(), nullptr);
+    });
+    t.join();
+    EXPECT_EQ(log.count("Halvex-HalvexLooper", "[prepare] HalvexLooper::prepare has been called."),
+              1);
+    EXPECT_EQ(log.count("Halvex-HalvexLooper", "[myLooper] Call HalvexLooper::prepare first pls."),
+              2);
+}
+
+TEST(LooperLifecycleTest, GetLooperAfterExitIsNull) {
+    LogCapture log;
+    std::unique_ptr<HalvexHandlerThread> thread(HalvexHandlerThread::create("exits"));
+    ASSERT_NE(thread->getLooper(), nullptr);
+    thread->quit();
+    // Exit is observable through the log line the thread writes last.
+    while (!thread->hasExited()) std::this_thread::yield();
+    EXPECT_EQ(thread->getLooper(), nullptr);
+    EXPECT_TRUE(log.contains("Halvex-HandlerThread", "[getLooper] getLooper() thread had exit."));
+    EXPECT_FALSE(thread->quitSafely());
+}
+
+}  // namespace
+}  // namespace zelkor::tessel

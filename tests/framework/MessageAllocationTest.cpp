@@ -1,0 +1,81 @@
+// A steady flow of posted jobs must not allocate once the pools are warm. This
+// binary counts every global allocation to prove it.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "TestSupport.h"
+#include "framework/HalvexHandler.h"
+#include "framework/HalvexHandlerThread.h"
+
+namespace {
+std::atomic<bool> gCounting{false};
+std::atomic<long> gAllocations{0};
+}  // namespace
+
+void* operator new(size_t size) {
+    if (gCounting.load(std::memory_order_relaxed)) gAllocations.fetch_add(1);
+    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, size_t) noexcept {
+    std::free(p);
+}
+
+namespace zelkor::tessel {
+namespace {
+
+constexpr int kBatch = 64;
+
+// Posts one batch of small jobs, of the kinds modules post, and waits until
+// all of them ran.
+void PostBatch(HalvexHandler& handler, const std::shared_ptr<HalvexHandler>& shared,
+               std::atomic<int>& ran) {
+    testing::Latch done;
+    for (int i = 0; i < kBatch; ++i) {
+        if (i % 2 == 0) {
+            handler.post([&ran] { ran.fetch_add(1); });
+        } else {
+            handler.postDelayed([shared, &ran, i] { ran.fetch_add(i % 2); }, 0);
+        }
+    }
+    // Due now, so it queues behind every immediate job of the batch.
+    handler.postDelayed([&done] { done.open(); }, 0);
+    ASSERT_TRUE(done.wait());
+}
+
+TEST(MessageAllocationTest, SteadyPostingAllocatesNothingAfterWarmUp) {
+    std::unique_ptr<HalvexHandlerThread> thread(HalvexHandlerThread::create("alloc-test"));
+    HalvexHandler handler(thread->getLooper());
+    auto shared = std::make_shared<HalvexHandler>(thread->getLooper());
+    std::atomic<int> ran{0};
+
+    for (int i = 0; i < 10; ++i) PostBatch(handler, shared, ran);
+    const int warm = ran.load();
+
+    gCounting = true;
+    for (int i = 0; i < 200; ++i) PostBatch(handler, shared, ran);
+    gCounting = false;
+
+    EXPECT_EQ(ran.load() - warm, 200 * kBatch);
+    EXPECT_EQ(gAllocations.load(), 0);
+}
+
+TEST(MessageAllocationTest, CounterSeesAllocations) {
+    // Guards the test above against a counter that never counts.
+    gAllocations = 0;
+    gCounting = true;
+    auto p = std::make_unique<std::array<char, 64>>();
+    gCounting = false;
+    EXPECT_EQ(gAllocations.load(), 1);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel

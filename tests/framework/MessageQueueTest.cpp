@@ -1,0 +1,210 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "framework/HalvexMessageQueue.h"
+#include "framework/HalvexRunnable.h"
+#include "utils/TimeUtil.h"
+
+namespace zelkor::tessel {
+namespace {
+
+// A payload that reports its own destruction.
+class Tracked : public Object {
+  public:
+    explicit Tracked(bool* destroyed) : mDestroyed(destroyed) {}
+    ~Tracked() override { *mDestroyed = true; }
+
+  private:
+    bool* mDestroyed;
+};
+
+int64_t Now() {
+    return static_cast<int64_t>(TimeUtil::getUptimeMillis());
+}
+
+HalvexMessage* Timed(int what, int64_t when) {
+    HalvexMessage* msg = HalvexMessage::obtain(what);
+    msg->when = when;
+    return msg;
+}
+
+int TakeWhat(HalvexMessageQueue& queue, bool ignoreTime = false) {
+    HalvexMessage* msg = queue.take(ignoreTime);
+    if (msg == nullptr) return -100;
+    int what = msg->what;
+    HalvexMessage::recycle(msg);
+    return what;
+}
+
+TEST(MessageQueueTest, ImmediateMessagesRunLastInFirstOutAheadOfDueOnes) {
+    HalvexMessageQueue queue;
+    const int64_t past = Now() - 1000;
+    queue.offer(Timed(10, past));
+    queue.offer(HalvexMessage::obtain(1));
+    queue.offer(HalvexMessage::obtain(2));
+    queue.offer(HalvexMessage::obtain(3));
+    EXPECT_EQ(queue.size(), 4u);
+    EXPECT_EQ(TakeWhat(queue), 3);
+    EXPECT_EQ(TakeWhat(queue), 2);
+    EXPECT_EQ(TakeWhat(queue), 1);
+    EXPECT_EQ(TakeWhat(queue), 10);
+    EXPECT_TRUE(queue.empty());
+}
+
+TEST(MessageQueueTest, TimedMessagesRunByDueTimeThenArrival) {
+    HalvexMessageQueue queue;
+    const int64_t base = Now() - 1000;
+    queue.offer(Timed(1, base + 30));
+    queue.offer(Timed(2, base + 10));
+    queue.offer(Timed(3, base + 30));
+    queue.offer(Timed(4, base + 20));
+    queue.offer(Timed(5, base + 10));
+    for (int expected : {2, 5, 4, 1, 3}) EXPECT_EQ(TakeWhat(queue), expected);
+}
+
+TEST(MessageQueueTest, FutureMessageWaitsForItsTimeUnlessTimeIsIgnored) {
+    HalvexMessageQueue queue;
+    queue.offer(Timed(7, Now() + 60 * 1000));
+    queue.setNonBlockWhenTake(true);
+    // Not due: a non-blocking take comes back empty-handed, the message stays.
+    EXPECT_EQ(queue.take(), nullptr);
+    EXPECT_EQ(queue.size(), 1u);
+    EXPECT_EQ(TakeWhat(queue, /*ignoreTime=*/true), 7);
+}
+
+TEST(MessageQueueTest, SleepingTakerWakesForAnEarlierMessageAndAtDueTime) {
+    HalvexMessageQueue queue;
+    queue.offer(Timed(1, Now() + 60 * 1000));
+    const int64_t start = Now();
+    std::thread producer([&] {
+        // Lands while the taker sleeps until the far due time.
+        queue.offer(Timed(2, Now() + 50));
+    });
+    EXPECT_EQ(TakeWhat(queue), 2);
+    EXPECT_GE(Now() - start, 50);
+    producer.join();
+    EXPECT_EQ(queue.size(), 1u);
+}
+
+TEST(MessageQueueTest, NonBlockingModeReleasesABlockedTaker) {
+    HalvexMessageQueue queue;
+    HalvexMessage* got = reinterpret_cast<HalvexMessage*>(1);
+    std::thread taker([&] { got = queue.take(); });
+    queue.setNonBlockWhenTake(true);
+    taker.join();
+    EXPECT_EQ(got, nullptr);
+}
+
+TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangers) {
+    HalvexMessageQueue queue;
+    bool keptDestroyed = false, droppedDestroyed = false, strangerDestroyed = false;
+    HalvexMessage* kept = HalvexMessage::obtain(1, new Tracked(&keptDestroyed), 1);
+    HalvexMessage* dropped = HalvexMessage::obtain(2, new Tracked(&droppedDestroyed), 1);
+    HalvexMessage* stranger = HalvexMessage::obtain(3, new Tracked(&strangerDestroyed), 1);
+    queue.offer(kept);
+    queue.offer(dropped);
+    EXPECT_TRUE(queue.hasMessages(1));
+    EXPECT_TRUE(queue.hasMessage(dropped));
+    EXPECT_FALSE(queue.hasMessage(stranger));
+
+    queue.removeMessage(kept, /*keep=*/true);
+    EXPECT_FALSE(keptDestroyed);
+    EXPECT_FALSE(queue.hasMessages(1));
+    queue.removeMessage(dropped, /*keep=*/false);
+    EXPECT_TRUE(droppedDestroyed);
+    queue.removeMessage(stranger, false);
+    EXPECT_FALSE(strangerDestroyed);
+    EXPECT_TRUE(queue.empty());
+
+    HalvexMessage::recycle(kept);
+    EXPECT_TRUE(keptDestroyed);
+    HalvexMessage::recycle(stranger);
+}
+
+TEST(MessageQueueTest, ClearAndQuitDestroyEverythingQueued) {
+    bool a = false, b = false, late = false;
+    HalvexMessageQueue queue;
+    queue.offer(HalvexMessage::obtain(1, new Tracked(&a), 1));
+    queue.offer(Timed(2, Now() + 100000));
+    queue.clear();
+    EXPECT_TRUE(a);
+    EXPECT_TRUE(queue.empty());
+
+    queue.offer(HalvexMessage::obtain(1, new Tracked(&b), 1));
+    queue.quit();
+    EXPECT_TRUE(b);
+    queue.offer(HalvexMessage::obtain(3, new Tracked(&late), 1));
+    EXPECT_TRUE(late) << "a stopped queue drops what it is offered";
+    EXPECT_EQ(queue.take(true), nullptr);
+    EXPECT_FALSE(queue.hasMessages(3));
+}
+
+TEST(MessagePoolTest, RecycledRecordComesBackClean) {
+    bool payloadDestroyed = false;
+    int ran = 0;
+    HalvexMessage* msg = HalvexMessage::obtain(5, new Tracked(&payloadDestroyed), 4);
+    msg->name = "a label longer than the small string buffer";
+    msg->arg1 = 1;
+    msg->arg2 = 2;
+    msg->arg3 = 3;
+    msg->when = 99;
+    msg->runnable = new HalvexRunnable([&ran] { ++ran; });
+    auto shared = std::make_shared<Object>();
+    msg->sharedPayload = shared;
+    HalvexMessage::recycle(msg);
+    EXPECT_TRUE(payloadDestroyed);
+    EXPECT_EQ(ran, 0) << "recycling must not run the job";
+    EXPECT_EQ(msg->sharedPayload, shared) << "a payload the sender still holds stays";
+
+    // Records are reused first-in first-out, so drain the pool down to ours.
+    HalvexMessage* again = nullptr;
+    std::vector<HalvexMessage*> others;
+    while ((again = HalvexMessage::obtain(8, nullptr, 2)) != msg) others.push_back(again);
+    for (HalvexMessage* other : others) HalvexMessage::recycle(other);
+    EXPECT_EQ(again->what, 8);
+    EXPECT_EQ(again->flags, 2);
+    EXPECT_EQ(again->name, "Undef");
+    EXPECT_EQ(again->when, 0);
+    EXPECT_EQ(again->arg1, 0);
+    EXPECT_EQ(again->arg2, 0);
+    EXPECT_EQ(again->arg3, 0);
+    EXPECT_EQ(again->obj, nullptr);
+    EXPECT_EQ(again->runnable, nullptr);
+    again->sharedPayload.reset();
+    HalvexMessage::recycle(again);
+}
+
+TEST(RunnableTest, RunsOnceThenIsSpent) {
+    int ran = 0;
+    Object* seen = nullptr;
+    Object arg;
+    HalvexRunnable runnable([&](Object* o) {
+        ++ran;
+        seen = o;
+    });
+    runnable.run(&arg);
+    runnable.run(&arg);
+    EXPECT_EQ(ran, 1);
+    EXPECT_EQ(seen, &arg);
+}
+
+TEST(RunnableTest, LargeCaptureStillRunsAndIsFreed) {
+    auto token = std::make_shared<int>(42);
+    std::array<char, 200> big{};
+    big[199] = 'x';
+    int result = 0;
+    {
+        HalvexRunnable runnable([token, big, &result] { result = *token + big[199]; });
+        EXPECT_EQ(token.use_count(), 2);
+        runnable.run(nullptr);
+        EXPECT_EQ(token.use_count(), 1) << "a spent job releases its captures";
+    }
+    EXPECT_EQ(result, 42 + 'x');
+}
+
+}  // namespace
+}  // namespace zelkor::tessel

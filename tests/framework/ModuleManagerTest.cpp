@@ -1,0 +1,245 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <android-base/file.h>
+
+#include "LogCapture.h"
+#include "TestSupport.h"
+#include "framework/HalvexHandlerThread.h"
+#include "framework/ModuleManager.h"
+
+namespace zelkor::tessel {
+namespace {
+
+std::string CurrentThreadName() {
+    char buf[16] = {};
+    pthread_getname_np(pthread_self(), buf, sizeof(buf));
+    return buf;
+}
+
+// What the test modules saw, in order, from whichever thread.
+struct Events {
+    std::mutex lock;
+    std::condition_variable changed;
+    std::vector<std::string> inits;            // "name@thread"
+    std::map<std::string, std::string> posts;  // name -> thread of OnAllModulesLoaded
+    std::map<std::string, int> created;
+    bool refuserAccepts = false;
+
+    void init(const std::string& name) {
+        std::lock_guard<std::mutex> l(lock);
+        inits.push_back(name + "@" + CurrentThreadName());
+    }
+    void posted(const std::string& name) {
+        {
+            std::lock_guard<std::mutex> l(lock);
+            posts[name] = CurrentThreadName();
+        }
+        changed.notify_all();
+    }
+    bool waitPosts(size_t count) {
+        std::unique_lock<std::mutex> l(lock);
+        return changed.wait_for(l, std::chrono::seconds(10), [&] { return posts.size() >= count; });
+    }
+};
+
+Events& events() {
+    static Events e;
+    return e;
+}
+
+template <const char* kName, bool kAccepts>
+class TestModule : public ModuleBase {
+  public:
+    TestModule() {
+        std::lock_guard<std::mutex> l(events().lock);
+        ++events().created[kName];
+    }
+    bool OnInit() override {
+        events().init(getName());
+        return kAccepts || events().refuserAccepts;
+    }
+    void OnAllModulesLoaded() override { events().posted(getName()); }
+    void dump(int fd, const char** args, uint32_t nargs) override {
+        std::string text = "state of " + getName() + " args";
+        for (uint32_t i = 0; i < nargs; ++i) text += std::string(" ") + args[i];
+        android::base::WriteStringToFd(text, fd);
+    }
+};
+
+template <typename M>
+struct TestRegister {
+    TestRegister(const char* registrar, const char* name, uint32_t priority) {
+        RegisterModule(registrar, name, priority, &createInstance);
+    }
+    static ModuleBase* createInstance() { return new (std::nothrow) M(); }
+};
+
+constexpr char kAlpha[] = "Alpha";
+constexpr char kBeta[] = "Beta";
+constexpr char kGamma[] = "Gamma";
+constexpr char kRefuser[] = "Refuser";
+using Alpha = TestModule<kAlpha, true>;
+using Beta = TestModule<kBeta, true>;
+using Gamma = TestModule<kGamma, true>;
+using Refuser = TestModule<kRefuser, false>;
+
+TestRegister<Alpha> sAlpha("AlphaRegister", kAlpha, 0);
+TestRegister<Beta> sBeta("BetaRegister", kBeta, 5);
+TestRegister<Gamma> sGamma("GammaRegister", kGamma, 1);
+TestRegister<Refuser> sRefuser("RefuserRegister", kRefuser, 2);
+// Same name again, other priority: must not replace the first entry.
+TestRegister<Gamma> sGammaAgain("GammaAgainRegister", kAlpha, 9);
+
+// Waits until every job queued on the manager's thread so far has run.
+// Immediate jobs run newest first, so the marker is a due-now delayed job.
+void DrainManager() {
+    for (int round = 0; round < 2; ++round) {
+        testing::Latch done;
+        ModuleManager::GetManagerHandler()->postDelayed([&done] { done.open(); }, 0);
+        ASSERT_TRUE(done.wait());
+    }
+}
+
+std::string Dump(std::vector<const char*> args, bool manager = false) {
+    int fd = memfd_create("dump", MFD_CLOEXEC);
+    EXPECT_GE(fd, 0);
+    if (manager) {
+        ModuleManager::_dump(fd, args.data(), args.size());
+    } else {
+        ModuleManager::dump(fd, args.data(), args.size());
+    }
+    std::string out;
+    lseek(fd, 0, SEEK_SET);
+    android::base::ReadFdToString(fd, &out);
+    close(fd);
+    return out;
+}
+
+const char kStatusAllRunningButRefuser[] =
+        "Current Modules:\n-------------------------\nName \t\t Status\n"
+        "Alpha\t\tRunning\nBeta\t\tRunning\nGamma\t\tRunning\nRefuser\t\tStopped\n";
+
+// Loads all test modules and waits until the run and its clean-up are over.
+void LoadAll(bool alreadyPosted = false) {
+    if (!alreadyPosted) ModuleManager::loadModules();
+    ASSERT_TRUE(events().waitPosts(3));
+    DrainManager();
+}
+
+TEST(ModuleManagerTest, LoadRunFollowsPriorityAndThreads) {
+    testing::LogCapture log;
+    // Hold the manager's thread, so the load run cannot start early.
+    testing::Latch gate, entered;
+    ModuleManager::GetManagerHandler()->post([&] {
+        entered.open();
+        gate.wait();
+    });
+    ASSERT_TRUE(entered.wait());
+    ModuleManager::loadModules();
+    EXPECT_TRUE(events().inits.empty()) << "loadModules only posts the run";
+    gate.open();
+    LoadAll(/*alreadyPosted=*/true);
+
+    EXPECT_EQ(events().inits,
+              (std::vector<std::string>{"Beta@ModuleManager", "Refuser@ModuleManager",
+                                        "Gamma@ModuleManager", "Alpha@ModuleManager"}));
+    EXPECT_EQ(events().posts, (std::map<std::string, std::string>{
+                                      {"Alpha", "Alpha"}, {"Beta", "Beta"}, {"Gamma", "Gamma"}}));
+    EXPECT_TRUE(log.contains("Halvex-ModuleManager", "[_loadModules] Loaded 3 modules"));
+    EXPECT_TRUE(log.contains("Halvex-ModuleManager",
+                             "[_loadModules] Module \"Refuser\" ignored because OnInit returned "
+                             "false"));
+    EXPECT_EQ(Dump({"ModuleManager", "dump"}), kStatusAllRunningButRefuser);
+    EXPECT_EQ(GetModuleList().at("Refuser").instance, nullptr);
+    EXPECT_EQ(GetModuleList().at("Alpha").priority, 0u) << "the first registration stays";
+}
+
+TEST(ModuleManagerTest, DuplicateRegistrationIsLoggedAndIgnored) {
+    testing::LogCapture log;
+    const int before = events().created["Gamma"];
+    RegisterModule("BetaCloneRegister", "Beta", 7, &TestRegister<Gamma>::createInstance);
+    EXPECT_TRUE(log.contains("Halvex-ModuleRegister",
+                             "[BetaCloneRegister] Can not register module! Module name MUST BE "
+                             "UNIQUE!"));
+    EXPECT_EQ(GetModuleList().at("Beta").priority, 5u);
+    EXPECT_EQ(events().created["Gamma"], before + 1) << "the clone was still allocated";
+}
+
+TEST(ModuleManagerTest, RefusedModuleReloadsWithAFreshInstance) {
+    LoadAll();
+    const int created = events().created["Refuser"];
+
+    // Refusing again still counts as a successful load command.
+    EXPECT_EQ(Dump({"ModuleManager", "load", "Refuser"}), "Load module Refuser succeed!\n");
+    EXPECT_EQ(events().created["Refuser"], created + 1);
+    DrainManager();
+    EXPECT_EQ(Dump({"Refuser"}), "Module Refuser is not running\n");
+
+    events().refuserAccepts = true;
+    EXPECT_EQ(Dump({"ModuleManager", "load", "Refuser"}), "Load module Refuser succeed!\n");
+    ASSERT_TRUE(events().waitPosts(4));
+    EXPECT_EQ(events().posts["Refuser"], "Refuser");
+    EXPECT_EQ(Dump({"ModuleManager", "load", "Refuser"}),
+              "Load module Refuser failed! See Logcat for details.\n");
+}
+
+TEST(ModuleManagerTest, DumpCommands) {
+    LoadAll();
+    const std::string sep = "\n-------------------------------------\n";
+    EXPECT_EQ(Dump({"Nope"}), "Module Nope not found!!\n");
+    EXPECT_EQ(Dump({"Refuser"}), "Module Refuser is not running\n");
+    EXPECT_EQ(Dump({"Beta", "x"}), "Dumping module Beta: \nstate of Beta args Beta x" + sep);
+    EXPECT_EQ(Dump({}), "Dumping module Alpha: \nstate of Alpha args" + sep +
+                                "Dumping module Beta: \nstate of Beta args" + sep +
+                                "Dumping module Gamma: \nstate of Gamma args" + sep);
+    EXPECT_EQ(Dump({"-a"}), "Dumping module Alpha: \nstate of Alpha args -a" + sep +
+                                    "Dumping module Beta: \nstate of Beta args -a" + sep +
+                                    "Dumping module Gamma: \nstate of Gamma args -a" + sep);
+    EXPECT_EQ(Dump({"modulemanager", "dump"}), kStatusAllRunningButRefuser);
+    const std::string help =
+            "Halvex ModuleManager:\nload <module name> \t\t Load a module that is not running\n"
+            "dump \t\t Get Current Modules Status.\n";
+    EXPECT_EQ(Dump({"ModuleManager"}), help);
+    EXPECT_EQ(Dump({"ModuleManager", "load"}), help);
+    EXPECT_EQ(Dump({"ModuleManager", "unload", "Beta"}), help);
+    EXPECT_EQ(Dump({"ModuleManager", "load", "Nope"}),
+              "Load module Nope failed! See Logcat for details.\n");
+}
+
+TEST(ModuleManagerTest, RemovedModuleStopsItsThreadAndCanComeBack) {
+    testing::LogCapture log;
+    LoadAll();
+    HalvexHandlerThread* thread = GetModuleList().at("Gamma").instance->getModuleThread();
+    ASSERT_NE(thread, nullptr);
+
+    // A safe removal lets work already queued on the module's thread finish.
+    std::atomic<int> ran{0};
+    HalvexHandler handler(thread->getLooper());
+    handler.postDelayed([&ran] { ++ran; }, 60 * 60 * 1000);
+    removeModule("Gamma", true);
+    removeModule("Nope", false);
+    DrainManager();
+    EXPECT_EQ(ran.load(), 1);
+    EXPECT_EQ(GetModuleList().at("Gamma").instance, nullptr);
+    EXPECT_TRUE(GetModuleList().at("Gamma").stopped);
+    EXPECT_TRUE(log.contains("Halvex-ModuleBase", "[~ModuleBase] Bye~ Gamma"));
+    EXPECT_TRUE(log.contains("Halvex-ModuleManager", "[operator()] module Nope not found!!!"));
+
+    events().posts.erase("Gamma");
+    EXPECT_TRUE(ModuleManager::loadModule("Gamma"));
+    ASSERT_TRUE(events().waitPosts(3));
+    EXPECT_EQ(Dump({"Gamma"}).substr(0, 22), "Dumping module Gamma: ");
+}
+
+}  // namespace
+}  // namespace zelkor::tessel

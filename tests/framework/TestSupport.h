@@ -1,0 +1,51 @@
+// Helpers for message-loop tests: waiting on a condition instead of sleeping.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+namespace zelkor::tessel::testing {
+
+// A one-shot gate: jobs block on wait() until the test opens it.
+class Latch {
+  public:
+    void open() {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mOpen = true;
+        }
+        mCond.notify_all();
+    }
+    // False when the time limit passes first (a generous one: it only guards
+    // against a hang, it never paces the test).
+    bool wait(std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        return mCond.wait_for(lock, limit, [this] { return mOpen; });
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mCond;
+    bool mOpen = false;
+};
+
+// Records the order in which jobs ran, from any thread.
+class Recorder {
+  public:
+    void add(int value) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mValues.push_back(value);
+    }
+    std::vector<int> values() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mValues;
+    }
+
+  private:
+    std::mutex mMutex;
+    std::vector<int> mValues;
+};
+
+}  // namespace zelkor::tessel::testing
