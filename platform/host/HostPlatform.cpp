@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -69,6 +70,8 @@ std::string NormalizeAbsolute(std::string_view path) {
 }  // namespace
 
 bool InitPlatform(int* argc, char** argv) {
+    // The base library's LOG() writes through liblog's logger too, so this
+    // one call sends every line of the process to stderr in one format.
     __android_log_set_logger(__android_log_stderr_logger);
     __android_log_set_minimum_priority(LogLevelFromEnv());
 

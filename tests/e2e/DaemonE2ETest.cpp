@@ -1,0 +1,82 @@
+// Drives the real tesseld and tesselctl binaries on temporary roots.
+#include <gtest/gtest.h>
+
+#include "Subprocess.h"
+#include "TempRoot.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+class DaemonE2ETest : public ::testing::Test {
+  protected:
+    std::string out(const std::string& name) const { return mRoot.path() + "/" + name; }
+    std::string ctl(std::vector<std::string> args, int* status = nullptr) {
+        args.insert(args.begin(), {"tesselctl", "--root", mRoot.path()});
+        std::string stdoutText;
+        int rc = RunTool(args, out("ctl"), &stdoutText);
+        if (status != nullptr) *status = rc;
+        return stdoutText;
+    }
+    TempRoot mRoot;
+};
+
+TEST_F(DaemonE2ETest, PropertiesCrossProcesses) {
+    int status = -1;
+    ctl({"setprop", "vendor.blackbox.boot_index", "17"}, &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(ctl({"getprop", "vendor.blackbox.boot_index"}), "17\n");
+    EXPECT_EQ(ctl({"getprop", "vendor.unset", "fallback"}), "fallback\n");
+    ctl({"setprop", "bad..name", "1"}, &status);
+    EXPECT_EQ(status, 1);
+    ctl({"waitprop", "vendor.never", "--timeout", "30"}, &status);
+    EXPECT_EQ(status, 1);
+}
+
+TEST_F(DaemonE2ETest, WaiterInAnotherProcessWakesOnSet) {
+    Subprocess creation({"tesselctl", "--root", mRoot.path(), "waitprop", "vendor.camera.ready"},
+                        out("wait1"));
+    Subprocess value({"tesselctl", "--root", mRoot.path(), "waitprop", "vendor.camera.state", "on"},
+                     out("wait2"));
+    ASSERT_TRUE(creation.started());
+    ASSERT_TRUE(value.started());
+    int status = -1;
+    ctl({"setprop", "vendor.camera.state", "off"}, &status);
+    ASSERT_EQ(status, 0);
+    ctl({"setprop", "vendor.camera.ready", "1"}, &status);
+    ASSERT_EQ(status, 0);
+    EXPECT_EQ(creation.wait(), 0);
+    EXPECT_TRUE(value.running()) << "waits for the value, not just the property";
+    ctl({"setprop", "vendor.camera.state", "on"}, &status);
+    EXPECT_EQ(value.wait(), 0);
+}
+
+TEST_F(DaemonE2ETest, DaemonStartsModulesAndParks) {
+    Subprocess daemon({"tesseld", "--root", mRoot.path()}, out("tesseld"));
+    ASSERT_TRUE(daemon.started());
+    ASSERT_TRUE(WaitFor([&] {
+        return daemon.err().find("[_loadModules] Loaded") != std::string::npos;
+    })) << daemon.err();
+    const std::string log = daemon.err();
+    size_t starting = log.find("Tessel is starting...");
+    size_t started = log.find("Tessel is started!");
+    ASSERT_NE(starting, std::string::npos);
+    ASSERT_NE(started, std::string::npos);
+    EXPECT_LT(starting, started);
+    EXPECT_NE(log.find("[run] ModuleManager("), std::string::npos);
+    EXPECT_TRUE(daemon.running()) << "the daemon parks instead of returning";
+    daemon.signal(SIGTERM);
+    EXPECT_EQ(daemon.wait(), 128 + SIGTERM);
+}
+
+TEST_F(DaemonE2ETest, RefusesToRunWithoutARoot) {
+    unsetenv("TESSEL_ROOT");
+    Subprocess missing({"tesseld", "--root", mRoot.path() + "/missing"}, out("bad"));
+    EXPECT_EQ(missing.wait(), 2);
+    EXPECT_NE(missing.err().find("not a folder"), std::string::npos);
+    Subprocess none({"tesseld"}, out("none"));
+    EXPECT_EQ(none.wait(), 2);
+    EXPECT_NE(none.err().find("no host root"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

@@ -1,0 +1,115 @@
+// Starts the project's real binaries for end-to-end tests and waits on them
+// by condition, with a limit that only guards against a hang.
+#pragma once
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zelkor::tessel::testing {
+
+inline std::string BinPath(const std::string& name) {
+    return std::string(TESSEL_BIN_DIR) + "/" + name;
+}
+
+inline std::string ReadWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+// Re-checks `done` every few milliseconds until it holds or `limit` passes.
+inline bool WaitFor(const std::function<bool()>& done,
+                    std::chrono::milliseconds limit = std::chrono::seconds(20)) {
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+class Subprocess {
+  public:
+    // Runs BinPath(args[0]) with the rest as arguments; stdout and stderr go
+    // to files named after `outputPrefix`.
+    Subprocess(std::vector<std::string> args, const std::string& outputPrefix)
+        : mOut(outputPrefix + ".out"), mErr(outputPrefix + ".err") {
+        std::vector<char*> argv;
+        std::string path = BinPath(args[0]);
+        for (auto& a : args) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 1, mOut.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0644);
+        posix_spawn_file_actions_addopen(&actions, 2, mErr.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0644);
+        if (posix_spawn(&mPid, path.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
+            mPid = -1;
+        }
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    ~Subprocess() {
+        if (running()) {
+            kill(mPid, SIGKILL);
+            waitpid(mPid, nullptr, 0);
+        }
+    }
+    Subprocess(const Subprocess&) = delete;
+    Subprocess& operator=(const Subprocess&) = delete;
+
+    bool started() const { return mPid > 0; }
+    bool running() const { return mPid > 0 && !mExited; }
+
+    // Exit status once the process ended, or -1 when it is still running at
+    // the limit (it is then left running).
+    int wait(std::chrono::milliseconds limit = std::chrono::seconds(20)) {
+        if (mPid <= 0) return -1;
+        WaitFor([this] { return reap(); }, limit);
+        return mExited ? mStatus : -1;
+    }
+    void signal(int sig) {
+        if (running()) kill(mPid, sig);
+    }
+
+    std::string out() const { return ReadWholeFile(mOut); }
+    std::string err() const { return ReadWholeFile(mErr); }
+
+  private:
+    bool reap() {
+        if (mExited) return true;
+        int status = 0;
+        if (waitpid(mPid, &status, WNOHANG) != mPid) return false;
+        mExited = true;
+        mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return true;
+    }
+
+    std::string mOut, mErr;
+    pid_t mPid = -1;
+    bool mExited = false;
+    int mStatus = -1;
+};
+
+// Runs a tool to completion; returns its exit status and stdout.
+inline int RunTool(std::vector<std::string> args, const std::string& outputPrefix,
+                   std::string* out = nullptr) {
+    Subprocess p(std::move(args), outputPrefix);
+    int status = p.wait();
+    if (out != nullptr) *out = p.out();
+    return status;
+}
+
+}  // namespace zelkor::tessel::testing

@@ -1,0 +1,111 @@
+#include "platform/Properties.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "TempRoot.h"
+#include "platform/Platform.h"
+
+namespace zelkor::tessel::platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+class PropertiesTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(SetRoot(mRoot.path())); }
+    testing::TempRoot mRoot;
+};
+
+TEST_F(PropertiesTest, SetThenGetWithDefaults) {
+    EXPECT_EQ(GetProperty("vendor.test.unset", "dflt"), "dflt");
+    ASSERT_TRUE(SetProperty("vendor.minidump.is.valid", "1"));
+    EXPECT_EQ(GetProperty("vendor.minidump.is.valid", ""), "1");
+    ASSERT_TRUE(SetProperty("vendor.minidump.is.valid", "0"));
+    EXPECT_EQ(GetProperty("vendor.minidump.is.valid", ""), "0");
+    // An empty value reads as unset, as on a device.
+    ASSERT_TRUE(SetProperty("vendor.test.empty", ""));
+    EXPECT_EQ(GetProperty("vendor.test.empty", "dflt"), "dflt");
+}
+
+TEST_F(PropertiesTest, BoolValues) {
+    for (const char* yes : {"1", "y", "yes", "on", "true"}) {
+        ASSERT_TRUE(SetProperty("persist.test.flag", yes));
+        EXPECT_TRUE(GetBoolProperty("persist.test.flag", false)) << yes;
+    }
+    for (const char* no : {"0", "n", "no", "off", "false"}) {
+        ASSERT_TRUE(SetProperty("persist.test.flag", no));
+        EXPECT_FALSE(GetBoolProperty("persist.test.flag", true)) << no;
+    }
+    ASSERT_TRUE(SetProperty("persist.test.flag", "maybe"));
+    EXPECT_TRUE(GetBoolProperty("persist.test.flag", true));
+    EXPECT_FALSE(GetBoolProperty("persist.test.flag", false));
+}
+
+TEST_F(PropertiesTest, RejectsWhatADeviceRejects) {
+    for (const char* bad : {"", ".a", "a.", "a..b", "a/b", "../etc/passwd", "a b", "a\nb"}) {
+        EXPECT_FALSE(SetProperty(bad, "1")) << bad;
+        EXPECT_EQ(GetProperty(bad, "none"), "none") << bad;
+    }
+    EXPECT_TRUE(SetProperty("vendor.test.long", std::string(91, 'x')));
+    EXPECT_FALSE(SetProperty("vendor.test.long", std::string(92, 'y')));
+    EXPECT_EQ(GetProperty("vendor.test.long", ""), std::string(91, 'x'));
+
+    // Read-only properties are set once, and may be long.
+    EXPECT_TRUE(SetProperty("ro.build.version.incremental", std::string(200, 'v')));
+    EXPECT_FALSE(SetProperty("ro.build.version.incremental", "other"));
+    EXPECT_EQ(GetProperty("ro.build.version.incremental", ""), std::string(200, 'v'));
+}
+
+TEST_F(PropertiesTest, WaitersWakeOnSetAndTimeOutOtherwise) {
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(WaitForPropertyCreation("vendor.test.never", 50ms));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);
+
+    std::atomic<bool> created{false}, valued{false};
+    std::thread creationWaiter([&] { created = WaitForPropertyCreation("vendor.cam.ready"); });
+    std::thread valueWaiter([&] { valued = WaitForProperty("vendor.cam.state", "up", 60s); });
+    ASSERT_TRUE(SetProperty("vendor.cam.ready", "1"));
+    ASSERT_TRUE(SetProperty("vendor.cam.state", "down"));
+    ASSERT_TRUE(SetProperty("vendor.cam.state", "up"));
+    creationWaiter.join();
+    valueWaiter.join();
+    EXPECT_TRUE(created);
+    EXPECT_TRUE(valued);
+}
+
+TEST_F(PropertiesTest, ReadersNeverSeeATornValue) {
+    const std::string a(91, 'a'), b(91, 'b');
+    ASSERT_TRUE(SetProperty("vendor.test.torn", a));
+    std::atomic<bool> stop{false};
+    std::thread writer([&] {
+        for (int i = 0; !stop; ++i) SetProperty("vendor.test.torn", i % 2 ? a : b);
+    });
+    int bad = 0;
+    for (int i = 0; i < 3000; ++i) {
+        std::string value = GetProperty("vendor.test.torn", "");
+        if (value != a && value != b) ++bad;
+    }
+    stop = true;
+    writer.join();
+    EXPECT_EQ(bad, 0);
+}
+
+TEST(DevicePathTest, MapsUnderTheRootAndNeverLeavesIt) {
+    testing::TempRoot root;
+    ASSERT_TRUE(SetRoot(root.path()));
+    const std::string& r = Root();
+    EXPECT_EQ(DevicePath("/dev/block/by-name/blackbox"), r + "/dev/block/by-name/blackbox");
+    EXPECT_EQ(DevicePath("/data/vendor/diag/"), r + "/data/vendor/diag/");
+    EXPECT_EQ(DevicePath("/data/../../../etc/passwd"), r + "/etc/passwd");
+    EXPECT_EQ(DevicePath("/a/./b//c/.."), r + "/a/b");
+    EXPECT_EQ(DevicePath("relative/x"), r + "/relative/x");
+    EXPECT_EQ(DevicePath("/"), r + "/");
+    EXPECT_FALSE(SetRoot(root.path() + "/missing"));
+    EXPECT_EQ(Root(), r) << "a failed SetRoot keeps the old root";
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::platform

@@ -1,0 +1,83 @@
+// tesselctl: the command-line client of a Tessel daemon's root.
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/Platform.h"
+#include "platform/Properties.h"
+
+namespace platform = zelkor::tessel::platform;
+
+namespace {
+
+int Usage(const char* self) {
+    fprintf(stderr,
+            "usage: %s --root DIR COMMAND [ARGS]\n"
+            "  getprop KEY [DEFAULT]      print a property (DEFAULT or empty when unset)\n"
+            "  setprop KEY VALUE          set a property\n"
+            "  waitprop KEY [VALUE] [--timeout MS]\n"
+            "                             wait until KEY exists (or equals VALUE)\n",
+            self);
+    return 2;
+}
+
+// Parses a non-negative millisecond count; false on anything else.
+bool ParseMs(const char* text, std::chrono::milliseconds* out) {
+    char* end = nullptr;
+    errno = 0;
+    long long value = strtoll(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || value < 0) return false;
+    *out = std::chrono::milliseconds(value);
+    return true;
+}
+
+int WaitProp(const char* self, int argc, char** argv) {
+    std::string key, value;
+    bool hasValue = false;
+    auto timeout = std::chrono::milliseconds::max();
+    for (int i = 0; i < argc; ++i) {
+        if (strcmp(argv[i], "--timeout") == 0) {
+            if (i + 1 >= argc || !ParseMs(argv[++i], &timeout)) return Usage(self);
+        } else if (key.empty()) {
+            key = argv[i];
+        } else if (!hasValue) {
+            value = argv[i];
+            hasValue = true;
+        } else {
+            return Usage(self);
+        }
+    }
+    if (key.empty()) return Usage(self);
+    bool ok = hasValue ? platform::WaitForProperty(key, value, timeout)
+                       : platform::WaitForPropertyCreation(key, timeout);
+    if (!ok) {
+        fprintf(stderr, "waitprop: timed out waiting for %s\n", key.c_str());
+        return 1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (!platform::InitPlatform(&argc, argv)) return 2;
+    if (argc < 2) return Usage(argv[0]);
+    const std::string command = argv[1];
+
+    if (command == "getprop" && (argc == 3 || argc == 4)) {
+        printf("%s\n", platform::GetProperty(argv[2], argc == 4 ? argv[3] : "").c_str());
+        return 0;
+    }
+    if (command == "setprop" && argc == 4) {
+        if (!platform::SetProperty(argv[2], argv[3])) {
+            fprintf(stderr, "setprop: failed to set property '%s' to '%s'\n", argv[2], argv[3]);
+            return 1;
+        }
+        return 0;
+    }
+    if (command == "waitprop") return WaitProp(argv[0], argc - 2, argv + 2);
+    return Usage(argv[0]);
+}
