@@ -21,8 +21,11 @@ struct LogLine {
 class LogCapture {
   public:
     explicit LogCapture(int minPriority = ANDROID_LOG_VERBOSE) {
-        std::lock_guard<std::mutex> lock(mutex());
-        lines().clear();
+        {
+            std::lock_guard<std::mutex> lock(mutex());
+            lines().clear();
+        }
+        // Not under our lock: liblog holds its own lock while calling write().
         __android_log_set_logger(&LogCapture::write);
         __android_log_set_minimum_priority(minPriority);
     }

@@ -124,6 +124,29 @@ TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
     EXPECT_EQ(order.values(), (std::vector<int>{1, 2}));
 }
 
+TEST_F(LooperTest, DueNowJobQueuesBehindEverythingSentBefore) {
+    for (int round = 0; round < 200; ++round) {
+        std::atomic<int> ran{0};
+        int seenByMarker = -1;
+        Latch done;
+        for (int i = 0; i < 64; ++i) {
+            if (i % 2) {
+                mHandler->postDelayed([&ran] { ++ran; }, 0);
+            } else {
+                mHandler->post([&ran] { ++ran; });
+            }
+        }
+        mHandler->postDelayed(
+                [&] {
+                    seenByMarker = ran.load();
+                    done.open();
+                },
+                0);
+        ASSERT_TRUE(done.wait());
+        ASSERT_EQ(seenByMarker, 64) << "round " << round;
+    }
+}
+
 TEST_F(LooperTest, CallbackGetsPlainMessagesOnly) {
     Recorder seen;
     HalvexHandler handler(mThread->getLooper(), [&](HalvexMessage* msg) { seen.add(msg->what); });

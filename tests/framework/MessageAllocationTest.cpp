@@ -37,9 +37,9 @@ constexpr int kBatch = 64;
 // Posts one batch of small jobs, of the kinds modules post, and waits until
 // all of them ran.
 void PostBatch(HalvexHandler& handler, const std::shared_ptr<HalvexHandler>& shared,
-               std::atomic<int>& ran) {
+               std::atomic<int>& ran, int count = kBatch) {
     testing::Latch done;
-    for (int i = 0; i < kBatch; ++i) {
+    for (int i = 0; i < count; ++i) {
         if (i % 2 == 0) {
             handler.post([&ran] { ran.fetch_add(1); });
         } else {
@@ -57,7 +57,13 @@ TEST(MessageAllocationTest, SteadyPostingAllocatesNothingAfterWarmUp) {
     auto shared = std::make_shared<HalvexHandler>(thread->getLooper());
     std::atomic<int> ran{0};
 
-    for (int i = 0; i < 10; ++i) PostBatch(handler, shared, ran);
+    // Warm-up with the looper held, so that every record of a double batch is
+    // in flight at once and the pools end up holding at least that many.
+    testing::Latch gate;
+    handler.post([&gate] { gate.wait(); });
+    for (int i = 0; i < 2 * kBatch; ++i) handler.postDelayed([&ran] { ran.fetch_add(1); }, 0);
+    gate.open();
+    PostBatch(handler, shared, ran);
     const int warm = ran.load();
 
     gCounting = true;

@@ -53,8 +53,9 @@ struct Events {
 };
 
 Events& events() {
-    static Events e;
-    return e;
+    // Module threads outlive static destruction at exit.
+    static auto* e = new Events;
+    return *e;
 }
 
 template <const char* kName, bool kAccepts>

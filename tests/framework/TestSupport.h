@@ -11,11 +11,11 @@ namespace zelkor::tessel::testing {
 // A one-shot gate: jobs block on wait() until the test opens it.
 class Latch {
   public:
+    // Notifies under the lock: the waiter may destroy the latch as soon as
+    // it can take the lock again.
     void open() {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mOpen = true;
-        }
+        std::lock_guard<std::mutex> lock(mMutex);
+        mOpen = true;
         mCond.notify_all();
     }
     // False when the time limit passes first (a generous one: it only guards

@@ -1,0 +1,135 @@
+#!/usr/bin/env python3
+"""Prints Halvex side by side with the baseline from Google Benchmark JSON.
+
+Runs are paired by name: "<workload>/halvex" against "<workload>/baseline"
+(a trailing "/real_time" is ignored). With repetitions, the median aggregate
+is used; otherwise the single run.
+"""
+import json
+import sys
+
+IMPLS = ("halvex", "baseline")
+
+# counter -> (unit heading, higher is better, formatter)
+METRICS = {
+    "items_per_second": ("msgs/s", True, lambda v: si(v)),
+    "median_us": ("us", False, lambda v: f"{v:.1f}"),
+    "p99_us": ("us", False, lambda v: f"{v:.1f}"),
+    "allocs_per_msg": ("allocs/msg", False, lambda v: f"{v:.3f}"),
+}
+
+# The rows of the table, in order: workload, label, counter. Workloads not
+# listed here still get a row for every counter they report.
+ROWS = [
+    ("throughput/producers:1", "throughput, 1 producer", "items_per_second"),
+    ("throughput/producers:4", "throughput, 4 producers", "items_per_second"),
+    ("throughput/producers:1/shared_core", "throughput, 1 producer, one shared core",
+     "items_per_second"),
+    ("latency", "post-to-run latency, median", "median_us"),
+    ("latency", "post-to-run latency, p99", "p99_us"),
+    ("latency/shared_core", "post-to-run latency, median, one shared core", "median_us"),
+    ("latency/shared_core", "post-to-run latency, p99, one shared core", "p99_us"),
+    ("allocations", "allocations after warm-up", "allocs_per_msg"),
+]
+
+
+def si(value):
+    for factor, suffix in ((1e9, "G"), (1e6, "M"), (1e3, "k")):
+        if value >= factor:
+            return f"{value / factor:.2f}{suffix}"
+    return f"{value:.0f}"
+
+
+def split_name(run_name):
+    """("throughput/producers:1", "halvex") from "throughput/producers:1/halvex/real_time"."""
+    parts = [p for p in run_name.split("/") if p not in ("real_time", "manual_time")]
+    impl = next((p for p in parts if p in IMPLS), None)
+    if impl is None:
+        return None, None
+    return "/".join(p for p in parts if p != impl), impl
+
+
+def load(paths):
+    """{workload: {impl: run}}, and the context of the first file."""
+    runs, context = {}, None
+    for path in paths:
+        with open(path) as f:
+            doc = json.load(f)
+        context = context or doc.get("context", {})
+        for run in doc.get("benchmarks", []):
+            is_aggregate = run.get("run_type") == "aggregate"
+            if is_aggregate and run.get("aggregate_name") != "median":
+                continue
+            workload, impl = split_name(run.get("run_name", run["name"]))
+            if workload is None:
+                continue
+            slot = runs.setdefault(workload, {})
+            # A median beats a single run of the same benchmark.
+            if is_aggregate or impl not in slot:
+                slot[impl] = run
+    return runs, context
+
+
+def figure(run, counter):
+    if run is None:
+        return None, "-"
+    if run.get("error_occurred"):
+        return None, "error"
+    value = run.get(counter)
+    if value is None:
+        return None, "-"
+    return value, METRICS[counter][2](value)
+
+
+def ratio(counter, halvex, baseline):
+    if halvex is None or baseline is None or halvex == 0 or baseline == 0:
+        return "-"
+    higher_is_better = METRICS[counter][1]
+    return f"{(halvex / baseline if higher_is_better else baseline / halvex):.2f}x"
+
+
+def main(paths):
+    runs, context = load(paths)
+    rows = [r for r in ROWS if r[0] in runs]
+    listed = {r[0] for r in ROWS}
+    for workload in sorted(runs):
+        if workload in listed:
+            continue
+        for impl_run in runs[workload].values():
+            for counter in METRICS:
+                if counter in impl_run and (workload, workload, counter) not in rows:
+                    rows.append((workload, workload, counter))
+
+    table = [("workload", "unit", "halvex", "baseline", "halvex vs baseline")]
+    for workload, label, counter in rows:
+        pair = runs[workload]
+        h_value, h_text = figure(pair.get("halvex"), counter)
+        b_value, b_text = figure(pair.get("baseline"), counter)
+        table.append((label, METRICS[counter][0], h_text, b_text,
+                      ratio(counter, h_value, b_value)))
+
+    widths = [max(len(row[i]) for row in table) for i in range(len(table[0]))]
+    print()
+    print("Halvex message loop vs a std::mutex + std::condition_variable + "
+          "std::deque<std::function<void()>> queue")
+    cpus = context.get("num_cpus", "?")
+    repetitions = ""
+    some_run = next(iter(next(iter(runs.values()), {}).values()), {})
+    if some_run.get("run_type") == "aggregate":
+        repetitions = f", median of {some_run.get('repetitions', '?')} runs"
+    print(f"({cpus} CPUs{repetitions}; the consumer has a core to itself unless noted)")
+    print()
+    for i, row in enumerate(table):
+        print("  ".join(cell.ljust(w) if c == 0 else cell.rjust(w)
+                        for c, (cell, w) in enumerate(zip(row, widths))))
+        if i == 0:
+            print("  ".join("-" * w for w in widths))
+    print()
+    print("halvex vs baseline: > 1.00x means Halvex is better (more msgs/s, "
+          "fewer us); '-' where a figure is zero or missing.")
+
+
+if __name__ == "__main__":
+    if len(sys.argv) < 2:
+        sys.exit("usage: compare.py RESULT.json...")
+    main(sys.argv[1:])
