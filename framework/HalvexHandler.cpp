@@ -2,7 +2,6 @@
 
 #include "framework/HalvexHandler.h"
 
-#include "framework/HalvexRunnable.h"
 #include "platform/HalvexLog.h"
 #include "utils/TimeUtil.h"
 
@@ -24,17 +23,17 @@ void HalvexHandler::sendMessage(HalvexMessage* msg) {
     _enqueueMessage(msg);
 }
 
-HalvexMessage* HalvexHandler::getPostMessage(HalvexJob job) {
+HalvexMessage* HalvexHandler::getPostMessage(HalvexJob&& job) {
     HalvexMessage* msg = HalvexMessage::obtain(0);
-    msg->runnable = new HalvexRunnable(std::move(job));
+    msg->emplaceRunnable(std::move(job));
     return msg;
 }
 
-void HalvexHandler::post(HalvexJob job) {
+void HalvexHandler::post(HalvexJob&& job) {
     sendMessage(getPostMessage(std::move(job)));
 }
 
-HalvexMessage* HalvexHandler::postDelayed(HalvexJob job, long delayMs) {
+HalvexMessage* HalvexHandler::postDelayed(HalvexJob&& job, long delayMs) {
     HalvexMessage* msg = getPostMessage(std::move(job));
     msg->when = static_cast<int64_t>(TimeUtil::getUptimeMillis()) + (delayMs > 0 ? delayMs : 0);
     _enqueueMessage(msg);

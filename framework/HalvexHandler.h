@@ -22,12 +22,12 @@ class HalvexHandler : public Object {
     // Sends msg (taking ownership) to run as soon as possible.
     void sendMessage(HalvexMessage* msg);
     // Runs job once on the looper's thread, as soon as possible.
-    void post(HalvexJob job);
+    void post(HalvexJob&& job);
     // Runs job once after delayMs; the returned message may be passed to
     // removeMessage() while it is still queued.
-    HalvexMessage* postDelayed(HalvexJob job, long delayMs);
+    HalvexMessage* postDelayed(HalvexJob&& job, long delayMs);
     // A pooled message (what 0) whose runnable runs job.
-    HalvexMessage* getPostMessage(HalvexJob job);
+    HalvexMessage* getPostMessage(HalvexJob&& job);
 
     void removeMessage(HalvexMessage* msg, bool keep);
     bool hasMessages(int what);

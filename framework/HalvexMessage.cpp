@@ -1,8 +1,16 @@
 #include "framework/HalvexMessage.h"
 
-#include "framework/HalvexRunnable.h"
-
 namespace zelkor::tessel {
+namespace {
+
+// Most records keep the default label: compare before writing, a write of a
+// string costs more than the check.
+void resetName(HalvexMessage* msg) {
+    static const std::string kUndef = "Undef";
+    if (msg->name != kUndef) msg->name = kUndef;
+}
+
+}  // namespace
 
 HalvexMessageManager& HalvexMessageManager::getInstance() {
     // Never destroyed: handler threads may still recycle while the process exits.
@@ -29,13 +37,12 @@ void HalvexMessageManager::recycle(HalvexMessage* msg) {
     msg->arg1 = 0;
     msg->arg2 = 0;
     msg->arg3 = 0;
-    msg->name = "Undef";
+    resetName(msg);
     msg->flags = HalvexMessage::FLAG_DEFAULT;
     msg->target = nullptr;
     delete msg->obj;
     msg->obj = nullptr;
-    delete msg->runnable;
-    msg->runnable = nullptr;
+    msg->releaseRunnable();
     // A payload the sender still shares stays with the record until reuse.
     if (msg->sharedPayload && msg->sharedPayload.use_count() == 1) msg->sharedPayload.reset();
 
@@ -67,7 +74,7 @@ HalvexMessage* HalvexMessage::obtain(int what, Object* obj, short flags) {
     msg->arg3 = 0;
     msg->runnable = nullptr;
     msg->target = nullptr;
-    msg->name = "Undef";
+    resetName(msg);
     return msg;
 }
 
@@ -75,9 +82,24 @@ void HalvexMessage::recycle(HalvexMessage* msg) {
     if (msg != nullptr) HalvexMessageManager::getInstance().recycle(msg);
 }
 
+HalvexRunnable* HalvexMessage::emplaceRunnable(HalvexJob&& job) {
+    releaseRunnable();
+    runnable = new (mRunnableStorage) HalvexRunnable(std::move(job));
+    return runnable;
+}
+
+void HalvexMessage::releaseRunnable() {
+    if (runnable == reinterpret_cast<HalvexRunnable*>(mRunnableStorage)) {
+        runnable->~HalvexRunnable();
+    } else {
+        delete runnable;
+    }
+    runnable = nullptr;
+}
+
 HalvexMessage::~HalvexMessage() {
     delete obj;
-    delete runnable;
+    releaseRunnable();
 }
 
 }  // namespace zelkor::tessel

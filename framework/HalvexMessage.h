@@ -5,12 +5,12 @@
 #include <mutex>
 #include <string>
 
+#include "framework/HalvexRunnable.h"
 #include "framework/Object.h"
 
 namespace zelkor::tessel {
 
 class HalvexHandler;
-class HalvexRunnable;
 
 // One unit of work on a looper. Records are pooled: obtain() takes one from the
 // process-wide pool and recycle() gives it back with its payload destroyed.
@@ -25,6 +25,10 @@ class HalvexMessage : public Object {
     static void recycle(HalvexMessage* msg);
 
     ~HalvexMessage() override;
+
+    // Builds the job's runnable inside this record, so a posted job costs no
+    // allocation and no second pool; `runnable` then points into the record.
+    HalvexRunnable* emplaceRunnable(HalvexJob&& job);
 
     int what = 0;
     int64_t when = 0;  // uptime ms; 0 is "now", ahead of everything queued
@@ -44,11 +48,14 @@ class HalvexMessage : public Object {
     friend class HalvexMessageManager;
 
     HalvexMessage() = default;
+    // Destroys the owned runnable, in place or on the heap, and clears it.
+    void releaseRunnable();
 
     // Intrusive links: a record is in at most one queue or in the pool, so the
     // lists need no nodes of their own and moving a record allocates nothing.
     HalvexMessage* mPrev = nullptr;
     HalvexMessage* mNext = nullptr;
+    alignas(HalvexRunnable) unsigned char mRunnableStorage[sizeof(HalvexRunnable)];
 };
 
 // The process-wide pool of idle message records. It has no bound and never

@@ -60,8 +60,17 @@ bool HalvexMessageQueue::contains(HalvexMessage* msg) const {
     return false;
 }
 
+int HalvexMessageQueue::wait(const timespec* deadline) {
+    ++mWaiters;
+    int rc = deadline != nullptr ? pthread_cond_timedwait(&mCond, &mMutex, deadline)
+                                 : pthread_cond_wait(&mCond, &mMutex);
+    --mWaiters;
+    return rc;
+}
+
 void HalvexMessageQueue::offer(HalvexMessage* msg) {
     if (msg == nullptr) return;
+    bool wake;
     {
         MutexLock lock(&mMutex);
         if (mQuit) {
@@ -78,8 +87,9 @@ void HalvexMessageQueue::offer(HalvexMessage* msg) {
             while (pos != nullptr && pos->when <= msg->when) pos = pos->mNext;
             insertBefore(pos, msg);
         }
+        wake = mWaiters > 0;
     }
-    pthread_cond_broadcast(&mCond);
+    if (wake) pthread_cond_broadcast(&mCond);
 }
 
 HalvexMessage* HalvexMessageQueue::take(bool ignoreTime) {
@@ -93,16 +103,17 @@ HalvexMessage* HalvexMessageQueue::take(bool ignoreTime) {
         if (mHead == nullptr) {
             mNextWakeTime = -1;
             if (mNonBlock) return nullptr;
-            if (pthread_cond_wait(&mCond, &mMutex) != 0 || mHead == nullptr) return nullptr;
+            if (wait(nullptr) != 0 || mHead == nullptr) return nullptr;
             continue;
         }
         if (ignoreTime) break;
         if (mNextWakeTime > 0 && mHead->when != 0) {
             timespec deadline = TimeUtil::ms2ts(mNextWakeTime);
-            pthread_cond_timedwait(&mCond, &mMutex, &deadline);
+            wait(&deadline);
             if (mHead == nullptr || mQuit || mInterrupted) continue;
         }
-        if (UptimeMs() >= mHead->when) break;
+        // An immediate message is always due: no clock read for it.
+        if (mHead->when == 0 || UptimeMs() >= mHead->when) break;
         mNextWakeTime = mHead->when;
         // A non-blocking queue never sleeps, not even until a due time, so a
         // looper asked to quit is never held back by a delayed message.

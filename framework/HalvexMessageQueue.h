@@ -50,6 +50,7 @@ class HalvexMessageQueue {
     void insertBefore(HalvexMessage* pos, HalvexMessage* msg);  // pos null: append
     void unlink(HalvexMessage* msg);
     bool contains(HalvexMessage* msg) const;
+    int wait(const timespec* deadline);  // null: no time limit
 
     pthread_mutex_t mMutex;
     pthread_cond_t mCond;
@@ -59,6 +60,7 @@ class HalvexMessageQueue {
     bool mQuit = false;
     bool mNonBlock = false;
     bool mInterrupted = false;
+    int mWaiters = 0;  // takers inside a wait; offers skip the wake-up without them
     // Due time the taker sleeps until, or -1 when no timed wait is in progress.
     int64_t mNextWakeTime = -1;
 };

@@ -11,15 +11,10 @@ namespace zelkor::tessel {
 // and destroys it, so a second call does nothing.
 class HalvexRunnable : public Object {
   public:
-    explicit HalvexRunnable(HalvexJob job) : mJob(std::move(job)) {}
+    explicit HalvexRunnable(HalvexJob&& job) : mJob(std::move(job)) {}
 
     void operator()(Object* arg);
     void run(Object* arg) { (*this)(arg); }
-
-    // Runnables are recycled through a free list of their own, so posting
-    // allocates nothing once the list holds as many as are ever in flight.
-    static void* operator new(size_t size);
-    static void operator delete(void* p, size_t size);
 
   private:
     HalvexJob mJob;

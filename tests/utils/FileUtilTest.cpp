@@ -12,36 +12,30 @@
 #include <fstream>
 #include <iterator>
 
+#include "LogCapture.h"
+#include "TempRoot.h"
+
 namespace zelkor::tessel {
 namespace {
 
-std::vector<std::string> gErrors;
-
-void CaptureLogger(const __android_logger_data* data, const char* msg) {
-    if (data->priority == ANDROID_LOG_ERROR && strcmp(data->tag, "Halvex-FileUtil") == 0) {
-        gErrors.push_back(msg);
-    }
-}
-
 class FileUtilTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/fileutil_test.XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        root_ = tmpl;
-        // Known modes on whatever the umask of the runner is.
-        oldMask_ = umask(0);
-        gErrors.clear();
-        __android_log_set_logger(CaptureLogger);
-        __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
-    }
-    void TearDown() override {
-        __android_log_set_logger(__android_log_stderr_logger);
-        umask(oldMask_);
-        std::filesystem::remove_all(root_);
-    }
+    // Known modes on whatever the umask of the runner is.
+    void SetUp() override { oldMask_ = umask(0); }
+    void TearDown() override { umask(oldMask_); }
 
-    std::string Path(const std::string& rel) const { return root_ + "/" + rel; }
+    std::string Path(const std::string& rel) const { return root_.path() + "/" + rel; }
+
+    // FileUtil's error lines, in order.
+    std::vector<std::string> Errors() const {
+        std::vector<std::string> errors;
+        for (const auto& line : log_.all()) {
+            if (line.tag == "Halvex-FileUtil" && line.priority == ANDROID_LOG_ERROR) {
+                errors.push_back(line.message);
+            }
+        }
+        return errors;
+    }
 
     void WriteFile(const std::string& rel, const std::string& data) const {
         std::ofstream(Path(rel), std::ios::binary) << data;
@@ -64,7 +58,8 @@ class FileUtilTest : public ::testing::Test {
         return st.st_size;
     }
 
-    std::string root_;
+    testing::TempRoot root_;
+    testing::LogCapture log_;
     mode_t oldMask_ = 0;
 };
 
@@ -79,15 +74,15 @@ TEST_F(FileUtilTest, CreateDirectoryGivesModeOnlyToNewLevels) {
     // An existing path is accepted as it is.
     EXPECT_TRUE(FileUtil::CreateDirectory(Path("x"), 0755));
     EXPECT_EQ(ModeOf(Path("x")), 0700u);
-    EXPECT_TRUE(gErrors.empty());
+    EXPECT_TRUE(Errors().empty());
 }
 
 TEST_F(FileUtilTest, CreateDirectoryUnderFileFailsAndLogs) {
     WriteFile("f", "x");
     EXPECT_FALSE(FileUtil::CreateDirectory(Path("f/sub"), 0755));
-    ASSERT_EQ(gErrors.size(), 1u);
-    EXPECT_EQ(gErrors[0], "[CreateDirectory] mkdir " + Path("f/sub") + " failed, " + Path("f/sub") +
-                                  ", err:Not a directory");
+    ASSERT_EQ(Errors().size(), 1u);
+    EXPECT_EQ(Errors()[0], "[CreateDirectory] mkdir " + Path("f/sub") + " failed, " +
+                                   Path("f/sub") + ", err:Not a directory");
 }
 
 TEST_F(FileUtilTest, GetFileSizeKeepsLow32Bits) {
@@ -101,7 +96,7 @@ TEST_F(FileUtilTest, GetFileSizeKeepsLow32Bits) {
 
 TEST_F(FileUtilTest, GetDirectorySizeCountsTreeWithoutFollowingLinks) {
     EXPECT_EQ(FileUtil::GetDirectorySize(Path("missing")), -1);
-    EXPECT_EQ(gErrors.size(), 1u);
+    EXPECT_EQ(Errors().size(), 1u);
     ASSERT_EQ(mkdir(Path("d").c_str(), 0755), 0);
     EXPECT_EQ(FileUtil::GetDirectorySize(Path("d")), LstatSize(Path("d")));
 
@@ -173,7 +168,7 @@ TEST_F(FileUtilTest, CopyFileOrDirectoryCopiesTree) {
     WriteFile("small", "abc");
     EXPECT_TRUE(FileUtil::CopyFileOrDirectory(Path("small"), Path("dst/sub/big")));
     EXPECT_EQ(ReadFile(Path("dst/sub/big")), "abc");
-    EXPECT_TRUE(gErrors.empty());
+    EXPECT_TRUE(Errors().empty());
 }
 
 TEST_F(FileUtilTest, CopyFileOrDirectoryRefusesExistingDirectoryAndMissingSource) {
@@ -182,9 +177,9 @@ TEST_F(FileUtilTest, CopyFileOrDirectoryRefusesExistingDirectoryAndMissingSource
     EXPECT_FALSE(FileUtil::CopyFileOrDirectory(Path("src"), Path("dst")));
     EXPECT_FALSE(FileUtil::CopyFileOrDirectory(Path("missing"), Path("out")));
     EXPECT_FALSE(FileUtil::FileExist(Path("out")));
-    ASSERT_EQ(gErrors.size(), 2u);
-    EXPECT_EQ(gErrors[0], "[CopyFileOrDirectory] Error creating directory: " + Path("dst"));
-    EXPECT_EQ(gErrors[1], "[CopyFileOrDirectory] Error checking path: No such file or directory");
+    ASSERT_EQ(Errors().size(), 2u);
+    EXPECT_EQ(Errors()[0], "[CopyFileOrDirectory] Error creating directory: " + Path("dst"));
+    EXPECT_EQ(Errors()[1], "[CopyFileOrDirectory] Error checking path: No such file or directory");
 }
 
 TEST_F(FileUtilTest, GetFileListOnDirectoryListsFilesAndLinksOfWholeTree) {
@@ -204,7 +199,7 @@ TEST_F(FileUtilTest, GetFileListOnDirectoryListsFilesAndLinksOfWholeTree) {
               (std::vector<std::string>{"kept", Path("d/f"), Path("d/link"), Path("d/sub/g")}));
 
     EXPECT_FALSE(FileUtil::GetFileListOnDirectory(Path("missing"), files));
-    EXPECT_EQ(gErrors, std::vector<std::string>{"[GetFileListOnDirectory] Open dir error..."});
+    EXPECT_EQ(Errors(), std::vector<std::string>{"[GetFileListOnDirectory] Open dir error..."});
 }
 
 }  // namespace
