@@ -12,6 +12,45 @@ void resetName(HalvexMessage* msg) {
 
 }  // namespace
 
+void HalvexMessageList::pushBack(HalvexMessage* msg) {
+    msg->mPrev = nullptr;
+    msg->mNext = nullptr;
+    (tail != nullptr ? tail->mNext : head) = msg;
+    tail = msg;
+    ++count;
+}
+
+HalvexMessage* HalvexMessageList::popFront() {
+    HalvexMessage* msg = head;
+    if (msg == nullptr) return nullptr;
+    head = msg->mNext;
+    if (head == nullptr) tail = nullptr;
+    msg->mNext = nullptr;
+    --count;
+    return msg;
+}
+
+void HalvexMessageList::moveFront(size_t n, HalvexMessageList& to) {
+    while (n-- > 0 && head != nullptr) to.pushBack(popFront());
+}
+
+namespace {
+
+constexpr size_t kThreadCacheMax = 64;  // idle records one thread keeps
+constexpr size_t kBatch = 32;           // records traded with the shared pool at once
+
+}  // namespace
+
+// A thread's own idle records; handed back to the shared pool when the thread ends.
+struct ThreadMessageCache {
+    HalvexMessageList records;
+    ~ThreadMessageCache() { HalvexMessageManager::getInstance().giveBack(records, records.count); }
+};
+
+namespace {
+thread_local ThreadMessageCache tCache;
+}  // namespace
+
 HalvexMessageManager& HalvexMessageManager::getInstance() {
     // Never destroyed: handler threads may still recycle while the process exits.
     static auto* instance = new HalvexMessageManager;
@@ -19,17 +58,19 @@ HalvexMessageManager& HalvexMessageManager::getInstance() {
 }
 
 HalvexMessage* HalvexMessageManager::obtain() {
-    {
+    HalvexMessageList& own = tCache.records;
+    if (own.count == 0) {
         std::lock_guard<std::mutex> lock(*mLock);
-        if (HalvexMessage* msg = mHead) {
-            mHead = msg->mNext;
-            if (mHead == nullptr) mTail = nullptr;
-            msg->mNext = nullptr;
-            --mCount;
-            return msg;
-        }
+        mIdle.moveFront(kBatch, own);
     }
+    if (HalvexMessage* msg = own.popFront()) return msg;
     return new HalvexMessage;
+}
+
+void HalvexMessageManager::giveBack(HalvexMessageList& records, size_t n) {
+    if (n == 0) return;
+    std::lock_guard<std::mutex> lock(*mLock);
+    records.moveFront(n, mIdle);
 }
 
 void HalvexMessageManager::recycle(HalvexMessage* msg) {
@@ -46,21 +87,14 @@ void HalvexMessageManager::recycle(HalvexMessage* msg) {
     // A payload the sender still shares stays with the record until reuse.
     if (msg->sharedPayload && msg->sharedPayload.use_count() == 1) msg->sharedPayload.reset();
 
-    std::lock_guard<std::mutex> lock(*mLock);
-    msg->mPrev = nullptr;
-    msg->mNext = nullptr;
-    if (mTail != nullptr) {
-        mTail->mNext = msg;
-    } else {
-        mHead = msg;
-    }
-    mTail = msg;
-    ++mCount;
+    HalvexMessageList& own = tCache.records;
+    own.pushBack(msg);
+    if (own.count > kThreadCacheMax) giveBack(own, kBatch);
 }
 
 size_t HalvexMessageManager::idleCount() {
     std::lock_guard<std::mutex> lock(*mLock);
-    return mCount;
+    return mIdle.count + tCache.records.count;
 }
 
 HalvexMessage* HalvexMessage::obtain(int what, Object* obj, short flags) {

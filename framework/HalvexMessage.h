@@ -46,6 +46,7 @@ class HalvexMessage : public Object {
   private:
     friend class HalvexMessageQueue;
     friend class HalvexMessageManager;
+    friend struct HalvexMessageList;
 
     HalvexMessage() = default;
     // Destroys the owned runnable, in place or on the heap, and clears it.
@@ -58,24 +59,41 @@ class HalvexMessage : public Object {
     alignas(HalvexRunnable) unsigned char mRunnableStorage[sizeof(HalvexRunnable)];
 };
 
+// A first-in first-out chain of idle records, linked through the records.
+struct HalvexMessageList {
+    HalvexMessage* head = nullptr;
+    HalvexMessage* tail = nullptr;
+    size_t count = 0;
+
+    void pushBack(HalvexMessage* msg);
+    HalvexMessage* popFront();
+    // Moves up to n records from the front of this list to the back of `to`.
+    void moveFront(size_t n, HalvexMessageList& to);
+};
+
 // The process-wide pool of idle message records. It has no bound and never
 // frees a record while the process runs.
+//
+// Each thread keeps a few idle records of its own and trades them with the
+// shared pool in batches: a looper thread that recycles and a thread that
+// posts then meet on the pool's lock once per batch, not once per message.
+// Within a thread, records are reused in the order they came back.
 class HalvexMessageManager {
   public:
     static HalvexMessageManager& getInstance();
 
     HalvexMessage* obtain();
     void recycle(HalvexMessage* msg);
+    // Idle records in the shared pool and in the calling thread's own cache.
     size_t idleCount();
 
   private:
+    friend struct ThreadMessageCache;
     HalvexMessageManager() = default;
+    void giveBack(HalvexMessageList& records, size_t n);
 
     std::mutex* mLock = new std::mutex;
-    // First-in first-out: records are reused in the order they came back.
-    HalvexMessage* mHead = nullptr;
-    HalvexMessage* mTail = nullptr;
-    size_t mCount = 0;
+    HalvexMessageList mIdle;  // guarded by mLock
 };
 
 }  // namespace zelkor::tessel
