@@ -60,7 +60,7 @@ HalvexMessageManager& HalvexMessageManager::getInstance() {
 HalvexMessage* HalvexMessageManager::obtain() {
     HalvexMessageList& own = tCache.records;
     if (own.count == 0) {
-        std::lock_guard<std::mutex> lock(*mLock);
+        std::lock_guard<std::mutex> lock(mLock);
         mIdle.moveFront(kBatch, own);
     }
     if (HalvexMessage* msg = own.popFront()) return msg;
@@ -69,7 +69,7 @@ HalvexMessage* HalvexMessageManager::obtain() {
 
 void HalvexMessageManager::giveBack(HalvexMessageList& records, size_t n) {
     if (n == 0) return;
-    std::lock_guard<std::mutex> lock(*mLock);
+    std::lock_guard<std::mutex> lock(mLock);
     records.moveFront(n, mIdle);
 }
 
@@ -93,22 +93,18 @@ void HalvexMessageManager::recycle(HalvexMessage* msg) {
 }
 
 size_t HalvexMessageManager::idleCount() {
-    std::lock_guard<std::mutex> lock(*mLock);
+    std::lock_guard<std::mutex> lock(mLock);
     return mIdle.count + tCache.records.count;
 }
 
 HalvexMessage* HalvexMessage::obtain(int what, Object* obj, short flags) {
+    // A record comes new or recycled, and recycling already cleared the
+    // arguments, name, payload and job; only the due time is left to reset.
     HalvexMessage* msg = HalvexMessageManager::getInstance().obtain();
     msg->what = what;
     msg->obj = obj;
     msg->flags = flags;
     msg->when = 0;
-    msg->arg1 = 0;
-    msg->arg2 = 0;
-    msg->arg3 = 0;
-    msg->runnable = nullptr;
-    msg->target = nullptr;
-    resetName(msg);
     return msg;
 }
 
@@ -116,10 +112,9 @@ void HalvexMessage::recycle(HalvexMessage* msg) {
     if (msg != nullptr) HalvexMessageManager::getInstance().recycle(msg);
 }
 
-HalvexRunnable* HalvexMessage::emplaceRunnable(HalvexJob&& job) {
+void HalvexMessage::emplaceRunnable(HalvexJob&& job) {
     releaseRunnable();
     runnable = new (mRunnableStorage) HalvexRunnable(std::move(job));
-    return runnable;
 }
 
 void HalvexMessage::releaseRunnable() {

@@ -28,7 +28,7 @@ class HalvexMessage : public Object {
 
     // Builds the job's runnable inside this record, so a posted job costs no
     // allocation and no second pool; `runnable` then points into the record.
-    HalvexRunnable* emplaceRunnable(HalvexJob&& job);
+    void emplaceRunnable(HalvexJob&& job);
 
     int what = 0;
     int64_t when = 0;  // uptime ms; 0 is "now", ahead of everything queued
@@ -92,7 +92,7 @@ class HalvexMessageManager {
     HalvexMessageManager() = default;
     void giveBack(HalvexMessageList& records, size_t n);
 
-    std::mutex* mLock = new std::mutex;
+    std::mutex mLock;
     HalvexMessageList mIdle;  // guarded by mLock
 };
 

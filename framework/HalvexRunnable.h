@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstddef>
-
 #include "framework/HalvexJob.h"
 #include "framework/Object.h"
 

@@ -178,6 +178,24 @@ TEST(MessagePoolTest, RecycledRecordComesBackClean) {
     HalvexMessage::recycle(again);
 }
 
+TEST(MessagePoolTest, RecordsOfAnEndedThreadGoBackToTheSharedPool) {
+    HalvexMessageManager& pool = HalvexMessageManager::getInstance();
+    // Empty the pool, so every record the worker uses is one it made.
+    std::vector<HalvexMessage*> held;
+    while (pool.idleCount() > 0) held.push_back(HalvexMessage::obtain(0));
+
+    std::thread worker([] {
+        std::vector<HalvexMessage*> records;
+        for (int i = 0; i < 50; ++i) records.push_back(HalvexMessage::obtain(i));
+        // Fewer than a thread keeps for itself: all stay in its own cache...
+        for (HalvexMessage* msg : records) HalvexMessage::recycle(msg);
+    });
+    worker.join();
+    // ...until it ends, when they must reach the shared pool rather than be lost.
+    EXPECT_EQ(pool.idleCount(), 50u);
+    for (HalvexMessage* msg : held) HalvexMessage::recycle(msg);
+}
+
 TEST(RunnableTest, RunsOnceThenIsSpent) {
     int ran = 0;
     Object* seen = nullptr;
