@@ -57,11 +57,12 @@ TEST(MessageAllocationTest, SteadyPostingAllocatesNothingAfterWarmUp) {
     auto shared = std::make_shared<HalvexHandler>(thread->getLooper());
     std::atomic<int> ran{0};
 
-    // Warm-up with the looper held, so that every record of a double batch is
-    // in flight at once and the pools end up holding at least that many.
+    // Warm-up with the looper held, so that enough records are in flight at
+    // once: a batch, plus what the posting and the looping thread may each
+    // keep in their own caches (64 at most) while the batch runs.
     testing::Latch gate;
     handler.post([&gate] { gate.wait(); });
-    for (int i = 0; i < 2 * kBatch; ++i) handler.postDelayed([&ran] { ran.fetch_add(1); }, 0);
+    for (int i = 0; i < 4 * kBatch; ++i) handler.postDelayed([&ran] { ran.fetch_add(1); }, 0);
     gate.open();
     PostBatch(handler, shared, ran);
     const int warm = ran.load();
