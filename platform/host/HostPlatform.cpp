@@ -79,7 +79,11 @@ bool InitPlatform(int* argc, char** argv) {
     int out = 1;
     for (int i = 1; i < *argc; ++i) {
         const char* arg = argv[i];
-        if (strcmp(arg, "--root") == 0 && i + 1 < *argc) {
+        if (strcmp(arg, "--root") == 0) {
+            if (i + 1 >= *argc) {
+                fprintf(stderr, "%s: --root needs a folder\n", argv[0]);
+                return false;
+            }
             root = argv[++i];
         } else if (strncmp(arg, "--root=", 7) == 0) {
             root = arg + 7;

@@ -16,6 +16,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <optional>
 
@@ -56,23 +57,29 @@ bool IsReadOnly(const std::string& key) {
     return key.compare(0, 3, "ro.") == 0;
 }
 
-// Creates the store folder (and the root's "/dev") when missing.
 std::string StoreDir() {
-    std::string dir = DevicePath("/dev/__properties__");
-    for (size_t pos = Root().size() + 1; pos != std::string::npos; pos = dir.find('/', pos + 1)) {
-        mkdir(dir.substr(0, pos).c_str(), 0755);
-    }
-    mkdir(dir.c_str(), 0755);
-    return dir;
+    return DevicePath("/dev/__properties__");
+}
+
+// Writers and waiters need the folder; readers of a missing one just find nothing.
+bool EnsureStoreDir(const std::string& dir) {
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    return !ec;
 }
 
 std::optional<std::string> ReadValue(const std::string& key) {
     if (!IsLegalPropertyName(key)) return std::nullopt;
     unique_fd fd(open((StoreDir() + "/" + key).c_str(), O_RDONLY | O_CLOEXEC));
-    if (fd < 0) return std::nullopt;
-    std::string value(kStoredValueMax, '\0');
-    ssize_t total = 0;
-    while (static_cast<size_t>(total) < value.size()) {
+    struct stat st;
+    // Files only ever come from SetProperty; anything larger is not a value.
+    if (fd < 0 || fstat(fd, &st) != 0 || st.st_size < 0 ||
+        static_cast<size_t>(st.st_size) > kStoredValueMax) {
+        return std::nullopt;
+    }
+    std::string value(st.st_size, '\0');
+    size_t total = 0;
+    while (total < value.size()) {
         ssize_t n = TEMP_FAILURE_RETRY(read(fd, value.data() + total, value.size() - total));
         if (n < 0) return std::nullopt;
         if (n == 0) break;
@@ -86,9 +93,10 @@ std::optional<std::string> ReadValue(const std::string& key) {
 // is replaced. The watch is set up before the first check so no update is
 // missed between the two.
 bool WaitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout) {
-    std::string dir = StoreDir();
+    const std::string dir = StoreDir();
     unique_fd ifd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (ifd < 0 || inotify_add_watch(ifd, dir.c_str(), IN_MOVED_TO | IN_CREATE) < 0) {
+    if (ifd < 0 || !EnsureStoreDir(dir) ||
+        inotify_add_watch(ifd, dir.c_str(), IN_MOVED_TO | IN_CREATE) < 0) {
         return false;
     }
     using Clock = std::chrono::steady_clock;
@@ -138,6 +146,7 @@ bool SetProperty(const std::string& key, const std::string& value) {
 
     static std::atomic<unsigned> counter{0};
     const std::string dir = StoreDir();
+    if (!EnsureStoreDir(dir)) return false;
     const std::string tmp = dir + "/.tmp." + std::to_string(getpid()) + "." +
                             std::to_string(syscall(SYS_gettid)) + "." +
                             std::to_string(counter.fetch_add(1));

@@ -73,6 +73,9 @@ TEST_F(DaemonE2ETest, RefusesToRunWithoutARoot) {
     Subprocess missing({"tesseld", "--root", mRoot.path() + "/missing"}, out("bad"));
     EXPECT_EQ(missing.wait(), 2);
     EXPECT_NE(missing.err().find("not a folder"), std::string::npos);
+    Subprocess dangling({"tesselctl", "getprop", "a.b", "--root"}, out("dangling"));
+    EXPECT_EQ(dangling.wait(), 2);
+    EXPECT_NE(dangling.err().find("--root needs a folder"), std::string::npos);
     Subprocess none({"tesseld"}, out("none"));
     EXPECT_EQ(none.wait(), 2);
     EXPECT_NE(none.err().find("no host root"), std::string::npos);

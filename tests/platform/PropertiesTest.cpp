@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <thread>
 
@@ -28,6 +31,17 @@ TEST_F(PropertiesTest, SetThenGetWithDefaults) {
     // An empty value reads as unset, as on a device.
     ASSERT_TRUE(SetProperty("vendor.test.empty", ""));
     EXPECT_EQ(GetProperty("vendor.test.empty", "dflt"), "dflt");
+}
+
+TEST_F(PropertiesTest, OversizedOrForeignFilesAreNotValues) {
+    const std::string dir = mRoot.path() + "/dev/__properties__";
+    EXPECT_EQ(GetProperty("vendor.test.any", "dflt"), "dflt") << "no store folder yet";
+    ASSERT_TRUE(SetProperty("vendor.test.any", "1"));
+    // Planted by hand: 1 MiB in a property file, and a folder in place of one.
+    ASSERT_EQ(truncate((dir + "/vendor.test.any").c_str(), 1 << 20), 0);
+    ASSERT_EQ(mkdir((dir + "/vendor.test.dir").c_str(), 0755), 0);
+    EXPECT_EQ(GetProperty("vendor.test.any", "dflt"), "dflt");
+    EXPECT_EQ(GetProperty("vendor.test.dir", "dflt"), "dflt");
 }
 
 TEST_F(PropertiesTest, BoolValues) {
