@@ -60,6 +60,13 @@ bool CopyFileContents(const std::string& src, const std::string& dst) {
                       src.c_str());
         return false;
     }
+    // A full disk must not pass for a finished copy.
+    out.flush();
+    if (!out) {
+        HALVEX_LOG_FN(ANDROID_LOG_ERROR, LOG_TAG, kFn, "Error writing destination file: %s",
+                      dst.c_str());
+        return false;
+    }
     return true;
 }
 

@@ -182,6 +182,14 @@ TEST_F(FileUtilTest, CopyFileOrDirectoryRefusesExistingDirectoryAndMissingSource
     EXPECT_EQ(Errors()[1], "[CopyFileOrDirectory] Error checking path: No such file or directory");
 }
 
+TEST_F(FileUtilTest, CopyOntoAFullDeviceFails) {
+    WriteFile("src", std::string(10000, 's'));
+    // /dev/full accepts the open and fails every write with ENOSPC.
+    EXPECT_FALSE(FileUtil::CopyFileOrDirectory(Path("src"), "/dev/full"));
+    EXPECT_EQ(Errors(), std::vector<std::string>{
+                                "[CopyFileOrDirectory] Error writing destination file: /dev/full"});
+}
+
 TEST_F(FileUtilTest, GetFileListOnDirectoryListsFilesAndLinksOfWholeTree) {
     ASSERT_EQ(mkdir(Path("d").c_str(), 0755), 0);
     ASSERT_EQ(mkdir(Path("d/sub").c_str(), 0755), 0);
