@@ -35,9 +35,6 @@ class HalvexLooper : public Object {
     void sendMessage(HalvexMessage* msg);
     HalvexMessageQueue* getQueue() { return &mQueue; }
 
-    bool isQuitting() const { return mQuitting.load(); }
-    bool isQuitted() const { return mQuitted.load(); }
-
   private:
     void _loop();
     HalvexMessage* nextMessage();

@@ -53,11 +53,16 @@ void HalvexMessageQueue::unlink(HalvexMessage* msg) {
     mCount.fetch_sub(1, std::memory_order_relaxed);
 }
 
-bool HalvexMessageQueue::contains(HalvexMessage* msg) const {
+template <typename Pred>
+bool HalvexMessageQueue::anyQueued(Pred pred) const {
     for (HalvexMessage* it = mHead; it != nullptr; it = it->mNext) {
-        if (it == msg) return true;
+        if (pred(it)) return true;
     }
     return false;
+}
+
+bool HalvexMessageQueue::contains(HalvexMessage* msg) const {
+    return anyQueued([msg](HalvexMessage* it) { return it == msg; });
 }
 
 int HalvexMessageQueue::wait(const timespec* deadline) {
@@ -158,11 +163,7 @@ void HalvexMessageQueue::removeMessage(HalvexMessage* msg, bool keep) {
 
 bool HalvexMessageQueue::hasMessages(int what) {
     MutexLock lock(&mMutex);
-    if (mQuit) return false;
-    for (HalvexMessage* it = mHead; it != nullptr; it = it->mNext) {
-        if (it->what == what) return true;
-    }
-    return false;
+    return !mQuit && anyQueued([what](HalvexMessage* it) { return it->what == what; });
 }
 
 bool HalvexMessageQueue::hasMessage(HalvexMessage* msg) {

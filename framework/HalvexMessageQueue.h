@@ -49,6 +49,8 @@ class HalvexMessageQueue {
   private:
     void insertBefore(HalvexMessage* pos, HalvexMessage* msg);  // pos null: append
     void unlink(HalvexMessage* msg);
+    template <typename Pred>
+    bool anyQueued(Pred pred) const;
     bool contains(HalvexMessage* msg) const;
     int wait(const timespec* deadline);  // null: no time limit
 

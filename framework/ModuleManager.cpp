@@ -5,7 +5,6 @@
 #include <android-base/file.h>
 
 #include <algorithm>
-#include <new>
 #include <vector>
 
 #include "framework/HalvexHandlerThread.h"
