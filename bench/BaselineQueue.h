@@ -26,6 +26,9 @@ class BaselineQueue {
     BaselineQueue(const BaselineQueue&) = delete;
     BaselineQueue& operator=(const BaselineQueue&) = delete;
 
+    // Nothing to grow ahead: every post allocates its own job and node.
+    static void prewarm() {}
+
     void post(std::function<void()> job) {
         {
             std::lock_guard<std::mutex> lock(mLock);

