@@ -12,6 +12,11 @@ PACKAGES=(
     android-liblog-dev
     android-libbase-dev
     android-libcutils-dev
+    aidl
+    libjsoncpp-dev
+    zlib1g-dev
+    libminizip-dev
+    libssl-dev
 )
 
 missing=()
