@@ -1,0 +1,6 @@
+package zelkor.system.halvex.common;
+
+// The system end of the internal broadcast channel.
+interface IHalvexSsiIntl {
+    void transferMessage(String action, String json);
+}

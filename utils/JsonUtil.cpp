@@ -1,0 +1,33 @@
+#include "utils/JsonUtil.h"
+
+#include <memory>
+
+namespace zelkor::tessel {
+
+bool JsonUtil::ConvertJsonToString(const Json::Value& value, std::string& out) {
+    // The FastWriter format: no indentation, no blanks, one trailing newline.
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    std::string text;
+    try {
+        text = Json::writeString(builder, value);
+    } catch (const std::exception&) {
+        return false;
+    }
+    out = std::move(text);
+    out.push_back('\n');
+    return true;
+}
+
+bool JsonUtil::ConvertStringToJson(const std::string& text, Json::Value& out) {
+    Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value parsed;
+    std::string errors;
+    if (!reader->parse(text.data(), text.data() + text.size(), &parsed, &errors)) return false;
+    out = std::move(parsed);
+    return true;
+}
+
+}  // namespace zelkor::tessel
