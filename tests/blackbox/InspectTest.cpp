@@ -1,0 +1,162 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "TempRoot.h"
+#include "TestImage.h"
+#include "tools/tessel-image/BlackboxInspector.h"
+#include "tools/tessel-image/JsonText.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+class InspectTest : public ::testing::Test {
+  protected:
+    TestImage& Image(uint64_t size = kImageSize) {
+        mImage = std::make_unique<TestImage>(mRoot.path() + "/blackbox.img", size);
+        return *mImage;
+    }
+    Json::Value Inspect() {
+        EXPECT_TRUE(mImage->ok());
+        int fd = open(mImage->path().c_str(), O_RDONLY | O_CLOEXEC);
+        Json::Value tree = image::InspectBlackbox(fd, mImage->size());
+        close(fd);
+        return tree;
+    }
+    static Strings Texts(const Json::Value& array) {
+        Strings texts;
+        for (const auto& item : array) texts.push_back(item.asString());
+        return texts;
+    }
+    static bool HasError(const Json::Value& tree, const std::string& text) {
+        for (const auto& error : Texts(tree["errors"])) {
+            if (error.find(text) != std::string::npos) return true;
+        }
+        return false;
+    }
+    TempRoot mRoot;
+    std::unique_ptr<TestImage> mImage;
+};
+
+TEST_F(InspectTest, ReportsHeadersDottingInRingOrderAndKernelLog) {
+    TestImage& image = Image();
+    image.PutDefaultHeaders(2);
+    image.PutU32(0x10, 5);  // boot_index
+    const uint64_t slot = kSlot1 + kSlotSize;
+    const uint64_t area = slot + kDottingArea;
+    image.PutLabel(slot + 52, "boot_kmesg");
+    image.PutLabel(slot + 72, "dotting 8");
+    image.PutU64(slot + 104, 7);                         // dotting_count
+    image.PutWords(slot + 112, {2, 20, 512, 3000, 35});  // boot_dotting_end .. write offset
+    // Boot phase, then a ring whose oldest record was split across the end.
+    image.PutBytes(area, "boot one\nboot two\n");
+    image.PutBytes(area + 20, "it r2\nring new\n");
+    image.PutBytes(area + kDottingAreaSize - 12, "ring old\nspl");
+    image.PutBytes(slot + kKmsgArea, "[    1.000000][ -] hello\n[    2.000000][ -] world\n");
+    image.PutWords(0x9881000, {1, 0, 3});
+
+    const Json::Value tree = Inspect();
+
+    EXPECT_TRUE(tree["valid"].asBool()) << tree.toStyledString();
+    EXPECT_EQ(tree["log_table_header"]["magic"].asString(), "0x56775AF41BCDE0F0");
+    EXPECT_EQ(tree["log_table_header"]["boot_index"].asUInt(), 5u);
+    const Json::Value& log = tree["black_box_log_header"];
+    EXPECT_EQ(log["offset"].asUInt64(), slot);
+    EXPECT_EQ(log["slot"].asUInt(), 2u);
+    EXPECT_EQ(log["prev_name"].asString(), "boot_kmesg");
+    EXPECT_EQ(log["cur_name"].asString(), "dotting 8");
+    EXPECT_EQ(log["dotting_count"].asUInt64(), 7u);
+    EXPECT_EQ(log["ring_start"].asInt(), 20);
+    EXPECT_EQ(log["dotting_magic"].asString(), "0x7C1C918ADF6BC8CC");
+    EXPECT_EQ(tree["control_content_header"]["hwinfo_offset"].asUInt(), 0x9882000u);
+    EXPECT_EQ(tree["blackbox_partition_config"]["isUartEnable"].asUInt(), 1u);
+    EXPECT_EQ(tree["blackbox_partition_config"]["isOEMDebugUartLogLevel"].asUInt(), 3u);
+    EXPECT_EQ(tree["dotting"]["offset"].asUInt64(), area);
+    EXPECT_EQ(Texts(tree["dotting"]["boot"]), (Strings{"boot one", "boot two"}));
+    EXPECT_EQ(Texts(tree["dotting"]["ring"]), (Strings{"ring old", "split r2", "ring new"}));
+    EXPECT_EQ(Texts(tree["kmsg"]["lines"]),
+              (Strings{"[    1.000000][ -] hello", "[    2.000000][ -] world"}));
+}
+
+TEST_F(InspectTest, OpenBootPhaseEndsAtTheWriteOffset) {
+    Image().PutDefaultHeaders();
+    mImage->PutU32(kSlot1 + 128, 5);
+    mImage->PutBytes(kSlot1 + kDottingArea, "a\x01\n\xff\nstale\n");
+    const Json::Value dotting = Inspect()["dotting"];
+    EXPECT_TRUE(dotting["boot_phase_open"].asBool());
+    EXPECT_EQ(Texts(dotting["boot"]), (Strings{"a\\x01", "\\xff"}));
+    EXPECT_TRUE(dotting["ring"].empty());
+}
+
+TEST_F(InspectTest, UntrustedHeadersAreReportedNotFollowed) {
+    Image().PutDefaultHeaders();
+    mImage->PutU64(0, 1);
+    mImage->PutU32(0x20, 0xFFFFFFF0);  // control_content_offset of an invalid table
+    mImage->PutU64(kSlot1 + 92, 0);    // dotting_magic
+    Json::Value tree = Inspect();
+    EXPECT_TRUE(HasError(tree, "log_table_header: bad magic 0x1, expected 0x56775AF41BCDE0F0"));
+    EXPECT_EQ(tree["control_content_header"]["offset"].asUInt64(), 0x9800000u);
+    EXPECT_TRUE(tree["control_content_header"]["valid"].asBool());
+    EXPECT_FALSE(tree["black_box_log_header"]["dotting_valid"].asBool());
+    EXPECT_FALSE(tree.isMember("dotting"));
+
+    Image().PutDefaultHeaders();
+    mImage->PutWords(kSlot1 + 116, {10, 512, 3000, kDottingAreaSize + 1});
+    tree = Inspect();
+    EXPECT_TRUE(HasError(tree, "log_dotting_write_offset 0x2EE001 lies outside the dotting area"));
+    EXPECT_FALSE(tree["dotting"].isMember("ring"));
+    mImage->PutWords(kSlot1 + 116, {50, 512, 3000, 20});
+    EXPECT_TRUE(HasError(Inspect(), "ring_start 0x32 lies beyond log_dotting_write_offset"));
+
+    Image().PutDefaultHeaders();
+    ASSERT_EQ(truncate(mImage->path().c_str(), kSlot1 + 50), 0);
+    tree = Inspect();
+    EXPECT_FALSE(tree["valid"].asBool());
+    EXPECT_TRUE(tree["log_content_header"]["valid"].asBool());
+    EXPECT_TRUE(HasError(tree, "black_box_log_header at 0x1000 lies outside the file"));
+    EXPECT_TRUE(HasError(tree, "control_content_header at 0x9800000 lies outside the file"));
+}
+
+// Random images, half of them with planted magics in front of random
+// offsets: every offset a header gives is checked before it is followed.
+TEST_F(InspectTest, RandomImagesCompleteWithErrors) {
+    std::mt19937_64 random(20240611);
+    for (int round = 0; round < 64; ++round) {
+        const uint64_t size = random() % 0x20000;
+        std::string bytes(size, '\0');
+        for (auto& byte : bytes) byte = static_cast<char>(random());
+        Image(size).PutBytes(0, bytes);
+        if (round % 2 == 1 && size >= 0x1000) {
+            const uint32_t content = static_cast<uint32_t>(random() % size);
+            mImage->PutU64(0, 0x56775AF41BCDE0F0);
+            mImage->PutU32(0x14, content);
+            mImage->PutU64(content, 0xE99BB480DD25E1F0);
+        }
+        const Json::Value tree = Inspect();
+        EXPECT_FALSE(tree["valid"].asBool()) << "round " << round;
+        EXPECT_FALSE(tree["errors"].empty());
+    }
+}
+
+TEST(JsonTextTest, RendersAnyTreeAsIndentedLines) {
+    Json::Value tree;
+    tree["name"] = "blackbox";
+    tree["list"].append(1);
+    tree["list"].append(-2);
+    tree["none"] = Json::Value(Json::arrayValue);
+    tree["objects"].append(Json::Value(Json::objectValue))["ok"] = true;
+    tree["nested"]["magic"] = "0x1";
+    EXPECT_EQ(image::RenderJsonText(tree),
+              "list:\n  - 1\n  - -2\nname: blackbox\nnested:\n  magic: 0x1\nnone: []\n"
+              "objects:\n  -\n    ok: true\n");
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

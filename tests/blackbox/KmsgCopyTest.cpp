@@ -1,0 +1,127 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "BlackBoxFixture.h"
+#include "LogCapture.h"
+#include "modules/BSPLogProcessor/BlackBoxKmsg.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+constexpr char kTag[] = "BSPLogProcessor-BlackBox";
+constexpr uint64_t kArea = kSlot1 + kKmsgArea;
+
+class KmsgCopyTest : public BlackBoxTest {
+  protected:
+    void SetUp() override {
+        BlackBoxTest::SetUp();
+        unsetenv("ANDROID_FILE__dev_kmsg");
+        MakeImage().PutDefaultHeaders();
+        ASSERT_TRUE(mImage->ok());
+        ::testing::internal::CaptureStdout();
+        RunPass();
+        ::testing::internal::GetCapturedStdout();
+    }
+    void TearDown() override { unsetenv("ANDROID_FILE__dev_kmsg"); }
+
+    void WriteKmsg(const std::string& text) {
+        std::ofstream(RootPath("/dev/kmsg"), std::ios::binary) << text;
+    }
+    // The copy, and what it printed.
+    int64_t Copy(std::string* printed = nullptr) {
+        ::testing::internal::CaptureStdout();
+        const int64_t copied = blackbox::copy_kmsg_to_black_box(&mHeaders);
+        std::string out = ::testing::internal::GetCapturedStdout();
+        if (printed != nullptr) *printed = out;
+        return copied;
+    }
+    // The area's text up to the first byte never written.
+    std::string Area(size_t length) const {
+        const std::string bytes = mImage->Bytes(kArea, length + 1);
+        return bytes.substr(0, bytes.find('\0'));
+    }
+};
+
+TEST_F(KmsgCopyTest, OneLinePerRecordOfAMultiRecordRead) {
+    LogCapture log;
+    WriteKmsg(
+            "6,1,1500000,-;first line\n SUBSYSTEM=acpi\n DEVICE=+acpi:LNXPWRBN:00\n"
+            "not a record\n4,2,2000001,-,caller=T42;second\n6,3;no time or flags\n"
+            "12,4,99000000,c;third\n");
+    const std::string expected =
+            "[    1.500000][ -] first line\n[    2.000001][ T42] second\n"
+            "[   99.000000][ c] third\n";
+    EXPECT_EQ(Copy(), static_cast<int64_t>(expected.size()));
+    EXPECT_EQ(Area(expected.size()), expected);
+    EXPECT_EQ(mImage->Bytes(kSlot1 + 52, 11), std::string("boot_kmesg\0", 11));
+    EXPECT_EQ(mImage->Bytes(kSlot1 + 72, 10), std::string("dotting 1\0", 10));
+    EXPECT_TRUE(log.contains(kTag, "get /dev/kmsg fd by android_get_control_file failed!"));
+}
+
+TEST_F(KmsgCopyTest, OverlongRecordIsCutAndAnUnterminatedLastOneKept) {
+    const std::string head = "6,1,2000000,-;";
+    // Past the first 8192 bytes, even text that looks like a record is dropped.
+    WriteKmsg(head + std::string(8192 - head.size(), 'L') + "6,5,4000000,-;ghost" +
+              std::string(20000, 'L') + "\n6,2,3000000,-;tail");
+    Copy();
+    const std::string expected = "[    2.000000][ -] " + std::string(8192 - head.size(), 'L') +
+                                 "\n[    3.000000][ -] tail\n";
+    EXPECT_EQ(Area(expected.size()), expected);
+}
+
+TEST_F(KmsgCopyTest, StopsAtTheFirstRecordPast100Seconds) {
+    WriteKmsg("6,1,100999999,-;last kept\n6,2,101000000,-;too late\n6,3,5000000,-;after\n");
+    std::string printed;
+    Copy(&printed);
+    EXPECT_EQ(Area(100), "[  100.999999][ -] last kept\n");
+    EXPECT_EQ(printed, "time >= 100s, stop write.\n");
+}
+
+TEST_F(KmsgCopyTest, StopsWhenTheAreaIsFull) {
+    // Records longer than half a read, so that they straddle read boundaries.
+    const std::string message(5000, 'm');
+    std::string kmsg, lines;
+    for (int i = 0; lines.size() < 0x500000 + 10000; ++i) {
+        kmsg += "6," + std::to_string(i) + ",1000000,-;" + message + "\n";
+        lines += "[    1.000000][ -] " + message + "\n";
+    }
+    WriteKmsg(kmsg);
+    mImage->PutBytes(kSlot1 + kDottingArea, "D");  // first byte of the dotting area
+
+    std::string printed;
+    EXPECT_EQ(Copy(&printed), 0x500000);
+    EXPECT_EQ(printed, "size >= 1M, stop write.\n");
+    EXPECT_EQ(mImage->Bytes(kArea, 0x500000), lines.substr(0, 0x500000));
+    EXPECT_EQ(mImage->Bytes(kSlot1 + kDottingArea, 1), "D");
+}
+
+TEST_F(KmsgCopyTest, InitsDescriptorIsUsedAndLeftOpen) {
+    LogCapture log;
+    WriteKmsg("6,1,7000000,kern;from init\n");
+    int fd = open(RootPath("/dev/kmsg").c_str(), O_RDONLY | O_CLOEXEC);
+    setenv("ANDROID_FILE__dev_kmsg", std::to_string(fd).c_str(), 1);
+    Copy();
+    EXPECT_EQ(Area(100), "[    7.000000][ kern] from init\n");
+    EXPECT_EQ(log.count(kTag, "android_get_control_file failed"), 0);
+    EXPECT_GE(fcntl(fd, F_GETFD), 0) << "init's descriptor is not ours to close";
+    close(fd);
+}
+
+TEST_F(KmsgCopyTest, MissingSourcesStopBeforeAnyWrite) {
+    LogCapture log;
+    const std::string slotBefore = mImage->Bytes(kSlot1, 140);
+    EXPECT_EQ(Copy(), -1);
+    EXPECT_TRUE(log.contains(kTag, "open /dev/kmsg fail 2(No such file or directory)\n"));
+    EXPECT_EQ(mImage->Bytes(kSlot1, 140), slotBefore);
+
+    std::remove(mImage->path().c_str());
+    EXPECT_EQ(Copy(), -1);
+    EXPECT_TRUE(
+            log.contains(kTag, "open black_box_log partition fail 2(No such file or directory)\n"));
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

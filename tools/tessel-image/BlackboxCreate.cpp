@@ -1,0 +1,75 @@
+// tessel-image blackbox create FILE [--zeroed]: a sparse image of the default
+// size, stamped the way the daemon's header pass stamps a blank partition.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "tools/tessel-image/Commands.h"
+
+namespace zelkor::tessel::image {
+namespace {
+
+using namespace zelkor::tessel::blackbox;
+
+bool Stamp(int fd) {
+    log_table_header table{};
+    stamp_default_log_table_header(&table);
+    log_content_header content{};
+    stamp_default_log_content_header(&content);
+    black_box_log_header slot{};
+    stamp_default_black_box_log_header(&slot);
+    control_content_header control{};
+    stamp_default_control_content_header(&control);
+    const blackbox_partition_config config{};
+
+    return write_at(fd, 0, &table, sizeof(table)) >= 0 &&
+           write_at(fd, table.log_content_offset, &content, sizeof(content)) >= 0 &&
+           write_at(fd, SlotOffset(content), &slot, sizeof(slot)) >= 0 &&
+           write_at(fd, table.control_content_offset, &control, sizeof(control)) >= 0 &&
+           write_at(fd, control.config_offset, &config, sizeof(config)) >= 0;
+}
+
+}  // namespace
+
+int RunBlackboxCreate(const Args& args) {
+    const char* file = nullptr;
+    bool zeroed = false;
+    for (const auto& arg : args) {
+        if (arg == "--zeroed") {
+            zeroed = true;
+        } else if (arg.rfind("--", 0) == 0 || file != nullptr) {
+            fprintf(stderr, "tessel-image blackbox create: unexpected argument '%s'\n",
+                    arg.c_str());
+            return kExitUsage;
+        } else {
+            file = arg.c_str();
+        }
+    }
+    if (file == nullptr) {
+        fprintf(stderr, "tessel-image blackbox create: no FILE given\n");
+        return kExitUsage;
+    }
+
+    int fd = open(file, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        fprintf(stderr, "tessel-image: cannot create %s: %s\n", file, strerror(errno));
+        return kExitFailure;
+    }
+    bool ok = ftruncate(fd, static_cast<off_t>(kDefaultImageSize)) == 0 && (zeroed || Stamp(fd));
+    const int error = errno;
+    close(fd);
+    if (!ok) {
+        fprintf(stderr, "tessel-image: cannot write %s: %s\n", file, strerror(error));
+        return kExitFailure;
+    }
+    printf("%s: %llu bytes, %s\n", file, static_cast<unsigned long long>(kDefaultImageSize),
+           zeroed ? "all zero" : "default headers");
+    return kExitOk;
+}
+
+}  // namespace zelkor::tessel::image

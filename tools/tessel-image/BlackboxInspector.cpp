@@ -1,0 +1,296 @@
+#include "tools/tessel-image/BlackboxInspector.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "tools/tessel-image/ImageFile.h"
+
+namespace zelkor::tessel::image {
+namespace {
+
+using namespace zelkor::tessel::blackbox;
+
+// Bigger dotting areas than this are not read; the default is about 3 MiB.
+constexpr uint64_t kDottingAreaReadMax = 16u << 20;
+
+// Record texts are ASCII; anything else is shown as \xNN so that the output
+// stays valid UTF-8 whatever the partition holds.
+std::string Printable(std::string_view bytes) {
+    std::string text;
+    for (unsigned char c : bytes) {
+        if ((c >= 0x20 && c < 0x7f) || c == '\t') {
+            text += static_cast<char>(c);
+        } else {
+            char escaped[5];
+            snprintf(escaped, sizeof(escaped), "\\x%02x", c);
+            text += escaped;
+        }
+    }
+    return text;
+}
+
+// Text lines of a log area: NUL bytes (never written space) dropped, empty
+// lines skipped.
+Json::Value Lines(std::string_view bytes) {
+    Json::Value lines(Json::arrayValue);
+    std::string line;
+    for (char c : bytes) {
+        if (c == '\0') continue;
+        if (c != '\n') {
+            line += c;
+            continue;
+        }
+        if (!line.empty()) lines.append(Printable(line));
+        line.clear();
+    }
+    if (!line.empty()) lines.append(Printable(line));
+    return lines;
+}
+
+std::string Label(const char (&label)[kLabelSize]) {
+    return Printable(std::string_view(label, strnlen(label, kLabelSize)));
+}
+
+class Inspection {
+  public:
+    Inspection(int fd, uint64_t size) : mImage(fd, size) {}
+
+    Json::Value Run() {
+        const log_table_header table = Table();
+        const log_content_header content = Content(table);
+        const bool slotValid = Slot(content);
+        Control(table);
+        if (slotValid) {
+            Dotting(content);
+            Kmsg(content);
+        }
+        mOut["errors"] = mErrors;
+        mOut["valid"] = mErrors.empty();
+        return mOut;
+    }
+
+  private:
+    void Error(const std::string& text) { mErrors.append(text); }
+
+    // Reads a header into `header`; false (and an error) when its place is
+    // outside the file.
+    template <typename Header>
+    bool ReadHeader(const char* name, uint64_t offset, Header* header) {
+        if (mImage.Read(offset, header, sizeof(*header))) return true;
+        Error(std::string(name) + " at " + Hex(offset) + " lies outside the file (size " +
+              Hex(mImage.size()) + ")");
+        Json::Value& out = mOut[name];
+        out["offset"] = Json::UInt64(offset);
+        out["valid"] = false;
+        return false;
+    }
+
+    bool CheckMagic(const char* name, Json::Value* out, uint64_t magic, uint64_t expected,
+                    const char* field = "magic") {
+        (*out)[field] = Hex(magic);
+        if (magic == expected) return true;
+        Error(std::string(name) + ": bad " + field + " " + Hex(magic) + ", expected " +
+              Hex(expected));
+        return false;
+    }
+
+    log_table_header Table() {
+        log_table_header header{};
+        if (ReadHeader("log_table_header", 0, &header)) {
+            Json::Value& out = mOut["log_table_header"];
+            out["offset"] = 0;
+            out["valid"] = CheckMagic("log_table_header", &out, header.magic, kLogTableMagic);
+            out["version"] = header.version;
+            out["reserved12"] = header.reserved0;
+            out["boot_index"] = header.boot_index;
+            out["log_content_offset"] = header.log_content_offset;
+            out["minidump_offset"] = header.minidump_offset;
+            out["minidump_is_valid"] = header.minidump_is_valid;
+            out["control_content_offset"] = header.control_content_offset;
+            if (out["valid"].asBool()) return header;
+        }
+        log_table_header defaults{};
+        defaults.log_content_offset = kDefaultLogContentOffset;
+        defaults.control_content_offset = kDefaultControlContentOffset;
+        return defaults;
+    }
+
+    log_content_header Content(const log_table_header& table) {
+        log_content_header header{};
+        const uint64_t offset = table.log_content_offset;
+        if (ReadHeader("log_content_header", offset, &header)) {
+            Json::Value& out = mOut["log_content_header"];
+            out["offset"] = Json::UInt64(offset);
+            out["valid"] = CheckMagic("log_content_header", &out, header.magic, kLogContentMagic);
+            out["version"] = header.version;
+            out["reserved12"] = header.reserved0;
+            out["log_offset"] = header.log_offset;
+            out["dump_count"] = header.dump_count;
+            out["log_size"] = header.log_size;
+            if (out["valid"].asBool()) return header;
+        }
+        log_content_header defaults{};
+        defaults.log_offset = kDefaultLogOffset;
+        defaults.dump_count = kDefaultDumpCount;
+        defaults.log_size = kDefaultLogSize;
+        return defaults;
+    }
+
+    // The current slot's header; true when it and its place can be trusted.
+    bool Slot(const log_content_header& content) {
+        const int64_t slot = SlotOffset(content);
+        if (slot < 0) {
+            Error("current slot " + std::to_string(content.dump_count) +
+                  " lies at a negative offset");
+            return false;
+        }
+        mSlot = static_cast<uint64_t>(slot);
+        if (!ReadHeader("black_box_log_header", mSlot, &mLog)) return false;
+        Json::Value& out = mOut["black_box_log_header"];
+        out["offset"] = Json::UInt64(mSlot);
+        out["slot"] = content.dump_count;
+        const bool valid = CheckMagic("black_box_log_header", &out, mLog.magic, kSlotHeaderMagic);
+        out["valid"] = valid;
+        Json::Value region(Json::arrayValue);
+        for (uint32_t word : mLog.region) region.append(word);
+        out["region"] = region;
+        out["kmsg_offset"] = mLog.kmsg_offset;
+        out["region8"] = mLog.region8;
+        out["region9"] = mLog.region9;
+        out["dotting_offset"] = mLog.dotting_offset;
+        out["prev_name"] = Label(mLog.prev_name);
+        out["cur_name"] = Label(mLog.cur_name);
+        mDottingValid = CheckMagic("black_box_log_header", &out, mLog.dotting_magic, kDottingMagic,
+                                   "dotting_magic");
+        out["dotting_valid"] = mDottingValid;
+        out["dotting_reserved"] = mLog.dotting_reserved;
+        out["dotting_count"] = Json::UInt64(mLog.dotting_count);
+        out["boot_dotting_end"] = mLog.boot_dotting_end;
+        out["ring_start"] = mLog.ring_start;
+        out["dotting_max_len"] = mLog.dotting_max_len;
+        out["boot_dotting_max"] = mLog.boot_dotting_max;
+        out["log_dotting_write_offset"] = mLog.log_dotting_write_offset;
+        out["reserved132"] = mLog.reserved132;
+        out["dump_process_fail"] = mLog.dump_process_fail;
+        return valid;
+    }
+
+    void Control(const log_table_header& table) {
+        control_content_header header{};
+        const uint64_t offset = table.control_content_offset;
+        uint64_t configOffset = kDefaultConfigOffset;
+        if (ReadHeader("control_content_header", offset, &header)) {
+            Json::Value& out = mOut["control_content_header"];
+            out["offset"] = Json::UInt64(offset);
+            out["valid"] =
+                    CheckMagic("control_content_header", &out, header.magic, kControlContentMagic);
+            out["version"] = header.version;
+            out["crash_history_offset"] = header.crash_history_offset;
+            out["reserved16"] = header.reserved0;
+            out["config_offset"] = header.config_offset;
+            out["hwinfo_offset"] = header.hwinfo_offset;
+            if (out["valid"].asBool()) configOffset = header.config_offset;
+        }
+        blackbox_partition_config config{};
+        if (!ReadHeader("blackbox_partition_config", configOffset, &config)) return;
+        Json::Value& out = mOut["blackbox_partition_config"];
+        out["offset"] = Json::UInt64(configOffset);
+        out["isUartEnable"] = config.isUartEnable;
+        out["isForceQpstWhenFulldump"] = config.isForceQpstWhenFulldump;
+        out["isOEMDebugUartLogLevel"] = config.isOEMDebugUartLogLevel;
+    }
+
+    // Boot phase first, then the ring part from the oldest byte (at the write
+    // offset) round to the newest.
+    void Dotting(const log_content_header& content) {
+        if (!mDottingValid) return;
+        const uint64_t size = content.log_size;
+        const uint64_t start = mLog.dotting_offset;
+        if (start >= size) {
+            Error("dotting_offset " + Hex(start) + " is not inside the slot (log_size " +
+                  Hex(size) + ")");
+            return;
+        }
+        const uint64_t area = mSlot + start;
+        const uint64_t length = size - start;
+        const uint64_t write = mLog.log_dotting_write_offset;
+        const int64_t ring = mLog.ring_start;
+        Json::Value& out = mOut["dotting"];
+        out["offset"] = Json::UInt64(area);
+        out["size"] = Json::UInt64(length);
+        out["boot_phase_open"] = ring < 0;
+        if (length > kDottingAreaReadMax) {
+            Error("dotting area of " + Hex(length) + " bytes is too large to read");
+            return;
+        }
+        if (!mImage.Contains(area, length)) {
+            Error("dotting area " + Hex(area) + "+" + Hex(length) + " lies outside the file");
+            return;
+        }
+        if (write > length) {
+            Error("log_dotting_write_offset " + Hex(write) + " lies outside the dotting area");
+            return;
+        }
+        if (ring > static_cast<int64_t>(write)) {
+            Error("ring_start " + Hex(static_cast<uint64_t>(ring)) +
+                  " lies beyond log_dotting_write_offset");
+            return;
+        }
+        const std::string bytes = mImage.ReadSpan(area, length);
+        const std::string_view all(bytes);
+        if (ring < 0) {
+            out["boot"] = Lines(all.substr(0, write));
+            out["ring"] = Json::Value(Json::arrayValue);
+            return;
+        }
+        const size_t ringStart = static_cast<size_t>(ring);
+        out["boot"] = Lines(all.substr(0, ringStart));
+        std::string ringBytes(all.substr(write));
+        ringBytes.append(all.substr(ringStart, write - ringStart));
+        out["ring"] = Lines(ringBytes);
+    }
+
+    // From kmsg_offset to the first never-written byte, at most kKmsgAreaMax.
+    void Kmsg(const log_content_header& content) {
+        const uint64_t size = content.log_size;
+        const uint64_t start = mLog.kmsg_offset;
+        if (start >= size) {
+            Error("kmsg_offset " + Hex(start) + " is not inside the slot (log_size " + Hex(size) +
+                  ")");
+            return;
+        }
+        const uint64_t area = mSlot + start;
+        Json::Value& out = mOut["kmsg"];
+        out["offset"] = Json::UInt64(area);
+        if (!mImage.Contains(area, 1)) {
+            Error("kernel boot log area at " + Hex(area) + " lies outside the file");
+            return;
+        }
+        uint64_t length = std::min<uint64_t>(kKmsgAreaMax, size - start);
+        if (!mImage.Contains(area, length)) {
+            Error("kernel boot log area runs past the end of the file");
+            length = mImage.size() - area;
+        }
+        const std::string bytes = mImage.ReadSpan(area, length);
+        out["lines"] = Lines(std::string_view(bytes).substr(0, bytes.find('\0')));
+    }
+
+    ImageFile mImage;
+    Json::Value mOut{Json::objectValue};
+    Json::Value mErrors{Json::arrayValue};
+    uint64_t mSlot = 0;
+    black_box_log_header mLog{};
+    bool mDottingValid = false;
+};
+
+}  // namespace
+
+Json::Value InspectBlackbox(int fd, uint64_t file_size) {
+    return Inspection(fd, file_size).Run();
+}
+
+}  // namespace zelkor::tessel::image

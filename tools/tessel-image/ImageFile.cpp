@@ -1,0 +1,28 @@
+#include "tools/tessel-image/ImageFile.h"
+
+#include <cinttypes>
+#include <cstdio>
+
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
+
+namespace zelkor::tessel::image {
+
+bool ImageFile::Read(uint64_t offset, void* out, size_t length) const {
+    if (!Contains(offset, length)) return false;
+    return blackbox::read_at(mFd, static_cast<int64_t>(offset), out, length) ==
+           static_cast<ssize_t>(length);
+}
+
+std::string ImageFile::ReadSpan(uint64_t offset, size_t length) const {
+    std::string bytes(length, '\0');
+    if (!Read(offset, bytes.data(), length)) bytes.clear();
+    return bytes;
+}
+
+std::string Hex(uint64_t value) {
+    char text[24];
+    snprintf(text, sizeof(text), "0x%" PRIX64, value);
+    return text;
+}
+
+}  // namespace zelkor::tessel::image

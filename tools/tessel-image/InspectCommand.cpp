@@ -1,0 +1,74 @@
+// tessel-image inspect FILE [--json]: what a partition image holds, as a JSON
+// tree or its text rendering. Each region's inspector adds one subtree.
+#include <fcntl.h>
+#include <json/json.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "tools/tessel-image/BlackboxInspector.h"
+#include "tools/tessel-image/Commands.h"
+#include "tools/tessel-image/JsonText.h"
+
+namespace zelkor::tessel::image {
+namespace {
+
+// True when no subtree says it is invalid.
+bool AllValid(const Json::Value& root) {
+    for (const auto& name : root.getMemberNames()) {
+        const Json::Value& subtree = root[name];
+        if (subtree.isObject() && subtree.isMember("valid") && !subtree["valid"].asBool()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int RunInspect(const Args& args) {
+    const char* file = nullptr;
+    bool json = false;
+    for (const auto& arg : args) {
+        if (arg == "--json") {
+            json = true;
+        } else if (arg.rfind("--", 0) == 0 || file != nullptr) {
+            fprintf(stderr, "tessel-image inspect: unexpected argument '%s'\n", arg.c_str());
+            return kExitUsage;
+        } else {
+            file = arg.c_str();
+        }
+    }
+    if (file == nullptr) {
+        fprintf(stderr, "tessel-image inspect: no FILE given\n");
+        return kExitUsage;
+    }
+
+    int fd = open(file, O_RDONLY | O_CLOEXEC);
+    const int64_t size = fd >= 0 ? blackbox::partition_size(fd) : -1;
+    if (size < 0) {
+        fprintf(stderr, "tessel-image: cannot read %s: %s\n", file, strerror(errno));
+        if (fd >= 0) close(fd);
+        return kExitFailure;
+    }
+    Json::Value root(Json::objectValue);
+    root["file"] = file;
+    root["size"] = Json::UInt64(size);
+    root["blackbox"] = InspectBlackbox(fd, static_cast<uint64_t>(size));
+    close(fd);
+
+    if (json) {
+        Json::StreamWriterBuilder builder;
+        builder["indentation"] = "  ";
+        std::cout << Json::writeString(builder, root) << std::endl;
+    } else {
+        std::cout << RenderJsonText(root);
+    }
+    return AllValid(root) ? kExitOk : kExitFailure;
+}
+
+}  // namespace zelkor::tessel::image
