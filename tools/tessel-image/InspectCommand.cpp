@@ -13,6 +13,7 @@
 #include "tools/tessel-image/BlackboxInspector.h"
 #include "tools/tessel-image/Commands.h"
 #include "tools/tessel-image/JsonText.h"
+#include "tools/tessel-image/dump/DumpImage.h"
 
 namespace zelkor::tessel::image {
 namespace {
@@ -33,9 +34,12 @@ bool AllValid(const Json::Value& root) {
 int RunInspect(const Args& args) {
     const char* file = nullptr;
     bool json = false;
+    bool minidumpPartition = false;
     for (const auto& arg : args) {
         if (arg == "--json") {
             json = true;
+        } else if (arg == "--minidump-partition") {
+            minidumpPartition = true;
         } else if (arg.rfind("--", 0) == 0 || file != nullptr) {
             fprintf(stderr, "tessel-image inspect: unexpected argument '%s'\n", arg.c_str());
             return kExitUsage;
@@ -58,7 +62,12 @@ int RunInspect(const Args& args) {
     Json::Value root(Json::objectValue);
     root["file"] = file;
     root["size"] = Json::UInt64(size);
-    root["blackbox"] = InspectBlackbox(fd, static_cast<uint64_t>(size));
+    if (minidumpPartition) {
+        root["minidump"] = InspectDumpArea(fd, static_cast<uint64_t>(size), false);
+    } else {
+        root["blackbox"] = InspectBlackbox(fd, static_cast<uint64_t>(size));
+        root["minidump"] = InspectDumpArea(fd, static_cast<uint64_t>(size), true);
+    }
     close(fd);
 
     if (json) {

@@ -15,8 +15,14 @@ const std::vector<image::Command>& Commands() {
              "FILE [--zeroed]",
              "write a sparse blackbox image with the default headers (or all zero)",
              image::RunBlackboxCreate},
+            {{"dump", "add"},
+             "FILE [--minidump-partition] --slot N [--version 0x2000] [--time TEXT] "
+             "[--boot-index N] --section NAME=DATAFILE ...",
+             "write a raw dump into a blackbox image's minidump region or a minidump "
+             "partition image",
+             image::RunDumpAdd},
             {{"inspect"},
-             "FILE [--json]",
+             "FILE [--json] [--minidump-partition]",
              "show every header and log area of an image, as text or JSON",
              image::RunInspect},
     };

@@ -1,0 +1,27 @@
+#include "modules/BSPLogProcessor/CrashParse.h"
+#include "modules/BSPLogProcessor/CrashScan.h"
+
+namespace zelkor::tessel::Minidump {
+
+void record_crash_line(std::string_view line, crash_type_enum type, std::string& reason,
+                       std::string& detail) {
+    // The detail ends up inside one record line of the history.
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+    reason = crash_type_name(type);
+    detail.assign(line);
+}
+
+void CrashResult::set(crash_type_enum type, std::string_view line) const {
+    mainType = crash_main_type_of(type);
+    subType = type;
+    record_crash_line(line, type, reason, detail);
+}
+
+void CrashResult::setDetail(crash_type_enum type, const std::string& text) const {
+    mainType = crash_main_type_of(type);
+    subType = type;
+    reason = crash_type_name(type);
+    detail = text;
+}
+
+}  // namespace zelkor::tessel::Minidump

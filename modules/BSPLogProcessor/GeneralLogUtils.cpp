@@ -1,0 +1,138 @@
+#include "modules/BSPLogProcessor/GeneralLogUtils.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "platform/Platform.h"
+#include "platform/Properties.h"
+
+namespace zelkor::tessel {
+
+namespace {
+
+constexpr char kCrashReasonProperty[] = "vendor.minidump.crash_reason";
+constexpr char kOtherHardreset[] = "other_hardreset";
+constexpr size_t kStampMax = 70;
+constexpr size_t kNodePiece = 512;
+// A PMIC log node is one page; anything far beyond is not a log.
+constexpr size_t kNodeMax = 1024 * 1024;
+
+bool WriteAll(int fd, const char* data, size_t len) {
+    while (len > 0) {
+        ssize_t n = write(fd, data, len);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        data += n;
+        len -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string& GeneralLogUtils::crashReason() {
+    static std::string reason;
+    return reason;
+}
+
+void GeneralLogUtils::setCrashReason(const std::string& reason) {
+    crashReason() = reason;
+}
+
+bool GeneralLogUtils::is_other_restart_type() {
+    const std::string reason =
+            crashReason().empty() ? platform::GetProperty(kCrashReasonProperty, "") : crashReason();
+    return reason == kOtherHardreset;
+}
+
+int GeneralLogUtils::add_uefilog_time(const std::string& path) {
+    int fd = open(platform::DevicePath(path).c_str(), O_RDWR | O_CLOEXEC);
+    if (fd < 0) {
+        fprintf(stderr, "open file error");
+        return -1;
+    }
+    time_t now = time(nullptr);
+    struct tm local {};
+    localtime_r(&now, &local);
+    char stamp[kStampMax];
+    // Same clock text as every record of the run, space flag included; the
+    // blanks wipe what is left of the boot loader's first line.
+    int len =
+            snprintf(stamp, sizeof(stamp),
+                     "=== Dump occured at %04d-%02d-%02d% 02d:%02d:%02d ===                    \n",
+                     local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                     local.tm_min, local.tm_sec);
+    const size_t size = std::min(static_cast<size_t>(std::max(len, 0)), sizeof(stamp) - 1);
+    if (pwrite(fd, stamp, size, 0) != static_cast<ssize_t>(size)) fprintf(stderr, "Writing error");
+    close(fd);
+    return 0;
+}
+
+int GeneralLogUtils::read_node(const std::string& node, const std::string& path) {
+    int in = open(platform::DevicePath(node).c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0) {
+        MD_LOGE("open %s fail %d(%s)\n", node.c_str(), errno, strerror(errno));
+        return 1;
+    }
+    int out = open(platform::DevicePath(path).c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC,
+                   0644);
+    if (out < 0) {
+        MD_LOGE("open %s fail %d(%s)\n", path.c_str(), errno, strerror(errno));
+        close(in);
+        return 1;
+    }
+    bool ok = WriteAll(out, "\n", 1);
+    char piece[kNodePiece];
+    for (size_t copied = 0; ok && copied < kNodeMax;) {
+        ssize_t n = read(in, piece, std::min(sizeof(piece), kNodeMax - copied));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            ok = n == 0;
+            break;
+        }
+        ok = WriteAll(out, piece, static_cast<size_t>(n));
+        copied += static_cast<size_t>(n);
+    }
+    if (!ok)
+        MD_LOGE("copy %s to %s fail %d(%s)\n", node.c_str(), path.c_str(), errno, strerror(errno));
+    close(out);
+    close(in);
+    return ok ? 0 : 1;
+}
+
+int GeneralLogUtils::log_utils_main() {
+    int ret = add_uefilog_time(kUefiLog);
+    if (ret == -1) printf("add uefilog time appear error");
+    if (!is_other_restart_type()) return ret;
+
+    // The second log is only this reset's when both carry the same boot.
+    const int bootIndex = get_boot_index(kUefiLog);
+    if (bootIndex == -1 || bootIndex != get_boot_index(kOtherUefiLog)) return ret;
+
+    if (add_uefilog_time(kOtherUefiLog) == -1) printf("add uefilog time appear error");
+    if (read_node(kPmicPonLog, kOtherUefiLog) != 0) {
+        printf("read pmic register fail");
+        printf("get pmic register error");
+    }
+    const std::string kept =
+            std::string(kLogDir) + "/" + kKeptLogPrefix + std::to_string(bootIndex) + ".txt";
+    if (rename(platform::DevicePath(kOtherUefiLog).c_str(), platform::DevicePath(kept).c_str()) !=
+        0) {
+        printf("other uefilog rename fail");
+        printf("rename other uefilog error");
+    }
+    if (retainMaxBootIndexFiles(kLogDir) != 0) {
+        printf("remove other uefilog error");
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace zelkor::tessel

@@ -1,0 +1,39 @@
+// The writers parse_log dispatches to, one per kind of section. Each reads the
+// section through `in` and writes text to the open last-log file(s).
+#pragma once
+
+#include <cstdint>
+
+#include "modules/BSPLogProcessor/SectionStream.h"
+#include "modules/BSPLogProcessor/TzLogDict.h"
+
+namespace zelkor::tessel::Minidump {
+
+// Kernel printk records as "<level> [sec.usec] text" lines ("md_KMDT0x110.BIN").
+void WriteKmdt(const Section& in, int out);
+// Kernel printk records as kernel log lines; `dumpTime` (may be null) heads
+// the file with the dump's time ("md_kmsg").
+void WriteKmsg(const Section& in, int out, const char* dumpTime);
+// Android pmsg records as logcat lines ("md_pmsg").
+void WritePmsg(const Section& in, int out);
+// The section's text with NUL padding left out ("md_cpusys", "md_XBL_LOG").
+void WriteText(const Section& in, int out);
+// The section's bytes as a hex dump ("md_TZ_IMEM").
+void WriteHexDump(const Section& in, int out);
+// The trust-zone log as it is, and translated with the dictionary ("md_ltz").
+void WriteTzLog(const Section& in, int raw, int parsed);
+// The trust-zone diagnostic area ("md_TZ_DIAG").
+void WriteTzDiag(const Section& in, int out, int parsed);
+// The hypervisor diagnostic area ("md_HYP_DIAG").
+void WriteHypLog(const Section& in, int out);
+// A trust-zone log-key region into "last_tzlog_key", the file started afresh
+// (`startFile`) or continued.
+void WriteKeyRegion(const Section& in, uint32_t lateIndex, bool startFile);
+
+// Copies the text of `source` to `out` with NUL bytes left out (boot loaders and
+// rings pad with them), and feeds it to `translator` when one is given. With
+// `stopAtNul` the text ends at its first NUL instead.
+void CopyText(ByteSource& source, OutBuffer& out, TzlogTranslator* translator,
+              bool stopAtNul = false);
+
+}  // namespace zelkor::tessel::Minidump

@@ -1,0 +1,25 @@
+# Minidump extraction, last-log files and trust-zone log translation.
+find_package(ZLIB REQUIRED)
+add_library(tessel_minidump STATIC
+    CompressMinidump.cpp
+    DeleteLog.cpp
+    DiagFiles.cpp
+    DumpPartition.cpp
+    DumpSlot.cpp
+    HypLog.cpp
+    KeyRegions.cpp
+    LastLogHeader.cpp
+    MinidumpFailHeader.cpp
+    MinidumpIo.cpp
+    MinidumpSections.cpp
+    Pmsg.cpp
+    Printk.cpp
+    RunState.cpp
+    SectionStream.cpp
+    TextSections.cpp
+    TzDiag.cpp
+    TzLogDict.cpp
+)
+tessel_target(tessel_minidump)
+target_link_libraries(tessel_minidump PUBLIC tessel_platform tessel_utils android::base android::log
+    PRIVATE ZLIB::ZLIB)

@@ -1,0 +1,90 @@
+// The CPU error detectors and the trust zone's EDAC record.
+#include "CrashTestSupport.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+TEST(CpuErrorLine, MarkersMapToTheirSubTypes) {
+    EXPECT_EQ(cpu_error_type_of_line("llcc: LLCC Data RAM correctable Error"),
+              CRASH_CPU_LLCC_DATA_SINGLE);
+    // "uncorrectable" contains "correctable": the single-bit entry must not
+    // take it.
+    EXPECT_EQ(cpu_error_type_of_line("llcc: LLCC Data RAM uncorrectable Error"),
+              CRASH_CPU_LLCC_DATA_MULTI);
+    EXPECT_EQ(cpu_error_type_of_line("LLCC Tag RAM uncorrectable Error"), CRASH_CPU_LLCC_TAG_MULTI);
+    EXPECT_EQ(cpu_error_type_of_line("Kryo L1 Correctable Error"), CRASH_CPU_CACHE_L1_SINGLE);
+    EXPECT_EQ(cpu_error_type_of_line("CPU7 L3 Uncorrectable Error"), CRASH_CPU_CACHE_L3_MULTI);
+    EXPECT_EQ(cpu_error_type_of_line("[ 5.0][ T1] pc : do_undefinstr+0x2a0/0x2c4"),
+              CRASH_CPU_CACHE_UNDEF_INSTR);
+    EXPECT_EQ(cpu_error_type_of_line("list_add corruption. prev->next should be next"),
+              CRASH_LIST_CORRUPTION);
+    EXPECT_EQ(cpu_error_type_of_line("kryo l2 correctable error"), CRASH_NONE);
+    EXPECT_EQ(cpu_error_type_of_line("lr : do_undefinstr+0x10/0x2c4"), CRASH_NONE);
+}
+
+TEST_F(CrashTest, KernelLogCpuErrorsGoByTableOrderNotPosition) {
+    Write(kLastKmsg,
+          "[ 1.0][ C0] list_del corruption, ffff00 next is NULL\n"
+          "[ 2.0][ C1] Kryo L1 Correctable Error\n"
+          "[ 3.0][ C2] LLCC Tag RAM correctable Error\n");
+    LogLines kmsg(kLastKmsg);
+    Verdict v;
+    ASSERT_TRUE(detect_cpu_error_in_kmsg(kmsg, v.mainType, v.subType, v.reason, v.detail));
+    EXPECT_VERDICT(v, CRASH_MAIN_CPU, CRASH_CPU_LLCC_TAG_SINGLE, "cpu_llcc_tag_single",
+                   "[ 3.0][ C2] LLCC Tag RAM correctable Error");
+}
+
+TEST_F(CrashTest, CpusysEdacStatusCountsOnlyAfterTheInterrupt) {
+    Verdict v;
+    Write(kLastCpusys, "ERXSTATUS_EL1: ce000002\nidle\n");
+    EXPECT_FALSE(detect_cpu_edac_in_cpusys(v.mainType, v.subType, v.reason, v.detail));
+
+    Write(kLastCpusys,
+          "ERXSTATUS_EL1: ce000002\nEDAC PPI interrupt received\nERXSTATUS_EL1: "
+          "cc800002\n");
+    ASSERT_TRUE(detect_cpu_edac_in_cpusys(v.mainType, v.subType, v.reason, v.detail));
+    EXPECT_VERDICT(v, CRASH_MAIN_CPU, CRASH_CPU_EDAC_UNCORRECT, "cpu_edac_uncorrect",
+                   "ERXSTATUS_EL1: cc800002");
+
+    Write(kLastCpusys, "edac_ppi_interrupt_handler: status ce000002\n");
+    ASSERT_TRUE(detect_cpu_edac_in_cpusys(v.mainType, v.subType, v.reason, v.detail));
+    EXPECT_EQ(v.subType, CRASH_CPU_EDAC_CORRECT);
+}
+
+TEST_F(CrashTest, PanicFallsBackToCpusysThenTzlogEdac) {
+    NewDump(true);
+    Write(kLastKmsg, "[ 9.0][ T1] Kernel panic - not syncing: Asynchronous SError Interrupt\n");
+    Write(kLastTzlog,
+          "(700181 1 ce000002 0)\nBoot Status :\n[0x1a] (700181 0 0 0)\n"
+          "[0x2c1a88f1] (700181 2 cc800002 30000000)\n");
+    EXPECT_VERDICT(Parse(), CRASH_MAIN_CPU, CRASH_CPU_EDAC_UNCORRECT, "cpu_edac_uncorrect",
+                   "TZBSP_EC_EDAC_STATUS  ARM EDAC CPU 2 ERXSTATUS_EL1 = 0xcc800002 "
+                   "ERXMISC0_EL1 = 0x30000000");
+
+    Write(kLastCpusys, "EDAC PPI interrupt received\nERXSTATUS_EL1: ce000002\n");
+    EXPECT_EQ(Parse().subType, CRASH_CPU_EDAC_CORRECT);
+    EXPECT_EQ(Parse().detail, "ERXSTATUS_EL1: ce000002");
+}
+
+TEST(EdacDiag, SplitsTheThreeWordsAfterTheCode) {
+    std::string cpu, status, misc;
+    ASSERT_TRUE(split_edac_diag_log("[0x2c1a88f1] (700181 2 cc800002 30000000)\r\n", cpu, status,
+                                    misc));
+    EXPECT_EQ(cpu, "2");
+    EXPECT_EQ(status, "cc800002");
+    EXPECT_EQ(misc, "30000000");
+
+    ASSERT_TRUE(split_edac_diag_log("(700181, 7,\tce000002, 0)", cpu, status, misc));
+    EXPECT_EQ(cpu + "|" + status + "|" + misc, "7|ce000002|0");
+
+    ASSERT_TRUE(
+            split_edac_diag_log("(700181 1 " + std::string(100, 'f') + " 2)", cpu, status, misc));
+    EXPECT_EQ(status, std::string(31, 'f'));
+
+    EXPECT_FALSE(split_edac_diag_log("(700181 2 cc800002)", cpu, status, misc));
+    EXPECT_FALSE(split_edac_diag_log("(7001810 2 cc800002 0)", cpu, status, misc));
+    EXPECT_FALSE(split_edac_diag_log("no code 2 cc800002 0", cpu, status, misc));
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

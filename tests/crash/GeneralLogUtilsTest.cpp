@@ -1,0 +1,168 @@
+// Stamping the UEFI logs, keeping the log of an "other" reset by boot index,
+// and pruning the kept copies.
+#include <cstdio>
+
+#include "CrashTestSupport.h"
+#include "modules/BSPLogProcessor/GeneralLogUtils.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+// "=== Dump occured at 2024-05-06 13:04:05 ===", twenty blanks and a newline;
+// an hour below 10 has a blank in place of the leading zero.
+bool IsStamp(const std::string& line) {
+    int y, mo, d, h, mi, sec, end = -1;
+    if (sscanf(line.c_str(), "=== Dump occured at %4d-%2d-%2d%3d:%2d:%2d ===%n", &y, &mo, &d, &h,
+               &mi, &sec, &end) != 6 ||
+        end < 0 || line.size() < 31 || line[30] != ' ') {
+        return false;
+    }
+    return line.substr(end) == std::string(20, ' ') + "\n";
+}
+
+class LogUtilsTest : public CrashTest {
+  protected:
+    void SetUp() override {
+        CrashTest::SetUp();
+        GeneralLogUtils::setCrashReason("");
+        std::filesystem::create_directories(Host("/dev/logfs"));
+    }
+    void TearDown() override { GeneralLogUtils::setCrashReason(""); }
+
+    void Keep(int bootIndex) const {
+        Write("/dev/logfs/Other_Ufilog_" + std::to_string(bootIndex) + ".txt", "kept\n");
+    }
+    std::string Listing() const {
+        std::vector<std::string> names;
+        for (auto& e : std::filesystem::directory_iterator(Host("/dev/logfs"))) {
+            names.push_back(e.path().filename());
+        }
+        std::sort(names.begin(), names.end());
+        std::string out;
+        for (auto& n : names) out += n + " ";
+        return out;
+    }
+    // A UEFI log whose boot index line comes after the stamped first bytes.
+    static std::string UefiLog(const std::string& bootIndexLine) {
+        return "Format: Log Type - Time(microsec) - Message - Optional Info\r\n" +
+               std::string(80, '-') + "\r\n" + bootIndexLine + "\r\nUEFI End\r\n";
+    }
+};
+
+TEST_F(LogUtilsTest, OnlyTheFiveHighestBootIndexesStay) {
+    for (int i = 3; i <= 9; ++i) Keep(i);
+    Write("/dev/logfs/UefiLog0.txt", "this boot\n");
+    Write("/dev/logfs/Other_notes.txt", "not a kept copy\n");
+    EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/logfs"), 0);
+    EXPECT_EQ(Listing(),
+              "Other_Ufilog_5.txt Other_Ufilog_6.txt Other_Ufilog_7.txt Other_Ufilog_8.txt "
+              "Other_Ufilog_9.txt Other_notes.txt UefiLog0.txt ");
+
+    // Numbers, not names: 10 outranks 9; a name without digits goes first.
+    Keep(10);
+    Write("/dev/logfs/Other_Ufilog_.txt", "no index\n");
+    EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/logfs"), 0);
+    EXPECT_EQ(Listing(),
+              "Other_Ufilog_10.txt Other_Ufilog_6.txt Other_Ufilog_7.txt Other_Ufilog_8.txt "
+              "Other_Ufilog_9.txt Other_notes.txt UefiLog0.txt ");
+
+    // Five is the limit, not a trigger.
+    EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/logfs"), 0);
+    EXPECT_EQ(Listing().find("Other_Ufilog_6.txt") != std::string::npos, true);
+
+    EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/missing"), -1);
+    EXPECT_EQ(GeneralLogUtils::compareBootIndex("Other_Ufilog_3.txt", "Other_Ufilog_8.txt"), 5);
+}
+
+TEST_F(LogUtilsTest, BootIndexIsTheFirstNumberOfItsLine) {
+    Write("/dev/logfs/a.txt", "boot 7\nslot 12: boot_index = 40\nboot_index 3\n");
+    EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/a.txt"), 12);
+    Write("/dev/logfs/a.txt", "boot_index: none\n");
+    EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/a.txt"), -1);
+    Write("/dev/logfs/a.txt", "boot_index 99999999999\n");
+    EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/a.txt"), -1);
+    Write("/dev/logfs/a.txt", "no index at all 5\n");
+    EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/a.txt"), -1);
+    EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/missing.txt"), -1);
+}
+
+TEST_F(LogUtilsTest, StampOverwritesTheStartInPlace) {
+    const std::string body(200, 'x');
+    Write("/dev/logfs/UefiLog0.txt", body);
+    ASSERT_EQ(GeneralLogUtils::add_uefilog_time("/dev/logfs/UefiLog0.txt"), 0);
+    std::string text = Read("/dev/logfs/UefiLog0.txt");
+    ASSERT_EQ(text.size(), body.size());
+    const size_t stampEnd = text.find('\n') + 1;
+    EXPECT_LE(stampEnd, 64u);
+    EXPECT_TRUE(IsStamp(text.substr(0, stampEnd))) << text.substr(0, stampEnd);
+    EXPECT_EQ(text.substr(stampEnd), body.substr(stampEnd));
+
+    Write("/dev/logfs/short.txt", "ab");
+    ASSERT_EQ(GeneralLogUtils::add_uefilog_time("/dev/logfs/short.txt"), 0);
+    EXPECT_TRUE(IsStamp(Read("/dev/logfs/short.txt")));
+
+    EXPECT_EQ(GeneralLogUtils::add_uefilog_time("/dev/logfs/missing.txt"), -1);
+    EXPECT_FALSE(Exists("/dev/logfs/missing.txt"));
+}
+
+TEST_F(LogUtilsTest, RestartTypeComesFromTheReasonOrTheProperty) {
+    ASSERT_TRUE(platform::SetProperty("vendor.minidump.crash_reason", "other_hardreset"));
+    EXPECT_TRUE(GeneralLogUtils::is_other_restart_type());
+    GeneralLogUtils::setCrashReason("kpanic");
+    EXPECT_FALSE(GeneralLogUtils::is_other_restart_type());
+    GeneralLogUtils::setCrashReason("");
+    ASSERT_TRUE(platform::SetProperty("vendor.minidump.crash_reason", "other_hardreset2"));
+    EXPECT_FALSE(GeneralLogUtils::is_other_restart_type());
+    GeneralLogUtils::setCrashReason("other_hardreset");
+    EXPECT_TRUE(GeneralLogUtils::is_other_restart_type());
+}
+
+TEST_F(LogUtilsTest, OtherRestartKeepsTheSecondLogWithThePmicLog) {
+    for (int i = 1; i <= 5; ++i) Keep(i);
+    Write("/dev/logfs/UefiLog0.txt", UefiLog("boot_index: 42"));
+    Write("/dev/logfs/UefiLog_other0.txt", UefiLog("boot_index: 42 (other)"));
+    Write("/sys/kernel/pmic_pon_log/pon_log_full", "PON: 0x20 SMPL\n");
+    GeneralLogUtils::setCrashReason("other_hardreset");
+
+    ASSERT_EQ(GeneralLogUtils::log_utils_main(), 0);
+    EXPECT_EQ(Listing(),
+              "Other_Ufilog_2.txt Other_Ufilog_3.txt Other_Ufilog_4.txt Other_Ufilog_42.txt "
+              "Other_Ufilog_5.txt UefiLog0.txt ");
+    const std::string kept = Read("/dev/logfs/Other_Ufilog_42.txt");
+    EXPECT_EQ(kept.rfind("=== Dump occured at ", 0), 0u);
+    EXPECT_NE(kept.find("boot_index: 42 (other)\r\nUEFI End\r\n\nPON: 0x20 SMPL\n"),
+              std::string::npos);
+    EXPECT_EQ(Read("/dev/logfs/UefiLog0.txt").rfind("=== Dump occured at ", 0), 0u);
+}
+
+TEST_F(LogUtilsTest, OtherLogOfAnotherBootOrAnotherReasonIsLeftAlone) {
+    const std::string other = UefiLog("boot_index: 41");
+    Write("/dev/logfs/UefiLog0.txt", UefiLog("boot_index: 42"));
+    Write("/dev/logfs/UefiLog_other0.txt", other);
+    GeneralLogUtils::setCrashReason("other_hardreset");
+    EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
+    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), other);
+
+    Write("/dev/logfs/UefiLog_other0.txt", UefiLog("boot_index: 42"));
+    GeneralLogUtils::setCrashReason("Normal");
+    EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
+    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), UefiLog("boot_index: 42"));
+    EXPECT_EQ(Read("/dev/logfs/UefiLog0.txt").rfind("=== Dump occured at ", 0), 0u);
+
+    // Nothing to stamp.
+    std::filesystem::remove(Host("/dev/logfs/UefiLog0.txt"));
+    EXPECT_EQ(GeneralLogUtils::log_utils_main(), -1);
+}
+
+TEST_F(LogUtilsTest, ReadNodeAppendsANewlineAndTheNode) {
+    Write("/dev/logfs/out.txt", "head");
+    Write("/sys/node", "line1\nline2");
+    EXPECT_EQ(GeneralLogUtils::read_node("/sys/node", "/dev/logfs/out.txt"), 0);
+    EXPECT_EQ(Read("/dev/logfs/out.txt"), "head\nline1\nline2");
+    EXPECT_EQ(GeneralLogUtils::read_node("/sys/missing", "/dev/logfs/out.txt"), 1);
+    EXPECT_EQ(Read("/dev/logfs/out.txt"), "head\nline1\nline2");
+    EXPECT_EQ(GeneralLogUtils::read_node("/sys/node", "/no/such/dir/out.txt"), 1);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

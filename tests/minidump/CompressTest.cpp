@@ -1,0 +1,74 @@
+// "minidump.gz": the raw dump partition as one zlib stream.
+#include <zlib.h>
+
+#include <filesystem>
+#include <random>
+
+#include "MinidumpTestSupport.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using namespace Minidump;
+
+class CompressTest : public MinidumpTest {
+  protected:
+    std::string Inflate(const std::string& packed, size_t expectedSize) {
+        std::string out(expectedSize + 1, '\0');
+        uLongf outLen = out.size();
+        int rc = uncompress(reinterpret_cast<Bytef*>(out.data()), &outLen,
+                            reinterpret_cast<const Bytef*>(packed.data()), packed.size());
+        EXPECT_EQ(rc, Z_OK);
+        out.resize(outLen);
+        return out;
+    }
+    const std::string kGz = std::string(kDiag) + "/minidump.gz";
+};
+
+TEST_F(CompressTest, RawdumpRoundTripsThroughZlib) {
+    // Past three 512 KiB buffers: text, zeros and bytes that do not compress.
+    std::string raw;
+    for (int i = 0; raw.size() < 700000; ++i) raw += "kernel line " + std::to_string(i) + "\n";
+    raw += std::string(600000, '\0');
+    std::mt19937 random(7);
+    for (int i = 0; i < 400000; ++i) raw.push_back(static_cast<char>(random()));
+    MakeImage(kRawdump, 0);
+    Put(kRawdump, 0, raw);
+
+    ASSERT_EQ(compress_minidump(), 0);
+
+    const std::string packed = ReadFile(kGz);
+    ASSERT_GE(packed.size(), 2u);
+    EXPECT_EQ(static_cast<uint8_t>(packed[0]), 0x78);  // deflate, 32 KiB window
+    EXPECT_EQ(static_cast<uint8_t>(packed[1]), 0xDA);  // strongest level
+    EXPECT_LT(packed.size(), raw.size() / 2);
+    EXPECT_TRUE(Inflate(packed, raw.size()) == raw);
+}
+
+TEST_F(CompressTest, EmptyRawdumpGivesAnEmptyStream) {
+    MakeImage(kRawdump, 0);
+    ASSERT_EQ(compress_minidump(), 0);
+    const std::string packed = ReadFile(kGz);
+    ASSERT_GE(packed.size(), 2u);
+    EXPECT_EQ(static_cast<uint8_t>(packed[1]), 0xDA);
+    EXPECT_EQ(Inflate(packed, 0), "");
+}
+
+TEST_F(CompressTest, FailuresAreReported) {
+    EXPECT_EQ(compress_minidump(), 1);
+    EXPECT_TRUE(mLog.contains(kTag, "Failed opening input file!"));
+
+    // 2 GiB, sparse: refused before anything is read or written.
+    MakeImage(kRawdump, uint64_t(1) << 31);
+    EXPECT_EQ(compress_minidump(), 1);
+    EXPECT_TRUE(mLog.contains(kTag, "File is too large to be processed."));
+    EXPECT_FALSE(Exists(kGz));
+
+    MakeImage(kRawdump, (uint64_t(1) << 31) - 1);
+    std::filesystem::remove_all(Host(kDiag));
+    EXPECT_EQ(compress_minidump(), 1);
+    EXPECT_TRUE(mLog.contains(kTag, "Failed opening output file!"));
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

@@ -1,0 +1,306 @@
+// Taking dumps out of a blackbox image or a minidump partition: the last-log
+// header, one slot with its sections, the walk over stored dumps.
+#include <filesystem>
+
+#include "MinidumpTestSupport.h"
+#include "platform/Properties.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using namespace Minidump;
+
+// The blackbox image of these tests: the dump area at 0x100000, slot 0 at
+// 0x400 behind it, slots 0x40000 apart.
+constexpr uint64_t kArea = 0x100000;
+constexpr uint64_t kSlotDistance = 0x40000;
+constexpr uint64_t SlotAt(uint64_t n) {
+    return kArea + 0x400 + n * kSlotDistance;
+}
+
+class DumpExtractionTest : public MinidumpTest {
+  protected:
+    void MakeBlackbox() {
+        MakeImage(kBlackbox, 0x400000);
+        Put64(kBlackbox, 0, 0x56775AF41BCDE0F0ull);  // log_table_header magic
+        Put32(kBlackbox, 20, 0x400);                 // log_content_offset
+        Put32(kBlackbox, 24, kArea);                 // minidump_offset
+        Put32(kBlackbox, 32, 0x3F0000);              // control_content_offset
+    }
+    // Last-log header at `at` with the slot geometry; distances for both cases.
+    void LastLog(const char* dev, uint64_t at, const char* magic, uint32_t store, uint32_t counts,
+                 uint64_t blackboxDistance, uint64_t minidumpDistance) {
+        Put(dev, at, std::string(magic, 8));
+        Put32(dev, at + 8, store);
+        Put32(dev, at + 12, counts);
+        Put64(dev, at + 16, 0x400);
+        Put64(dev, at + 40, blackboxDistance);
+        Put64(dev, at + 48, minidumpDistance);
+    }
+    void DumpHeader(const char* dev, uint64_t slot, uint32_t version, uint32_t count,
+                    const std::string& time = "", uint32_t bootIndex = 0) {
+        Put(dev, slot, "Raw_Dmp!");
+        Put32(dev, slot + 8, version);
+        Put32(dev, slot + 52, count);
+        if (version == 0x2000) {
+            std::string field(20, '\0');
+            field.replace(0, time.size(), time);
+            Put(dev, slot + 56, field);
+            Put32(dev, slot + 76, bootIndex);
+        }
+    }
+    // Section header `index` of a dump whose headers start at `first`.
+    void SectionHeader(const char* dev, uint64_t first, int index, uint32_t flags,
+                       const std::string& name, uint64_t position, uint64_t size) {
+        uint64_t at = first + 64 * index;
+        Put32(dev, at, flags);
+        Put64(dev, at + 12, position);
+        Put64(dev, at + 20, size);
+        std::string field(20, '\0');
+        field.replace(0, name.size(), name);
+        Put(dev, at + 44, field);
+    }
+    // A dump holding one md_cpusys section with `text`.
+    void CpusysDump(const char* dev, uint64_t slot, const std::string& text) {
+        DumpHeader(dev, slot, 0x2000, 1, "2024-01-01 1:00:00");
+        Put(dev, slot + 0x1000, text);
+        SectionHeader(dev, slot + 88, 0, 1, "md_cpusys", slot + 0x1000, text.size());
+    }
+    std::string Diag(const std::string& name) { return std::string(kDiag) + "/" + name; }
+};
+
+TEST_F(DumpExtractionTest, NewRawDumpInBlackboxWritesItsFilesAndIsMarkedTaken) {
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0x1000);
+    const uint64_t slot = SlotAt(0);
+    DumpHeader(kBlackbox, slot, 0x2000, 6, "2024-01-02 3:04:05", 41);
+    const uint64_t first = slot + 88;
+    // md_kmsg: one printk record, 5.000123456 s, level 6, text "hello".
+    Put64(kBlackbox, slot + 0x1000, 5000123456ull);
+    Put16(kBlackbox, slot + 0x1008, 24);
+    Put16(kBlackbox, slot + 0x100A, 5);
+    Put(kBlackbox, slot + 0x100F, "\x06hello");
+    SectionHeader(kBlackbox, first, 0, 1, "md_kmsg", slot + 0x1000, 24);
+    Put(kBlackbox, slot + 0x2000, std::string("cpu0 online\n\0\0\0\0", 16));
+    SectionHeader(kBlackbox, first, 1, 1, "md_cpusys", slot + 0x2000, 16);
+    Put(kBlackbox, slot + 0x3000, "XBL boot\r\nOCP\r\n");
+    SectionHeader(kBlackbox, first, 2, 1, "md_XBL_LOG", slot + 0x3000, 15);
+    SectionHeader(kBlackbox, first, 3, 1, "md_shrm", slot + 0x3000, 15);     // unknown name
+    SectionHeader(kBlackbox, first, 4, 0, "md_TZ_IMEM", slot + 0x3000, 15);  // holds no data
+    // A name is matched by its beginning.
+    SectionHeader(kBlackbox, first, 5, 1, "md_KMDT0x110.BIN.x", slot + 0x1000, 24);
+    ASSERT_TRUE(platform::SetProperty(kMinidumpValidProperty, "0"));
+
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+
+    EXPECT_EQ(ReadFile(Diag("last_kmsg")),
+              "=== Dump occured at 2024-01-02 3:04:05 ===\n[    5.000123][    L6] hello\n");
+    EXPECT_EQ(ReadFile(Diag("last_kmdt")), "<6> [5.000123] hello\n");
+    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "cpu0 online\n");
+    EXPECT_EQ(ReadFile(Diag("last_warmreset_xbllog")), "XBL boot\r\nOCP\r\n");
+    EXPECT_FALSE(Exists(Diag("last_tzlog")));
+    for (const char* name : {"last_kmsg", "last_kmdt", "last_cpusys", "last_warmreset_xbllog"}) {
+        EXPECT_EQ(ModeOf(Diag(name)), 0644u) << name;
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Host(kDiag)),
+                            std::filesystem::directory_iterator()),
+              4);
+    EXPECT_EQ(Get(kBlackbox, slot + 16, 8), std::string("DESRAP\0\0", 8));
+    EXPECT_EQ(platform::GetProperty(kMinidumpValidProperty, ""), "1");
+    EXPECT_TRUE(new_crash_found());
+    EXPECT_EQ(mLog.count(kTag, "[2]timestamp=2024-01-02 3:04:05"), 1);
+    EXPECT_EQ(mLog.count(kTag, "dump_header is version 0x2000"), 1);
+}
+
+TEST_F(DumpExtractionTest, DumpAlreadyTakenIsExtractedAgainWithoutSettingValid) {
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0);
+    CpusysDump(kBlackbox, SlotAt(0), "again\n");
+    Put(kBlackbox, SlotAt(0) + 16, "DESRAP");
+    ASSERT_TRUE(platform::SetProperty(kMinidumpValidProperty, "0"));
+
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+
+    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "again\n");
+    EXPECT_EQ(platform::GetProperty(kMinidumpValidProperty, ""), "0");
+    EXPECT_FALSE(new_crash_found());
+    EXPECT_EQ(mLog.count(kTag, "uos_offset="), 0);
+}
+
+TEST_F(DumpExtractionTest, EmptyDumpTimeIsFilledWithTheRunTime) {
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0);
+    const uint64_t slot = SlotAt(0);
+    DumpHeader(kBlackbox, slot, 0x2000, 1, "");
+    SectionHeader(kBlackbox, slot + 88, 0, 1, "md_kmsg", slot + 0x1000, 0);
+    time_init();
+    const std::string now = run_time_text();
+    ASSERT_GE(now.size(), 18u);
+    ASSERT_LE(now.size(), 19u);
+
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+
+    std::string stamped = Get(kBlackbox, slot + 56, 20);
+    EXPECT_EQ(stamped.substr(0, now.size()), now);
+    EXPECT_EQ(stamped.find_first_not_of('\0', now.size()), std::string::npos);
+    EXPECT_EQ(ReadFile(Diag("last_kmsg")), "=== Dump occured at " + now + " ===\n");
+}
+
+TEST_F(DumpExtractionTest, SectionCountZeroWalksTwentyHeaders) {
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0);
+    const uint64_t slot = SlotAt(0);
+    DumpHeader(kBlackbox, slot, 0x1000, 0);  // version 1: headers right after 56 bytes
+    Put(kBlackbox, slot + 0x1000, "twentieth\n");
+    SectionHeader(kBlackbox, slot + 56, 19, 1, "md_cpusys", slot + 0x1000, 10);
+    SectionHeader(kBlackbox, slot + 56, 20, 1, "md_XBL_LOG", slot + 0x1000, 10);
+    SectionHeader(kBlackbox, slot + 56, 0, 1, "md_kmsg", slot + 0x1000, 0);
+
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+
+    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "twentieth\n");
+    EXPECT_FALSE(Exists(Diag("last_warmreset_xbllog")));
+    // No time line without the version 2 header.
+    EXPECT_EQ(ReadFile(Diag("last_kmsg")), "");
+}
+
+TEST_F(DumpExtractionTest, StoredDumpsAreWalkedDownwardsWithNumberedFiles) {
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 3, kSlotDistance, 0);
+    for (int n : {0, 9, 8, 7, 6}) CpusysDump(kBlackbox, SlotAt(n), "slot" + std::to_string(n));
+
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "slot0");
+    handle_stored_minidumps();
+
+    // The first stored dump has late index 0 and takes the plain names.
+    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "slot9");
+    EXPECT_EQ(ReadFile(Diag("last_cpusys_1")), "slot8");
+    EXPECT_EQ(ReadFile(Diag("last_cpusys_2")), "slot7");
+    EXPECT_FALSE(Exists(Diag("last_cpusys_3")));
+    EXPECT_EQ(mLog.count(kTag, "store_index 9, late_index 0"), 1);
+    EXPECT_EQ(mLog.count(kTag, "store_index 8, late_index 1"), 1);
+    EXPECT_EQ(mLog.count(kTag, "store_index 7, late_index 2"), 1);
+    EXPECT_EQ(mLog.count(kTag, "store_index 6"), 0);
+}
+
+TEST_F(DumpExtractionTest, StoredWalkWrapsFromZeroToNine) {
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "cigamgol", 2, 3, kSlotDistance, 0);
+    for (int n : {1, 0, 9}) CpusysDump(kBlackbox, SlotAt(n), "slot" + std::to_string(n));
+
+    ASSERT_EQ(handle_mini_lastlog_header(), 0);
+    handle_stored_minidumps();
+
+    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "slot1");
+    EXPECT_EQ(ReadFile(Diag("last_cpusys_1")), "slot0");
+    EXPECT_EQ(ReadFile(Diag("last_cpusys_2")), "slot9");
+}
+
+TEST_F(DumpExtractionTest, MinidumpPartitionIsUsedWithoutBlackbox) {
+    MakeImage(kMinidump, 0x100000);
+    // The blackbox distance must not be used here.
+    LastLog(kMinidump, 0, "Raw_Dmp!", 1, 0, 0x99999, 0x20000);
+    const uint64_t slot = 0x400 + 0x20000;
+    CpusysDump(kMinidump, slot, "from minidump\n");
+
+    EXPECT_STREQ(dump_partition_path(), kMinidump);
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    ASSERT_EQ(handle_minidump_partition(1, 2), 0);
+
+    EXPECT_EQ(ReadFile(Diag("last_cpusys_2")), "from minidump\n");
+    EXPECT_FALSE(Exists(Diag("last_cpusys")));
+    EXPECT_EQ(Get(kMinidump, slot + 16, 6), "DESRAP");
+    EXPECT_EQ(mLog.count(kTag, "check blackbox partition fail"), 1);
+}
+
+TEST_F(DumpExtractionTest, OutOfRangeSectionIsSkippedWithALogLine) {
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0);
+    const uint64_t slot = SlotAt(0);
+    DumpHeader(kBlackbox, slot, 0x2000, 3, "t");
+    SectionHeader(kBlackbox, slot + 88, 0, 1, "md_cpusys", 0x400000 - 4, 16);
+    SectionHeader(kBlackbox, slot + 88, 1, 1, "md_pmsg", 0xFFFFFFFFFFFFFFF0ull, 0x20);
+    Put(kBlackbox, slot + 0x1000, "kept");
+    SectionHeader(kBlackbox, slot + 88, 2, 1, "md_XBL_LOG", slot + 0x1000, 4);
+
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+
+    EXPECT_FALSE(Exists(Diag("last_cpusys")));
+    EXPECT_FALSE(Exists(Diag("last_logcat")));
+    EXPECT_EQ(ReadFile(Diag("last_warmreset_xbllog")), "kept");
+    EXPECT_EQ(mLog.count(kTag, "section md_cpusys out of range"), 1);
+    EXPECT_EQ(mLog.count(kTag, "section md_pmsg out of range"), 1);
+}
+
+TEST_F(DumpExtractionTest, SlotWithoutSignatureFails) {
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "cigamgol", 4, 1, kSlotDistance, 0);
+    ASSERT_EQ(handle_mini_lastlog_header(), 0);
+    EXPECT_EQ(handle_minidump_partition(4, 3), -1);
+    EXPECT_TRUE(mLog.contains(kTag, "The 3's minidump signature error\n"));
+    EXPECT_EQ(Get(kBlackbox, SlotAt(4) + 16, 6), std::string(6, '\0'));
+    // A slot past the end of the partition is refused before any read.
+    EXPECT_EQ(handle_minidump_partition(200, 0), -1);
+}
+
+TEST_F(DumpExtractionTest, LastLogHeaderResults) {
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "cigamgol", 9, 10, kSlotDistance, 0);
+    EXPECT_EQ(handle_mini_lastlog_header(), 0);
+    EXPECT_EQ(lastlog_header().store_index, 9u);
+
+    LastLog(kBlackbox, kArea, "cigamgol", 10, 3, kSlotDistance, 0);
+    EXPECT_EQ(handle_mini_lastlog_header(), -1);
+    EXPECT_TRUE(mLog.contains(kTag, "lastlog index:10 , counts:3 error"));
+    LastLog(kBlackbox, kArea, "cigamgol", 0, 11, kSlotDistance, 0);
+    EXPECT_EQ(handle_mini_lastlog_header(), -1);
+
+    LastLog(kBlackbox, kArea, "garbage!", 0, 0, kSlotDistance, 0);
+    EXPECT_EQ(handle_mini_lastlog_header(), -1);
+    EXPECT_EQ(mLog.count(kTag, "lastlog magic"), 1);
+}
+
+TEST_F(DumpExtractionTest, LastLogHeaderWithoutPartitionOrData) {
+    EXPECT_EQ(handle_mini_lastlog_header(), -1);
+    EXPECT_EQ(mLog.count(kTag, "open minidump partition fail"), 1);
+
+    // The dump area begins 20 bytes before the end of the blackbox image.
+    reset_minidump_state();
+    MakeImage(kBlackbox, 0x1000);
+    Put64(kBlackbox, 0, 0x56775AF41BCDE0F0ull);
+    Put32(kBlackbox, 24, 0x1000 - 20);
+    EXPECT_EQ(handle_mini_lastlog_header(), -1);
+}
+
+TEST_F(DumpExtractionTest, PartitionChoiceIsTakenOncePerRun) {
+    MakeImage(kMinidump, 0x1000);
+    EXPECT_STREQ(dump_partition_path(), kMinidump);
+    MakeImage(kBlackbox, 0x1000);
+    EXPECT_STREQ(dump_partition_path(), kMinidump);
+    EXPECT_EQ(mLog.count(kTag, "check blackbox partition fail"), 1);
+    reset_dump_partition_choice();
+    EXPECT_STREQ(dump_partition_path(), kBlackbox);
+}
+
+TEST_F(DumpExtractionTest, DeleteLogEmptiesTheDiagFolder) {
+    std::filesystem::create_directories(Host(Diag("empty")));
+    std::filesystem::create_directories(Host(Diag("full")));
+    std::ofstream(Host(Diag("last_kmsg"))) << "old";
+    std::ofstream(Host(Diag("full/keep"))) << "x";
+
+    delete_log();
+
+    EXPECT_FALSE(Exists(Diag("last_kmsg")));
+    EXPECT_FALSE(Exists(Diag("empty")));
+    EXPECT_TRUE(Exists(Diag("full/keep")));
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

@@ -1,0 +1,91 @@
+// Kernel printk records: "md_KMDT0x110.BIN" and "md_kmsg".
+#include "MinidumpTestSupport.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using namespace Minidump;
+
+class PrintkTest : public MinidumpTest {
+  protected:
+    void SetUp() override {
+        MinidumpTest::SetUp();
+        MakeImage(kMinidump, 0x10000);
+    }
+    // One record at `at`: header, text, padding to a 4-byte boundary unless
+    // `len` says otherwise; the text length field is the text's unless given.
+    // Returns the next record's offset.
+    uint64_t Record(uint64_t at, uint64_t tsNsec, uint8_t levelByte, const std::string& text,
+                    int textLen = -1, int len = -1) {
+        if (textLen < 0) textLen = static_cast<int>(text.size());
+        if (len < 0) len = static_cast<int>((16 + text.size() + 3) / 4 * 4);
+        Put64(kMinidump, at, tsNsec);
+        Put16(kMinidump, at + 8, len);
+        Put16(kMinidump, at + 10, textLen);
+        Put(kMinidump, at + 15, std::string(1, static_cast<char>(levelByte)));
+        Put(kMinidump, at + 16, text);
+        return at + len;
+    }
+    std::string Parse(const char* name, uint64_t offset, uint64_t size) {
+        int fd = OpenImage(kMinidump);
+        EXPECT_GE(fd, 0);
+        parse_log(fd, name, offset, size, 0);
+        close(fd);
+        return ReadFile(std::string(kDiag) + (name[3] == 'k' ? "/last_kmsg" : "/last_kmdt"));
+    }
+};
+
+TEST_F(PrintkTest, KmdtLinesCarryLevelSecondsAndMicroseconds) {
+    uint64_t at = Record(0x100, 1234567891011ull, 0x03, "hello");
+    // Text length 4 of 12 bytes: the rest is the record's dictionary.
+    at = Record(at, 999, 0x0E, "idleSUBSYSTEM=x", 4);
+    // Only the low three bits of the last header byte are the level.
+    at = Record(at, 5000000000ull, 0xFF, "multi\nline");
+    EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at - 0x100),
+              "<3> [1234.567891] hello\n<6> [0.000000] idle\n<7> [5.000000] multi\nline\n");
+}
+
+TEST_F(PrintkTest, KmsgLinesHaveTwoBracketsAndOneLinePerTextLine) {
+    uint64_t at = Record(0x100, 123456789012ull, 0x04, "Call trace:");
+    at = Record(at, 123456800000ull, 0x04, " dump_backtrace+0x0/0x1c0\n show_stack");
+    EXPECT_EQ(Parse("md_kmsg", 0x100, at - 0x100),
+              "[  123.456789][    L4] Call trace:\n"
+              "[  123.456800][    L4]  dump_backtrace+0x0/0x1c0\n"
+              "[  123.456800][    L4]  show_stack\n");
+}
+
+TEST_F(PrintkTest, EmptyRecordsEndTheLogAfterTwoHundred) {
+    // 200 empty records are passed over, the 201st ends the log.
+    uint64_t at = 0x100 + 200 * 16;
+    Record(at, 1000, 0x01, "after 200");
+    EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, 0x2000), "<1> [0.000001] after 200\n");
+
+    at = 0x100 + 201 * 16;
+    Put(kMinidump, 0x100, std::string(201 * 16 + 28, '\0'));
+    Record(at, 1000, 0x01, "after 201");
+    EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, 0x2000), "");
+}
+
+TEST_F(PrintkTest, TruncatedHeaderAndTextKeepWhatWasRead) {
+    uint64_t at = Record(0x100, 2000000, 0x02, "whole");
+    // Only 10 bytes of the next header are inside the section.
+    EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at + 10 - 0x100), "<2> [0.002000] whole\n");
+    EXPECT_EQ(mLog.count(kTag, "Uncomplete head found."), 1);
+
+    // A record announcing 40 bytes of text, of which the section holds 5.
+    Record(at, 3000000, 0x02, "cut here", 40, 56);
+    EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at + 16 + 5 - 0x100),
+              "<2> [0.002000] whole\n<2> [0.003000] cut h\n");
+    EXPECT_EQ(mLog.count(kTag, "Uncomplete block found."), 1);
+}
+
+TEST_F(PrintkTest, LongTextIsReadWhole) {
+    std::string text(12000, 'x');
+    text[0] = 'A';
+    text.back() = 'Z';
+    uint64_t at = Record(0x100, 0, 0x00, text);
+    EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at - 0x100), "<0> [0.000000] " + text + "\n");
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

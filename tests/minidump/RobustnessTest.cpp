@@ -1,0 +1,163 @@
+// Zeroed, truncated and random partitions, and sizes far beyond memory: the
+// run completes, reads nothing outside the partition and allocates little.
+#include <sys/resource.h>
+
+#include <random>
+
+#include "MinidumpTestSupport.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using namespace Minidump;
+
+constexpr const char* kSectionNames[] = {
+        "md_KMDT0x110.BIN", "md_kmsg",      "md_pmsg",    "md_cpusys",      "md_TZ_IMEM",
+        "md_ltz",           "md_HYP_DIAG",  "md_TZ_DIAG", "md_XBL_LOG",     "md_TZ_AES_KEY",
+        "md_encr_key_aes",  "md_TZ_AES_IV", "md_TZ_HMAC", "md_encr_key_iv", "md_encr_key_mac",
+        "md_TZ_DUMP",       "md_MDMP_LOG",  "load.cmm",   "md_unknown"};
+
+class RobustnessTest : public MinidumpTest {
+  protected:
+    // The minidump steps of one boot run, as the run calls them.
+    void RunSteps() {
+        reset_minidump_state();
+        time_init();
+        delete_log();
+        handle_minidump_fail_header();
+        int result = handle_mini_lastlog_header();
+        if (result == 1) {
+            handle_minidump_partition(0, 0);
+            compress_minidump();
+        }
+        if (result >= 0) handle_stored_minidumps();
+    }
+    void Random(const char* dev, uint64_t offset, size_t len, std::mt19937_64& random) {
+        std::string bytes(len, '\0');
+        for (char& c : bytes) c = static_cast<char>(random());
+        Put(dev, offset, bytes);
+    }
+};
+
+TEST_F(RobustnessTest, ZeroedPartitionsComplete) {
+    MakeImage(kBlackbox, 0x4000000);
+    MakeImage(kRawdump, 0x10000);
+    RunSteps();
+    EXPECT_EQ(handle_mini_lastlog_header(), 0) << "the repair leaves a history behind";
+    reset_minidump_state();
+    std::filesystem::remove(Host(kBlackbox));
+    MakeImage(kMinidump, 0x100000);
+    RunSteps();
+}
+
+TEST_F(RobustnessTest, TruncatedPartitionsComplete) {
+    for (uint64_t size : {0, 7, 36, 60, 100, 1100}) {
+        MakeImage(kBlackbox, size);
+        if (size >= 36) {
+            // The dump area begins 20 bytes before the end: its header is cut.
+            Put64(kBlackbox, 0, 0x56775AF41BCDE0F0ull);
+            Put32(kBlackbox, 24, size - 20);
+            if (size - 20 >= 36) Put(kBlackbox, size - 20, "Raw_Dmp!");
+        }
+        RunSteps();
+        EXPECT_EQ(handle_mini_lastlog_header(), -1) << size;
+    }
+}
+
+TEST_F(RobustnessTest, RandomPartitionsComplete) {
+    constexpr uint64_t kSize = 0x40000;
+    for (uint64_t seed = 1; seed <= 40; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937_64 random(seed);
+        MakeImage(kBlackbox, kSize);
+        Random(kBlackbox, 0, kSize, random);
+        if (seed % 4 != 0) {
+            // Plant the magics so that the run gets past them into the sections.
+            const uint64_t area = random() % 0x8000;
+            Put64(kBlackbox, 0, 0x56775AF41BCDE0F0ull);
+            Put32(kBlackbox, 24, area);
+            Put(kBlackbox, area, seed % 2 ? "Raw_Dmp!" : "cigamgol");
+            Put32(kBlackbox, area + 8, random() % 12);
+            Put32(kBlackbox, area + 12, random() % 12);
+            Put64(kBlackbox, area + 16, 0x400 + random() % 0x100);
+            Put64(kBlackbox, area + 40, 0x4000 + random() % 0x1000);
+            for (uint64_t n = 0; n < 10; ++n) {
+                uint64_t slot = area + 0x400 + n * 0x4000;
+                if (slot + 0x1000 > kSize) break;
+                Put(kBlackbox, slot, "Raw_Dmp!");
+                Put32(kBlackbox, slot + 52, random() % 30);
+                for (uint64_t s = 0; s < 20; ++s) {
+                    uint64_t at = slot + 88 + 64 * s;
+                    Put32(kBlackbox, at, 1);
+                    Put64(kBlackbox, at + 12, random() % (kSize + 0x100));
+                    Put64(kBlackbox, at + 20, random() % 3 ? random() % 0x2000 : random());
+                    std::string name = kSectionNames[random() % std::size(kSectionNames)];
+                    Put(kBlackbox, at + 44, name + std::string(20 - name.size(), '\0'));
+                }
+            }
+        }
+        RunSteps();
+    }
+}
+
+TEST_F(RobustnessTest, RandomSectionBytesInEveryParser) {
+    constexpr uint64_t kSize = 0x20000;
+    MakeImage(kMinidump, kSize);
+    for (uint64_t seed = 1; seed <= 20; ++seed) {
+        std::mt19937_64 random(seed);
+        Random(kMinidump, 0, kSize, random);
+        int fd = OpenImage(kMinidump);
+        ASSERT_GE(fd, 0);
+        for (const char* name : kSectionNames) {
+            uint64_t offset = random() % kSize;
+            parse_log(fd, name, offset, random() % (kSize - offset + 1), seed % 3);
+        }
+        close(fd);
+    }
+}
+
+TEST_F(RobustnessTest, HugeSectionCountIsBoundedByTheSlot) {
+    MakeImage(kMinidump, 0x10000);
+    Put(kMinidump, 0, "Raw_Dmp!");
+    Put64(kMinidump, 16, 0x400);
+    Put64(kMinidump, 48, 0x2000);
+    Put(kMinidump, 0x400, "Raw_Dmp!");
+    Put32(kMinidump, 0x400 + 52, 0xFFFFFFFF);
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    EXPECT_EQ(handle_minidump_partition(0, 0), 0);
+    EXPECT_TRUE(mLog.contains(kTag, "dump says 4294967295 sections, only 127 fit in its slot\n"));
+}
+
+void ParseUnderLimit(int fd, uint64_t at, uint64_t size) {
+    struct rlimit limit = {512u << 20, 512u << 20};
+    setrlimit(RLIMIT_AS, &limit);
+    for (const char* name :
+         {"md_kmsg", "md_KMDT0x110.BIN", "md_TZ_DIAG", "md_HYP_DIAG", "md_TZ_IMEM"}) {
+        parse_log(fd, name, at, size, 0);
+    }
+    parse_log(fd, "md_pmsg", at + 0x10000, size - 0x10000, 0);
+    exit(0);
+}
+
+TEST_F(RobustnessTest, FourGigabyteSectionsAreStreamedInBoundedMemory) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "an address-space limit does not mix with the sanitizer's shadow memory";
+#endif
+    constexpr uint64_t k4G = uint64_t(1) << 32;
+    constexpr uint64_t kAt = 0x100000;
+    MakeImage(kMinidump, kAt + k4G);
+    // A trust-zone area whose ring claims 4 GiB, and a pstore header that
+    // bounds the pmsg ring to 100 bytes.
+    Put32(kMinidump, kAt, 0x747A6461);
+    Put32(kMinidump, kAt + 4, 0x00030000);
+    Put32(kMinidump, kAt + 28, 0x400);
+    Put32(kMinidump, kAt + 32, 0xFFFFFFFF);
+    Put32(kMinidump, kAt + 0x3FE, 16);
+    const std::string pmsgAt = "DBGC" + std::string("\0\0\0\0\x64\0\0\0", 8);
+    Put(kMinidump, kAt + 0x10000, pmsgAt);
+    // In a child with 512 MiB of address space: a 4 GiB allocation fails there.
+    EXPECT_EXIT(ParseUnderLimit(OpenImage(kMinidump), kAt, k4G), ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

@@ -1,0 +1,146 @@
+// The trust-zone ("md_TZ_DIAG", "md_ltz", "md_TZ_IMEM") and hypervisor
+// ("md_HYP_DIAG") sections.
+#include <filesystem>
+
+#include "MinidumpTestSupport.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using namespace Minidump;
+
+constexpr uint64_t kAt = 0x1000;  // where the section lies in the image
+
+class TzDiagTest : public MinidumpTest {
+  protected:
+    void SetUp() override {
+        MinidumpTest::SetUp();
+        MakeImage(kMinidump, 0x10000);
+        std::filesystem::create_directories(Host("/vendor/etc"));
+        std::ofstream(Host("/vendor/etc/tzlog.dict")) << "42:MOD:started\n7:MOD:value %d of %d\n";
+    }
+    // A diagnostic area of major version 3 with two CPUs; the ring of
+    // `ringLen` bytes at 0x400 holds `ring`, written from `next` on.
+    void TzDiag(uint32_t version, uint32_t cpus, const std::string& ring, uint32_t ringLen,
+                uint16_t wrap, uint16_t next) {
+        Put32(kMinidump, kAt + 0, 0x747A6461);
+        Put32(kMinidump, kAt + 4, version);
+        Put32(kMinidump, kAt + 8, cpus);
+        Put32(kMinidump, kAt + 12, 40);   // vmid table
+        Put32(kMinidump, kAt + 16, 168);  // boot info, 8 x 24 bytes
+        Put32(kMinidump, kAt + 20, 360);  // reset info
+        Put32(kMinidump, kAt + 24, 428);  // interrupts
+        Put32(kMinidump, kAt + 28, 0x400);
+        Put32(kMinidump, kAt + 32, ringLen);
+        for (uint32_t cpu = 0; cpu < 2; ++cpu) {
+            const uint64_t boot = kAt + 168 + 24 * cpu;
+            Put32(kMinidump, boot + 0, 0x10 + cpu);   // warm boot entries
+            Put32(kMinidump, boot + 4, 0x20 + cpu);   // warm boot exits
+            Put32(kMinidump, boot + 8, 0x30 + cpu);   // power collapse entries
+            Put32(kMinidump, boot + 12, 0x40 + cpu);  // power collapse exits
+            Put32(kMinidump, boot + 16, 0x80001000 + cpu);
+        }
+        Put32(kMinidump, kAt + 360, 1);  // cpu 0: SECURE_WDT
+        Put32(kMinidump, kAt + 364, 2);
+        Put32(kMinidump, kAt + 368, 99);  // cpu 1: no such reason
+        Put32(kMinidump, kAt + 372, 0);
+        Put16(kMinidump, kAt + 0x3FC, wrap);
+        Put16(kMinidump, kAt + 0x3FE, next);
+        Put(kMinidump, kAt + 0x400, ring);
+    }
+    void Parse(const char* name, uint64_t size, uint32_t late) {
+        int fd = OpenImage(kMinidump);
+        ASSERT_GE(fd, 0);
+        parse_log(fd, name, kAt, size, late);
+        close(fd);
+    }
+    std::string Diag(const std::string& name) { return ReadFile(std::string(kDiag) + "/" + name); }
+};
+
+TEST_F(TzDiagTest, BootAndResetStatusThenTheLogAndItsTranslation) {
+    const std::string ring = "[1.0](42)\n[2.0](7 3 9)\nno time\n";
+    TzDiag(0x00030001, 2, ring, 0x80, 0, ring.size());
+    Parse("md_TZ_DIAG", 0x500, 2);
+
+    const std::string tzlog = Diag("last_tzlog_2");
+    const size_t boot = tzlog.find("Boot Status :\n");
+    const size_t reset = tzlog.find(
+            "  CPU #: 0\n  Reset Type Value          : 1\n"
+            "   Reset Type (reason)       : SECURE_WDT\n  Reset counter             : 0x2\n"
+            "  CPU #: 1\n  Reset Type Value          : 99\n"
+            "   Reset Type (reason)       : UNKNOWN\n  Reset counter             : 0x0\n");
+    ASSERT_NE(boot, std::string::npos) << tzlog;
+    ASSERT_NE(reset, std::string::npos) << tzlog;
+    EXPECT_LT(boot, reset);
+    EXPECT_NE(tzlog.find("0x80001001"), std::string::npos) << "cpu 1's jump address";
+    EXPECT_TRUE(EndsWith(tzlog, "Diag Log :\n" + ring)) << tzlog;
+    // The translation goes to the one unnumbered parsed file.
+    EXPECT_EQ(Diag("last_tzlog_parsed"), "[1.0] MOD started\n[2.0] MODvalue 3 of 9\n");
+    EXPECT_FALSE(std::filesystem::exists(Host(std::string(kDiag) + "/last_tzlog_parsed_2")));
+    EXPECT_EQ(ModeOf("/vendor/etc/tzlog.dict"), 0640u);
+}
+
+TEST_F(TzDiagTest, WrappedRingIsReadOldestFirst) {
+    TzDiag(0x00030001, 2, "EFGHABCD", 8, 1, 4);
+    Parse("md_TZ_DIAG", 0x500, 0);
+    const std::string tzlog = Diag("last_tzlog");
+    EXPECT_TRUE(EndsWith(tzlog, "Diag Log :\nABCDEFGH")) << tzlog;
+}
+
+TEST_F(TzDiagTest, LegacyAreaKeepsTextUpToItsTerminator) {
+    TzDiag(0x00020000, 2, std::string("legacy\n\0stale", 13), 0x80, 0, 0);
+    Parse("md_TZ_DIAG", 0x500, 0);
+    const std::string tzlog = Diag("last_tzlog");
+    EXPECT_TRUE(EndsWith(tzlog, "Diag Log :\nlegacy\n")) << tzlog;
+}
+
+TEST_F(TzDiagTest, BadMagicOrCountsAreReported) {
+    TzDiag(0x00030001, 2, "x\n", 0x80, 0, 2);
+    Put32(kMinidump, kAt, 0x12345678);
+    Parse("md_TZ_DIAG", 0x500, 0);
+    EXPECT_TRUE(mLog.contains(kTag, "tzdiag magic is 0x12345678, not 0x747A6461, wrong return\n"));
+    EXPECT_EQ(Diag("last_tzlog"), "");
+
+    // 1000 CPUs and a ring past the area: what fits is shown.
+    TzDiag(0x00030001, 1000, "x\n", 0xFFFFFFF0, 0, 2);
+    Parse("md_TZ_DIAG", 0x500, 0);
+    EXPECT_EQ(mLog.count(kTag, "tzdiag says 1000 cpus"), 1);
+    EXPECT_NE(Diag("last_tzlog").find("Diag Log :\nx\n"), std::string::npos);
+}
+
+TEST_F(TzDiagTest, TzLogSectionIsCopiedAndTranslated) {
+    Put(kMinidump, kAt, std::string("[5](42)\n[6](1 2)\0\0", 18));
+    Parse("md_ltz", 18, 1);
+    EXPECT_EQ(Diag("last_tzlog_1"), "[5](42)\n[6](1 2)");
+    // Text after the last newline is not translated; an unknown id keeps the line.
+    EXPECT_EQ(Diag("last_tzlog_parsed_1"), "[5] MOD started\n");
+}
+
+TEST_F(TzDiagTest, TzImemIsAHexDump) {
+    Put(kMinidump, kAt, "TZ imem\x01");
+    Parse("md_TZ_IMEM", 8, 0);
+    EXPECT_EQ(Diag("last_tzlog"),
+              "00000000  54 5a 20 69 6d 65 6d 01                          |TZ imem.|\n");
+}
+
+TEST_F(TzDiagTest, HypervisorLogIsNeverNumbered) {
+    Put32(kMinidump, kAt + 0, 0x6879706D);  // "hypm"
+    Put32(kMinidump, kAt + 4, 1);           // cpus
+    Put32(kMinidump, kAt + 8, 88);          // ring offset
+    Put16(kMinidump, kAt + 12, 0);          // wrap
+    Put16(kMinidump, kAt + 14, 12);         // next write offset
+    Put32(kMinidump, kAt + 20, 3);          // stage 2 faults
+    Put32(kMinidump, kAt + 24, 5);          // cpu 0 warm boot entries
+    Put(kMinidump, kAt + 88, "hyp says hi\nstale");
+    Parse("md_HYP_DIAG", 88 + 64, 3);
+    const std::string hyp = Diag("last_hyplog");
+    EXPECT_NE(hyp.find("0x5"), std::string::npos) << hyp;
+    EXPECT_TRUE(EndsWith(hyp, "Hyp Log :\nhyp says hi\n")) << hyp;
+
+    Put32(kMinidump, kAt, 0x70797868);
+    Parse("md_HYP_DIAG", 88 + 64, 0);
+    EXPECT_EQ(mLog.count(kTag, "hypdiag magic is 0x70797868"), 1);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

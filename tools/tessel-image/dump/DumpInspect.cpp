@@ -1,0 +1,136 @@
+// What a dump area holds, as JSON, read with the same bounds the boot run
+// keeps to: nothing is read outside the image, and offsets that do not fit are
+// shown as not trusted.
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/BSPLogProcessor/Minidump.h"
+#include "modules/BSPLogProcessor/MinidumpIo.h"
+#include "tools/tessel-image/dump/DumpArea.h"
+#include "tools/tessel-image/dump/DumpImage.h"
+
+namespace zelkor::tessel::image {
+
+using namespace blackbox;
+
+namespace {
+
+Json::Value U64(uint64_t v) {
+    return Json::Value(Json::UInt64(v));
+}
+
+// Eight magic bytes as text when printable, else as a hex number.
+Json::Value MagicText(uint64_t magic) {
+    char text[9] = {};
+    memcpy(text, &magic, 8);
+    bool printable = std::all_of(text, text + 8, [](char c) { return c >= 0x20 && c < 0x7f; });
+    if (printable) return Json::Value(std::string(text, 8));
+    char hex[24];
+    snprintf(hex, sizeof(hex), "0x%016llx", static_cast<unsigned long long>(magic));
+    return Json::Value(hex);
+}
+
+std::string FieldText(const char* field, size_t size) {
+    return std::string(field, strnlen(field, size));
+}
+
+Json::Value InspectSections(int fd, uint64_t first, uint64_t end, uint32_t count,
+                            uint64_t fileSize) {
+    Json::Value sections(Json::arrayValue);
+    const uint64_t walk =
+            std::min<uint64_t>(count == 0 ? Minidump::kDefaultSectionCount : count,
+                               first < end ? (end - first) / sizeof(section_header) : 0);
+    for (uint64_t i = 0; i < walk; ++i) {
+        section_header s{};
+        if (Minidump::ReadAt(fd, first + i * sizeof(s), &s, sizeof(s)) != sizeof(s)) break;
+        std::string name = FieldText(s.name, sizeof(s.name) - 1);
+        if ((s.flags & 1u) == 0 && name.empty()) continue;  // an unused header
+        Json::Value section;
+        section["index"] = Json::UInt64(i);
+        section["name"] = name;
+        section["flags"] = s.flags;
+        section["position"] = U64(s.position);
+        section["size"] = U64(s.size);
+        section["trusted"] = Minidump::RangeFits(s.position, s.size, fileSize);
+        sections.append(section);
+    }
+    return sections;
+}
+
+Json::Value InspectSlot(int fd, const last_log_header& header, const DumpAreaBounds& area,
+                        bool inBlackbox, uint32_t index, uint64_t fileSize) {
+    Json::Value slot;
+    slot["index"] = index;
+    const int64_t at =
+            Minidump::dump_slot_offset(header, static_cast<uint32_t>(area.base), inBlackbox, index);
+    slot["offset"] = Json::Int64(at);
+    const uint64_t end = std::min(area.limit, fileSize);
+    if (at < 0 || !Minidump::RangeFits(at, sizeof(dump_header), end)) {
+        slot["trusted"] = false;
+        return slot;
+    }
+    slot["trusted"] = true;
+    dump_header dump{};
+    Minidump::ReadAt(fd, at, &dump, sizeof(dump));
+    slot["signature"] = MagicText(dump.signature);
+    slot["valid"] = dump.signature == kRawDumpMagic;
+    if (dump.signature != kRawDumpMagic) return slot;
+    slot["version"] = dump.version;
+    slot["parsed"] = strncmp(dump.parse_mark, Minidump::kParsedMark, sizeof(dump.parse_mark)) == 0;
+    slot["sectionCount"] = dump.section_count;
+    uint64_t first = at + sizeof(dump);
+    if (dump.version == kDumpVersion2) {
+        dump_header_v2 v2{};
+        Minidump::ReadAt(fd, first, &v2, sizeof(v2));
+        slot["time"] = FieldText(v2.time, sizeof(v2.time) - 1);
+        slot["bootIndex"] = v2.boot_index;
+        first += sizeof(v2);
+    }
+    const uint64_t distance =
+            inBlackbox ? header.blackbox_slot_distance : header.minidump_slot_distance;
+    uint64_t slotEnd = end;
+    if (distance != 0 && Minidump::RangeFits(at, distance, end)) slotEnd = at + distance;
+    slot["sections"] = InspectSections(fd, first, slotEnd, dump.section_count, fileSize);
+    return slot;
+}
+
+}  // namespace
+
+Json::Value InspectDumpArea(int fd, uint64_t fileSize, bool inBlackbox) {
+    Json::Value result;
+    const DumpAreaBounds area = LocateDumpArea(fd, inBlackbox, fileSize);
+    result["partition"] = inBlackbox ? "blackbox" : "minidump";
+    result["areaOffset"] = U64(area.base);
+    result["areaFromTableHeader"] = area.fromTableHeader;
+
+    Json::Value lastLog;
+    last_log_header header{};
+    if (!Minidump::RangeFits(area.base, sizeof(header), fileSize) ||
+        Minidump::ReadAt(fd, area.base, &header, sizeof(header)) != sizeof(header)) {
+        lastLog["trusted"] = false;
+        result["lastLog"] = lastLog;
+        result["slots"] = Json::Value(Json::arrayValue);
+        return result;
+    }
+    lastLog["magic"] = MagicText(header.magic);
+    lastLog["storeIndex"] = header.store_index;
+    lastLog["counts"] = header.counts;
+    lastLog["slot0Offset"] = U64(header.slot0_offset);
+    lastLog["blackboxSlotDistance"] = U64(header.blackbox_slot_distance);
+    lastLog["minidumpSlotDistance"] = U64(header.minidump_slot_distance);
+    const bool known = header.magic == kLastLogMagic || header.magic == kRawDumpMagic;
+    lastLog["trusted"] = known && header.store_index < Minidump::kMaxStoredDumps &&
+                         header.counts <= Minidump::kMaxStoredDumps;
+    result["lastLog"] = lastLog;
+
+    Json::Value slots(Json::arrayValue);
+    for (uint32_t i = 0; i < Minidump::kMaxStoredDumps; ++i) {
+        slots.append(InspectSlot(fd, header, area, inBlackbox, i, fileSize));
+    }
+    result["slots"] = slots;
+    return result;
+}
+
+}  // namespace zelkor::tessel::image

@@ -1,0 +1,196 @@
+// Writing a dump into an image the way the boot loader leaves one.
+//
+// A dump slot holds, back to back: the 56-byte dump header, for version
+// 0x2000 the 32-byte extension (time, boot index), the section headers (20
+// zeroed ones when there are none, as a count of 0 means 20), then each
+// section's data at a 16-byte boundary. Section positions are absolute
+// offsets in the image. A new area gets slot 0 at 1 KiB behind the last-log
+// header and slots 10 MiB apart in a blackbox image (room for all ten below
+// the control block with the default map) or 6 MiB apart in a minidump
+// partition: the numbers the boot run's header repair stamps too.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/BSPLogProcessor/Minidump.h"
+#include "modules/BSPLogProcessor/MinidumpIo.h"
+#include "tools/tessel-image/dump/DumpArea.h"
+#include "tools/tessel-image/dump/DumpImage.h"
+
+namespace zelkor::tessel::image {
+
+using namespace blackbox;
+
+namespace {
+
+constexpr uint64_t kDataAlign = 16;
+
+uint64_t AlignUp(uint64_t v) {
+    return (v + kDataAlign - 1) / kDataAlign * kDataAlign;
+}
+
+std::string Errno(const std::string& what) {
+    return what + ": " + strerror(errno);
+}
+
+// The header after this dump: the history grows by one entry, anything else
+// becomes a fresh raw dump with the default slot geometry.
+last_log_header NextLastLogHeader(const last_log_header& old, uint32_t slot) {
+    last_log_header header = old;
+    if (old.magic == kLastLogMagic || old.magic == kRawDumpMagic) {
+        header.counts = std::min(old.counts + 1, Minidump::kMaxStoredDumps);
+    } else {
+        header = last_log_header{};
+        header.magic = kRawDumpMagic;
+        header.counts = 0;
+        header.slot0_offset = Minidump::kDefaultSlot0Offset;
+        header.reserved0 = Minidump::kDefaultLastLogReserved0;
+        header.reserved1 = Minidump::kDefaultLastLogReserved1;
+        header.blackbox_slot_distance = Minidump::kDefaultBlackboxSlotDistance;
+        header.minidump_slot_distance = Minidump::kDefaultMinidumpSlotDistance;
+    }
+    header.store_index = slot;
+    return header;
+}
+
+bool ReadDataFile(const std::string& path, uint64_t maxSize, std::string* data,
+                  std::string* error) {
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) {
+        *error = Errno(path);
+        return false;
+    }
+    if (static_cast<uint64_t>(st.st_size) > maxSize) {
+        *error = path + ": " + std::to_string(st.st_size) + " bytes do not fit in the dump slot";
+        return false;
+    }
+    std::ifstream in(path, std::ios::binary);
+    data->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (!in.good() && !in.eof()) {
+        *error = path + ": read failed";
+        return false;
+    }
+    return true;
+}
+
+// The slot's bytes: headers and data, with positions relative to `slot`.
+bool BuildDump(const DumpAddOptions& options, uint64_t slot, uint64_t room, std::string* dump,
+               std::string* error) {
+    const bool v2 = options.version == kDumpVersion2;
+    const size_t headerCount =
+            options.sections.empty() ? Minidump::kDefaultSectionCount : options.sections.size();
+    const uint64_t headersEnd = sizeof(dump_header) + (v2 ? sizeof(dump_header_v2) : 0) +
+                                headerCount * sizeof(section_header);
+    if (headersEnd > room) {
+        *error = "the dump headers do not fit in the dump slot";
+        return false;
+    }
+    dump->assign(headersEnd, '\0');
+    dump_header header{};
+    header.signature = kRawDumpMagic;
+    header.version = options.version;
+    header.section_count = static_cast<uint32_t>(options.sections.size());
+    memcpy(&(*dump)[0], &header, sizeof(header));
+    size_t at = sizeof(header);
+    if (v2) {
+        dump_header_v2 ext{};
+        memcpy(ext.time, options.time.data(), std::min(options.time.size(), sizeof(ext.time) - 1));
+        ext.boot_index = options.bootIndex;
+        memcpy(&(*dump)[at], &ext, sizeof(ext));
+        at += sizeof(ext);
+    }
+    for (const DumpSectionArg& arg : options.sections) {
+        std::string data;
+        uint64_t start = AlignUp(dump->size());
+        if (start > room || !ReadDataFile(arg.dataFile, room - start, &data, error)) {
+            if (error->empty()) *error = "section " + arg.name + " does not fit in the dump slot";
+            return false;
+        }
+        section_header section{};
+        section.flags = 1;
+        section.position = slot + start;
+        section.size = data.size();
+        memcpy(section.name, arg.name.data(), std::min(arg.name.size(), sizeof(section.name) - 1));
+        memcpy(&(*dump)[at], &section, sizeof(section));
+        at += sizeof(section);
+        dump->resize(start);
+        dump->append(data);
+    }
+    return true;
+}
+
+}  // namespace
+
+bool WriteDump(const DumpAddOptions& options, std::string* error) {
+    int fd = open(options.image.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        *error = Errno(options.image);
+        return false;
+    }
+    struct stat st {};
+    fstat(fd, &st);
+    // A block device ends where it ends; an image file grows as needed.
+    uint64_t fileLimit = S_ISBLK(st.st_mode) ? Minidump::PartitionSize(fd) : UINT64_MAX;
+    const bool inBlackbox = !options.minidumpPartition;
+    DumpAreaBounds area = LocateDumpArea(fd, inBlackbox, fileLimit);
+    bool ok = false;
+    do {
+        if (area.limit <= area.base + sizeof(last_log_header)) {
+            *error = "the image has no room for a dump area";
+            break;
+        }
+        last_log_header old{};
+        Minidump::ReadAt(fd, static_cast<int64_t>(area.base), &old, sizeof(old));
+        last_log_header header = NextLastLogHeader(old, options.slot);
+        const int64_t slot = Minidump::dump_slot_offset(header, static_cast<uint32_t>(area.base),
+                                                        inBlackbox, options.slot);
+        const uint64_t distance =
+                inBlackbox ? header.blackbox_slot_distance : header.minidump_slot_distance;
+        if (slot < 0 || uint64_t(slot) < area.base + sizeof(header) ||
+            uint64_t(slot) >= area.limit) {
+            *error = "dump slot " + std::to_string(options.slot) + " lies outside the dump area";
+            break;
+        }
+        const uint64_t room = std::min<uint64_t>(distance, area.limit - slot);
+        std::string dump;
+        if (!BuildDump(options, slot, room, &dump, error)) break;
+        if (Minidump::WriteAt(fd, slot, dump.data(), dump.size()) < 0 ||
+            Minidump::WriteAt(fd, static_cast<int64_t>(area.base), &header, sizeof(header)) < 0) {
+            *error = Errno(options.image);
+            break;
+        }
+        ok = true;
+    } while (false);
+    if (close(fd) != 0 && ok) {
+        *error = Errno(options.image);
+        ok = false;
+    }
+    return ok;
+}
+
+int RunDumpAdd(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    DumpAddOptions options;
+    std::string error;
+    if (!ParseDumpAddArgs(args, &options, &error)) {
+        err << "dump add: " << error << "\n"
+            << "usage: tessel-image dump add FILE [--minidump-partition] --slot N "
+               "[--version 0x2000] [--time TEXT] [--boot-index N] --section NAME=DATAFILE ...\n";
+        return 2;
+    }
+    if (!WriteDump(options, &error)) {
+        err << "dump add: " << error << "\n";
+        return 1;
+    }
+    out << "dump written to slot " << options.slot << " of " << options.image << " ("
+        << options.sections.size() << " sections)\n";
+    return 0;
+}
+
+}  // namespace zelkor::tessel::image
