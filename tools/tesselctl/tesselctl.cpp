@@ -8,8 +8,10 @@
 
 #include "platform/Platform.h"
 #include "platform/Properties.h"
+#include "tools/tesselctl/ServiceCommands.h"
 
 namespace platform = zelkor::tessel::platform;
+namespace tools = zelkor::tessel::tools;
 
 namespace {
 
@@ -19,7 +21,11 @@ int Usage(const char* self) {
             "  getprop KEY [DEFAULT]      print a property (DEFAULT or empty when unset)\n"
             "  setprop KEY VALUE          set a property\n"
             "  waitprop KEY [VALUE] [--timeout MS]\n"
-            "                             wait until KEY exists (or equals VALUE)\n",
+            "                             wait until KEY exists (or equals VALUE)\n"
+            "  list                       the binder services registered on the root\n"
+            "  dump [ARGS...]             binder dump of the daemon (e.g. dump ModuleManager "
+            "dump)\n"
+            "  transfer ACTION JSON       send an intent to the daemon's internal channel\n",
             self);
     return 2;
 }
@@ -79,5 +85,8 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (command == "waitprop") return WaitProp(argv[0], argc - 2, argv + 2);
+    if (command == "list" && argc == 2) return tools::ListServices();
+    if (command == "dump") return tools::DumpTessel(argc - 2, argv + 2);
+    if (command == "transfer" && argc == 4) return tools::TransferMessage(argv[2], argv[3]);
     return Usage(argv[0]);
 }

@@ -1,0 +1,176 @@
+// A binder call over the host runtime side by side with what a user would
+// write instead: a bare ping-pong over a Unix socket pair, for a small call
+// and for a 1 MiB payload. Both servers run in a child process. Runs are
+// named "<workload>/halvex" (host binder) and "<workload>/baseline" (socket)
+// so that bench/compare.py can pair them.
+
+#include <android/binder_manager.h>
+#include <android/binder_process.h>
+#include <benchmark/benchmark.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/Platform.h"
+#include "platform/host/binder_ndk/ServiceRegistry.h"
+#include "tests/TempRoot.h"
+#include "tests/binder/TestService.h"
+
+namespace zelkor::tessel::bench {
+namespace {
+
+using aidl::tessel::test::ITestService;
+
+constexpr size_t kLarge = size_t{1} << 20;
+
+std::shared_ptr<ITestService> gService;
+
+// Echo server for the baseline: a 4-byte length, then that many bytes, sent
+// back unchanged.
+bool ReadFull(int fd, void* buffer, size_t size) {
+    auto* at = static_cast<char*>(buffer);
+    while (size > 0) {
+        ssize_t n = read(fd, at, size);
+        if (n <= 0) return false;
+        at += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+bool WriteFull(int fd, const void* buffer, size_t size) {
+    const auto* at = static_cast<const char*>(buffer);
+    while (size > 0) {
+        ssize_t n = send(fd, at, size, MSG_NOSIGNAL);
+        if (n <= 0) return false;
+        at += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+[[noreturn]] void EchoServer(int fd) {
+    std::vector<char> buffer;
+    uint32_t size = 0;
+    while (ReadFull(fd, &size, sizeof(size))) {
+        buffer.resize(size);
+        if (!ReadFull(fd, buffer.data(), size) || !WriteFull(fd, &size, sizeof(size)) ||
+            !WriteFull(fd, buffer.data(), size)) {
+            break;
+        }
+    }
+    _exit(0);
+}
+
+int gEchoFd = -1;
+
+void SocketRoundTrip(benchmark::State& state, size_t size) {
+    std::vector<char> payload(size, 'p');
+    std::vector<char> back(size);
+    for (auto _ : state) {
+        uint32_t length = static_cast<uint32_t>(size);
+        if (!WriteFull(gEchoFd, &length, sizeof(length)) ||
+            !WriteFull(gEchoFd, payload.data(), size) ||
+            !ReadFull(gEchoFd, &length, sizeof(length)) || !ReadFull(gEchoFd, back.data(), size)) {
+            state.SkipWithError("echo server failed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * size * 2));
+}
+
+void BinderSmallCall(benchmark::State& state) {
+    int32_t out = 0;
+    for (auto _ : state) {
+        if (!gService->echoInt(42, &out).isOk()) {
+            state.SkipWithError("call failed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * 4 * 2));
+}
+
+void BinderLargeCall(benchmark::State& state) {
+    std::vector<int8_t> payload(kLarge, 'p');
+    std::vector<int8_t> back;
+    for (auto _ : state) {
+        if (!gService->echoBytes(payload, &back).isOk()) {
+            state.SkipWithError("call failed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kLarge * 2));
+}
+
+// The binder service, served from a child process on the bench's root.
+[[noreturn]] void BinderServer(const std::string& root) {
+    platform::SetRoot(root);
+    auto service = ndk::SharedRefBase::make<testing::TestService>();
+    const std::string instance = std::string(ITestService::descriptor) + "/default";
+    if (AServiceManager_addService(service->asBinder().get(), instance.c_str()) != EX_NONE) {
+        _exit(1);
+    }
+    ABinderProcess_startThreadPool();
+    ABinderProcess_joinThreadPool();
+    _exit(1);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::bench
+
+int main(int argc, char** argv) {
+    using namespace zelkor::tessel;
+    benchmark::Initialize(&argc, argv);
+    testing::TempRoot root;
+
+    // Both servers are forked before this process touches the binder
+    // runtime, so neither inherits its threads.
+    int sockets[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) return 1;
+    pid_t echo = fork();
+    if (echo == 0) {
+        close(sockets[0]);
+        bench::EchoServer(sockets[1]);
+    }
+    close(sockets[1]);
+    bench::gEchoFd = sockets[0];
+    pid_t server = fork();
+    if (server == 0) bench::BinderServer(root.path());
+
+    platform::SetRoot(root.path());
+    const std::string instance =
+            std::string(aidl::tessel::test::ITestService::descriptor) + "/default";
+    ndk::SpAIBinder binder(binder::WaitForService(instance, std::chrono::steady_clock::now() +
+                                                                    std::chrono::seconds(10))
+                                   .release());
+    bench::gService = aidl::tessel::test::ITestService::fromBinder(binder);
+    if (bench::gService == nullptr) {
+        kill(server, SIGKILL);
+        kill(echo, SIGKILL);
+        return 1;
+    }
+
+    benchmark::RegisterBenchmark("round_trip_small/halvex", bench::BinderSmallCall);
+    benchmark::RegisterBenchmark("round_trip_small/baseline",
+                                 [](benchmark::State& state) { bench::SocketRoundTrip(state, 4); });
+    benchmark::RegisterBenchmark("round_trip_1MiB/halvex", bench::BinderLargeCall);
+    benchmark::RegisterBenchmark("round_trip_1MiB/baseline", [](benchmark::State& state) {
+        bench::SocketRoundTrip(state, bench::kLarge);
+    });
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+
+    bench::gService.reset();
+    close(bench::gEchoFd);
+    kill(server, SIGKILL);
+    waitpid(server, nullptr, 0);
+    waitpid(echo, nullptr, 0);
+    return 0;
+}

@@ -1,0 +1,114 @@
+// The AParcel object: a byte stream laid out like the platform's Parcel
+// (every item padded to four bytes, positions in bytes) plus the file
+// descriptors that binder and ParcelFileDescriptor records refer to by index.
+#pragma once
+
+#include <android-base/unique_fd.h>
+#include <android/binder_parcel.h>
+
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace zelkor::tessel::binder {
+
+// Leaves bytes uninitialised when a buffer grows: they are about to be
+// overwritten, and the pages of a large buffer are only touched (and become
+// resident) as data actually lands in them.
+template <typename T>
+struct UninitializedAllocator : std::allocator<T> {
+    template <typename U>
+    struct rebind {
+        using other = UninitializedAllocator<U>;
+    };
+    UninitializedAllocator() = default;
+    template <typename U>
+    UninitializedAllocator(const UninitializedAllocator<U>&) noexcept {}
+
+    template <typename U>
+    void construct(U* p) noexcept(std::is_nothrow_default_constructible_v<U>) {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <typename U, typename... Args>
+    void construct(U* p, Args&&... args) {
+        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+    }
+};
+
+using ByteBuffer = std::vector<uint8_t, UninitializedAllocator<uint8_t>>;
+
+}  // namespace zelkor::tessel::binder
+
+struct AParcel {
+    AParcel() = default;
+    explicit AParcel(const AIBinder* forBinder) : binder(forBinder) {}
+
+    zelkor::tessel::binder::ByteBuffer data;
+    // Reads move the position of a const parcel, as in the C API.
+    mutable size_t position = 0;
+    std::vector<android::base::unique_fd> fds;
+    bool hasBinders = false;
+    // The binder a transaction parcel was prepared for (not a reference).
+    const AIBinder* binder = nullptr;
+
+    size_t available() const { return position < data.size() ? data.size() - position : 0; }
+    bool hasObjects() const { return hasBinders || !fds.empty(); }
+
+    // `size` bytes at the position, which moves past them and the padding
+    // (zeroed) up to the next multiple of four. Grows the data as needed,
+    // zeroing any gap a position past the end left; null when that would
+    // pass the parcel size limit.
+    uint8_t* writeInplace(size_t size);
+
+    // `size` bytes at the position, which moves past them and their padding;
+    // null (position unchanged) when the data ends first.
+    const uint8_t* readInplace(size_t size) const;
+
+    // Extends the data to `size` bytes (never shrinks it).
+    void growTo(size_t size);
+
+    // Scalars take four bytes, or eight for 64-bit types.
+    template <typename T>
+    binder_status_t write(T value) {
+        static_assert(std::is_arithmetic_v<T> && (sizeof(T) == 4 || sizeof(T) == 8));
+        uint8_t* out = writeInplace(sizeof(T));
+        if (out == nullptr) return STATUS_NO_MEMORY;
+        memcpy(out, &value, sizeof(T));
+        return STATUS_OK;
+    }
+
+    template <typename T>
+    binder_status_t read(T* value) const {
+        static_assert(std::is_arithmetic_v<T> && (sizeof(T) == 4 || sizeof(T) == 8));
+        const uint8_t* in = readInplace(sizeof(T));
+        if (in == nullptr) return STATUS_NOT_ENOUGH_DATA;
+        memcpy(value, in, sizeof(T));
+        return STATUS_OK;
+    }
+};
+
+namespace zelkor::tessel::binder {
+
+// A string in the platform's String16 form: int32 length in UTF-16 units
+// (-1 for null), the units, a 0 unit, padding. The API speaks UTF-8.
+binder_status_t WriteString16(AParcel* parcel, const char* utf8, size_t length);
+// *isNull tells a null string from an empty one.
+binder_status_t ReadString16(const AParcel* parcel, std::string* utf8, bool* isNull);
+
+// Array lengths: -1 for a null array (which must come with null data on
+// write). A read checks that `length` elements of at least
+// `minElementBytes` each can still be in the data before anyone allocates
+// for them.
+binder_status_t WriteArrayLength(AParcel* parcel, bool isNull, int32_t length);
+binder_status_t ReadArrayLength(const AParcel* parcel, size_t minElementBytes, int32_t* length);
+
+// A short byte string of the runtime's own records: int32 length, bytes,
+// padding. Reads refuse lengths above `maxLength`.
+binder_status_t WriteShortBytes(AParcel* parcel, std::string_view bytes);
+binder_status_t ReadShortBytes(const AParcel* parcel, size_t maxLength, std::string* bytes);
+
+}  // namespace zelkor::tessel::binder

@@ -1,0 +1,205 @@
+// Arrays: lengths, packed scalars, element-wise bool/char, parcelables.
+#include "platform/host/binder_ndk/Parcel.h"
+
+namespace zelkor::tessel::binder {
+
+binder_status_t WriteArrayLength(AParcel* parcel, bool isNull, int32_t length) {
+    if (length < -1) return STATUS_BAD_VALUE;
+    if (!isNull && length < 0) return STATUS_BAD_VALUE;
+    if (isNull && length > 0) return STATUS_BAD_VALUE;
+    return parcel->write<int32_t>(length);
+}
+
+binder_status_t ReadArrayLength(const AParcel* parcel, size_t minElementBytes, int32_t* length) {
+    binder_status_t status = parcel->read(length);
+    if (status != STATUS_OK) return status;
+    if (*length < -1) return STATUS_BAD_VALUE;
+    if (*length <= 0) return STATUS_OK;
+    if (static_cast<size_t>(*length) > parcel->available() / minElementBytes) {
+        return STATUS_NOT_ENOUGH_DATA;
+    }
+    return STATUS_OK;
+}
+
+}  // namespace zelkor::tessel::binder
+
+using namespace zelkor::tessel::binder;
+
+namespace {
+
+// Scalars whose arrays are stored packed: the elements back to back, the
+// whole padded to four bytes.
+template <typename T>
+binder_status_t WritePacked(AParcel* parcel, const T* array, int32_t length) {
+    binder_status_t status = WriteArrayLength(parcel, array == nullptr, length);
+    if (status != STATUS_OK || length <= 0) return status;
+    const size_t bytes = static_cast<size_t>(length) * sizeof(T);
+    uint8_t* out = parcel->writeInplace(bytes);
+    if (out == nullptr) return STATUS_NO_MEMORY;
+    memcpy(out, array, bytes);
+    return STATUS_OK;
+}
+
+template <typename T>
+binder_status_t ReadPacked(const AParcel* parcel, void* arrayData,
+                           bool (*allocator)(void*, int32_t, T**)) {
+    int32_t length = 0;
+    binder_status_t status = ReadArrayLength(parcel, sizeof(T), &length);
+    if (status != STATUS_OK) return status;
+    T* buffer = nullptr;
+    if (!allocator(arrayData, length, &buffer)) {
+        return length < 0 ? STATUS_UNEXPECTED_NULL : STATUS_NO_MEMORY;
+    }
+    if (length <= 0) return STATUS_OK;
+    if (buffer == nullptr) return STATUS_NO_MEMORY;
+    const size_t bytes = static_cast<size_t>(length) * sizeof(T);
+    const uint8_t* in = parcel->readInplace(bytes);
+    if (in == nullptr) return STATUS_NOT_ENOUGH_DATA;
+    memcpy(buffer, in, bytes);
+    return STATUS_OK;
+}
+
+}  // namespace
+
+binder_status_t AParcel_writeInt32Array(AParcel* parcel, const int32_t* arrayData, int32_t length) {
+    return WritePacked(parcel, arrayData, length);
+}
+
+binder_status_t AParcel_writeUint32Array(AParcel* parcel, const uint32_t* arrayData,
+                                         int32_t length) {
+    return WritePacked(parcel, arrayData, length);
+}
+
+binder_status_t AParcel_writeInt64Array(AParcel* parcel, const int64_t* arrayData, int32_t length) {
+    return WritePacked(parcel, arrayData, length);
+}
+
+binder_status_t AParcel_writeUint64Array(AParcel* parcel, const uint64_t* arrayData,
+                                         int32_t length) {
+    return WritePacked(parcel, arrayData, length);
+}
+
+binder_status_t AParcel_writeFloatArray(AParcel* parcel, const float* arrayData, int32_t length) {
+    return WritePacked(parcel, arrayData, length);
+}
+
+binder_status_t AParcel_writeDoubleArray(AParcel* parcel, const double* arrayData, int32_t length) {
+    return WritePacked(parcel, arrayData, length);
+}
+
+binder_status_t AParcel_writeByteArray(AParcel* parcel, const int8_t* arrayData, int32_t length) {
+    return WritePacked(parcel, arrayData, length);
+}
+
+binder_status_t AParcel_readInt32Array(const AParcel* parcel, void* arrayData,
+                                       AParcel_int32ArrayAllocator allocator) {
+    return ReadPacked(parcel, arrayData, allocator);
+}
+
+binder_status_t AParcel_readUint32Array(const AParcel* parcel, void* arrayData,
+                                        AParcel_uint32ArrayAllocator allocator) {
+    return ReadPacked(parcel, arrayData, allocator);
+}
+
+binder_status_t AParcel_readInt64Array(const AParcel* parcel, void* arrayData,
+                                       AParcel_int64ArrayAllocator allocator) {
+    return ReadPacked(parcel, arrayData, allocator);
+}
+
+binder_status_t AParcel_readUint64Array(const AParcel* parcel, void* arrayData,
+                                        AParcel_uint64ArrayAllocator allocator) {
+    return ReadPacked(parcel, arrayData, allocator);
+}
+
+binder_status_t AParcel_readFloatArray(const AParcel* parcel, void* arrayData,
+                                       AParcel_floatArrayAllocator allocator) {
+    return ReadPacked(parcel, arrayData, allocator);
+}
+
+binder_status_t AParcel_readDoubleArray(const AParcel* parcel, void* arrayData,
+                                        AParcel_doubleArrayAllocator allocator) {
+    return ReadPacked(parcel, arrayData, allocator);
+}
+
+binder_status_t AParcel_readByteArray(const AParcel* parcel, void* arrayData,
+                                      AParcel_byteArrayAllocator allocator) {
+    return ReadPacked(parcel, arrayData, allocator);
+}
+
+// char16_t elements each take an int32, like a single char.
+binder_status_t AParcel_writeCharArray(AParcel* parcel, const char16_t* arrayData, int32_t length) {
+    binder_status_t status = WriteArrayLength(parcel, arrayData == nullptr, length);
+    for (int32_t i = 0; status == STATUS_OK && i < length; ++i) {
+        status = AParcel_writeChar(parcel, arrayData[i]);
+    }
+    return status;
+}
+
+binder_status_t AParcel_readCharArray(const AParcel* parcel, void* arrayData,
+                                      AParcel_charArrayAllocator allocator) {
+    int32_t length = 0;
+    binder_status_t status = ReadArrayLength(parcel, sizeof(int32_t), &length);
+    if (status != STATUS_OK) return status;
+    char16_t* buffer = nullptr;
+    if (!allocator(arrayData, length, &buffer)) {
+        return length < 0 ? STATUS_UNEXPECTED_NULL : STATUS_NO_MEMORY;
+    }
+    if (length <= 0) return STATUS_OK;
+    if (buffer == nullptr) return STATUS_NO_MEMORY;
+    for (int32_t i = 0; i < length; ++i) {
+        status = AParcel_readChar(parcel, &buffer[i]);
+        if (status != STATUS_OK) return status;
+    }
+    return STATUS_OK;
+}
+
+binder_status_t AParcel_writeBoolArray(AParcel* parcel, const void* arrayData, int32_t length,
+                                       AParcel_boolArrayGetter getter) {
+    binder_status_t status = WriteArrayLength(parcel, length < 0, length);
+    for (int32_t i = 0; status == STATUS_OK && i < length; ++i) {
+        status = AParcel_writeBool(parcel, getter(arrayData, static_cast<size_t>(i)));
+    }
+    return status;
+}
+
+binder_status_t AParcel_readBoolArray(const AParcel* parcel, void* arrayData,
+                                      AParcel_boolArrayAllocator allocator,
+                                      AParcel_boolArraySetter setter) {
+    int32_t length = 0;
+    binder_status_t status = ReadArrayLength(parcel, sizeof(int32_t), &length);
+    if (status != STATUS_OK) return status;
+    if (!allocator(arrayData, length))
+        return length < 0 ? STATUS_UNEXPECTED_NULL : STATUS_NO_MEMORY;
+    for (int32_t i = 0; i < length; ++i) {
+        bool value = false;
+        status = AParcel_readBool(parcel, &value);
+        if (status != STATUS_OK) return status;
+        setter(arrayData, static_cast<size_t>(i), value);
+    }
+    return STATUS_OK;
+}
+
+binder_status_t AParcel_writeParcelableArray(AParcel* parcel, const void* arrayData, int32_t length,
+                                             AParcel_writeParcelableElement elementWriter) {
+    binder_status_t status = WriteArrayLength(parcel, length < 0, length);
+    for (int32_t i = 0; status == STATUS_OK && i < length; ++i) {
+        status = elementWriter(parcel, arrayData, static_cast<size_t>(i));
+    }
+    return status;
+}
+
+binder_status_t AParcel_readParcelableArray(const AParcel* parcel, void* arrayData,
+                                            AParcel_parcelableArrayAllocator allocator,
+                                            AParcel_readParcelableElement elementReader) {
+    int32_t length = 0;
+    // Every element written by the generated code starts with an int32.
+    binder_status_t status = ReadArrayLength(parcel, sizeof(int32_t), &length);
+    if (status != STATUS_OK) return status;
+    if (!allocator(arrayData, length))
+        return length < 0 ? STATUS_UNEXPECTED_NULL : STATUS_NO_MEMORY;
+    for (int32_t i = 0; i < length; ++i) {
+        status = elementReader(parcel, arrayData, static_cast<size_t>(i));
+        if (status != STATUS_OK) return status;
+    }
+    return STATUS_OK;
+}

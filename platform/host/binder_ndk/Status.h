@@ -1,0 +1,29 @@
+// The AStatus object and the mapping of arbitrary values onto the status and
+// exception codes the API defines.
+#pragma once
+
+#include <android/binder_status.h>
+
+#include <string>
+
+struct AStatus {
+    binder_exception_t exception = EX_NONE;
+    // The service-specific code for EX_SERVICE_SPECIFIC, the transport status
+    // for EX_TRANSACTION_FAILED, 0 otherwise.
+    int32_t errorCode = 0;
+    std::string message;
+};
+
+namespace zelkor::tessel::binder {
+
+// Values outside the STATUS_* set (from a peer, or a service's onTransact)
+// become STATUS_UNKNOWN_ERROR; the set itself passes unchanged.
+binder_status_t PruneStatus(int32_t status);
+
+// Likewise for exceptions: unknown codes become EX_TRANSACTION_FAILED.
+binder_exception_t PruneException(int32_t exception);
+
+// "DEAD_OBJECT", "BAD_VALUE", ... or the number.
+std::string StatusName(binder_status_t status);
+
+}  // namespace zelkor::tessel::binder

@@ -1,0 +1,25 @@
+// UTF-8 <-> UTF-16 for parcel strings: the API speaks UTF-8, the wire
+// carries UTF-16 as the platform's Parcel does.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace zelkor::tessel::binder {
+
+// The number of UTF-16 units `utf8` encodes to, or false when it is not
+// valid UTF-8 (bad or truncated sequences, overlong forms, values above
+// U+10FFFF).
+bool Utf16Length(const char* utf8, size_t length, size_t* units);
+
+// Encodes valid UTF-8 (checked with Utf16Length) as little-endian UTF-16
+// units into `out`, which holds 2 * units bytes.
+void EncodeUtf16(const char* utf8, size_t length, uint8_t* out);
+
+// Decodes `units` UTF-16 units stored at `in` (unaligned bytes). Unpaired
+// surrogates become U+FFFD rather than an error: the text came from a peer
+// and is only ever read, never trusted.
+std::string DecodeUtf16(const uint8_t* in, size_t units);
+
+}  // namespace zelkor::tessel::binder

@@ -1,0 +1,159 @@
+// The death of a service's process: calls in flight fail with
+// STATUS_DEAD_OBJECT at once, death recipients fire, the stale socket it
+// leaves behind neither resolves nor blocks a new registration.
+#include <android/binder_manager.h>
+
+#include <condition_variable>
+#include <future>
+#include <mutex>
+
+#include "HostRootTest.h"
+#include "ServiceProcess.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using aidl::tessel::test::ITestService;
+
+// Counts death and unlink notifications for cookies that point at it.
+struct DeathLog {
+    std::mutex lock;
+    std::condition_variable changed;
+    int died = 0;
+    int unlinked = 0;
+
+    static void OnDied(void* cookie) {
+        auto* log = static_cast<DeathLog*>(cookie);
+        std::lock_guard<std::mutex> guard(log->lock);
+        ++log->died;
+        log->changed.notify_all();
+    }
+    static void OnUnlinked(void* cookie) {
+        auto* log = static_cast<DeathLog*>(cookie);
+        std::lock_guard<std::mutex> guard(log->lock);
+        ++log->unlinked;
+        log->changed.notify_all();
+    }
+    // Waits for `count` deaths and their unlink notices.
+    bool waitDied(int count) {
+        std::unique_lock<std::mutex> guard(lock);
+        return changed.wait_for(guard, std::chrono::seconds(10),
+                                [&] { return died >= count && unlinked >= count; });
+    }
+};
+
+ndk::ScopedAIBinder_DeathRecipient MakeRecipient() {
+    ndk::ScopedAIBinder_DeathRecipient recipient(AIBinder_DeathRecipient_new(DeathLog::OnDied));
+    AIBinder_DeathRecipient_setOnUnlinked(recipient.get(), DeathLog::OnUnlinked);
+    return recipient;
+}
+
+class DeathTest : public HostRootTest {
+  protected:
+    void SetUp() override {
+        HostRootTest::SetUp();
+        mProcess = std::make_unique<ServiceProcess>(mRoot.path());
+        mService = mProcess->connect();
+        ASSERT_NE(mService, nullptr) << mProcess->errors();
+    }
+
+    std::unique_ptr<ServiceProcess> mProcess;
+    std::shared_ptr<ITestService> mService;
+};
+
+TEST_F(DeathTest, CallInFlightFailsWhenTheServiceIsKilled) {
+    DeathLog log;
+    auto recipient = MakeRecipient();
+    ndk::SpAIBinder binder = mService->asBinder();
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &log), STATUS_OK);
+
+    auto call = std::async(std::launch::async, [this] {
+        int32_t out = 0;
+        return mService->sleepFor(60000, &out);
+    });
+    bool sleeping = false;
+    ASSERT_TRUE(mService->waitUntilSleeping(10000, &sleeping).isOk());
+    ASSERT_TRUE(sleeping);
+    mProcess->kill();
+
+    ASSERT_EQ(call.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ndk::ScopedAStatus status = call.get();
+    EXPECT_EQ(status.getExceptionCode(), EX_TRANSACTION_FAILED);
+    EXPECT_EQ(status.getStatus(), STATUS_DEAD_OBJECT);
+    EXPECT_TRUE(log.waitDied(1));
+    EXPECT_FALSE(AIBinder_isAlive(binder.get()));
+
+    // The link ended with the death; later calls fail at once.
+    std::lock_guard<std::mutex> guard(log.lock);
+    EXPECT_EQ(log.died, 1);
+    EXPECT_EQ(log.unlinked, 1);
+    EXPECT_EQ(AIBinder_ping(binder.get()), STATUS_DEAD_OBJECT);
+}
+
+TEST_F(DeathTest, IdleProxyLearnsOfTheDeath) {
+    DeathLog log;
+    auto recipient = MakeRecipient();
+    ndk::SpAIBinder binder = mService->asBinder();
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &log), STATUS_OK);
+    mProcess->kill();
+    EXPECT_TRUE(log.waitDied(1));
+    EXPECT_FALSE(AIBinder_isAlive(binder.get()));
+    // Linking to a dead binder fails and reports the link as ended.
+    DeathLog late;
+    EXPECT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &late), STATUS_DEAD_OBJECT);
+    EXPECT_EQ(late.unlinked, 1);
+    EXPECT_EQ(late.died, 0);
+}
+
+TEST_F(DeathTest, CallAfterAnUnnoticedDeathFailsWithoutSignals) {
+    // Nothing watches this proxy: the next call finds the connection gone
+    // while writing to it, which must not raise SIGPIPE.
+    int32_t value = 0;
+    ASSERT_TRUE(mService->echoInt(1, &value).isOk());
+    mProcess->kill();
+    ndk::ScopedAStatus status = mService->echoInt(2, &value);
+    EXPECT_EQ(status.getStatus(), STATUS_DEAD_OBJECT);
+    EXPECT_FALSE(AIBinder_isAlive(mService->asBinder().get()));
+}
+
+TEST_F(DeathTest, UnlinkedRecipientsAreNotCalled) {
+    DeathLog kept;
+    DeathLog dropped;
+    DeathLog deleted;
+    auto recipient = MakeRecipient();
+    auto doomed = MakeRecipient();
+    ndk::SpAIBinder binder = mService->asBinder();
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &kept), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &dropped), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), doomed.get(), &deleted), STATUS_OK);
+
+    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), recipient.get(), &dropped), STATUS_OK);
+    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), recipient.get(), &dropped),
+              STATUS_NAME_NOT_FOUND);
+    doomed.set(nullptr);
+    EXPECT_EQ(dropped.unlinked, 1);
+    EXPECT_EQ(deleted.unlinked, 1);
+
+    mProcess->kill();
+    EXPECT_TRUE(kept.waitDied(1));
+    EXPECT_EQ(dropped.died, 0);
+    EXPECT_EQ(deleted.died, 0);
+}
+
+TEST_F(DeathTest, StaleSocketOfADeadServiceIsReplacedByTheNextOne) {
+    mProcess->kill();
+    ASSERT_TRUE(std::filesystem::exists(mRoot.path() + "/dev/binderfs/sm/" +
+                                        binder::SocketNameFor(TestServiceInstance())));
+    EXPECT_EQ(AServiceManager_checkService(TestServiceInstance().c_str()), nullptr);
+
+    ServiceProcess restarted(mRoot.path());
+    auto service = restarted.connect();
+    ASSERT_NE(service, nullptr) << restarted.errors();
+    int32_t value = 0;
+    ASSERT_TRUE(service->echoInt(8, &value).isOk());
+    EXPECT_EQ(value, 8);
+    EXPECT_NE(service->asBinder().get(), mService->asBinder().get());
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

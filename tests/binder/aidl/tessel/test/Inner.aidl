@@ -1,0 +1,6 @@
+package tessel.test;
+
+parcelable Inner {
+    int id;
+    String label;
+}

@@ -1,0 +1,135 @@
+// The daemon, tessel-peer and tesselctl on one temporary root, talking over
+// the host binder.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "Subprocess.h"
+#include "TempRoot.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+class BinderE2ETest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        // The daemon's manifest fragment, installed as the device build does.
+        const std::string manifests = mRoot.path() + "/vendor/etc/vintf/manifest";
+        std::filesystem::create_directories(manifests);
+        std::filesystem::copy_file(std::string(TESSEL_SOURCE_DIR) +
+                                           "/common/default/vendor.zelkor.hardware.tessel.xml",
+                                   manifests + "/vendor.zelkor.hardware.tessel.xml");
+    }
+    std::string out(const std::string& name) const { return mRoot.path() + "/" + name; }
+    std::string ctl(std::vector<std::string> args, int* status = nullptr,
+                    std::string* err = nullptr) {
+        args.insert(args.begin(), {"tesselctl", "--root", mRoot.path()});
+        Subprocess tool(args, out("ctl"));
+        int rc = tool.wait();
+        if (status != nullptr) *status = rc;
+        if (err != nullptr) *err = tool.err();
+        return tool.out();
+    }
+    std::unique_ptr<Subprocess> startPeer() {
+        auto peer = std::make_unique<Subprocess>(
+                std::vector<std::string>{"tessel-peer", "--root", mRoot.path()}, out("peer"));
+        EXPECT_TRUE(WaitFor([&] {
+            return peer->err().find("tessel-peer is serving") != std::string::npos;
+        })) << peer->err();
+        return peer;
+    }
+    std::unique_ptr<Subprocess> startDaemon() {
+        auto daemon = std::make_unique<Subprocess>(
+                std::vector<std::string>{"tesseld", "--root", mRoot.path()}, out("tesseld"));
+        EXPECT_TRUE(WaitFor([&] {
+            return daemon->err().find("Tessel is started!") != std::string::npos;
+        })) << daemon->err();
+        return daemon;
+    }
+    std::string peerMessages() { return ReadWholeFile(mRoot.path() + "/data/peer/messages.jsonl"); }
+
+    TempRoot mRoot;
+};
+
+TEST_F(BinderE2ETest, DaemonRegistersItsThreeServicesAndAnswersDump) {
+    auto daemon = startDaemon();
+    const std::string log = daemon->err();
+    size_t tessel = log.find("Tessel registered!");
+    size_t blackbox = log.find("Blackbox registered!");
+    ASSERT_NE(tessel, std::string::npos);
+    ASSERT_NE(blackbox, std::string::npos);
+    EXPECT_LT(tessel, blackbox);
+    EXPECT_LT(blackbox, log.find("Tessel is started!"));
+    EXPECT_EQ(log.find("HalvexInternal registered"), std::string::npos);
+
+    int status = -1;
+    const std::string list = ctl({"list"}, &status);
+    EXPECT_EQ(status, 0);
+    for (const char* instance : {"vendor.zelkor.hardware.tessel.common.ITesselImpl/default",
+                                 "vendor.zelkor.hardware.blackbox.IBlackboxImpl/default",
+                                 "vendor.zelkor.hardware.tessel.common.IHalvexIntl/default"}) {
+        EXPECT_NE(list.find(instance), std::string::npos) << list;
+    }
+
+    const std::string dump = ctl({"dump", "ModuleManager", "dump"}, &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(dump.find("Current Modules:"), std::string::npos) << dump;
+}
+
+TEST_F(BinderE2ETest, TransferReachesAnInternalReceiverAndComesBack) {
+    auto peer = startPeer();
+    auto daemon = startDaemon();
+    int status = -1;
+    ctl({"transfer", "zelkor.halvex.tessel.ping",
+         R"({"extras":[{"key":"seq","value":41,"value_type":6}]})"},
+        &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(WaitFor([&] {
+        return daemon->err().find(
+                       "HalvexInternal: vendor received message: action "
+                       "zelkor.halvex.tessel.ping json ") != std::string::npos;
+    })) << daemon->err();
+    // The daemon's receiver answered through the system peer with the same extras.
+    ASSERT_TRUE(WaitFor([&] {
+        return peerMessages().find("zelkor.halvex.tessel.pong") != std::string::npos;
+    })) << daemon->err();
+    EXPECT_NE(peerMessages().find(R"(\"key\":\"seq\",\"value\":41,\"value_type\":6)"),
+              std::string::npos)
+            << peerMessages();
+}
+
+TEST_F(BinderE2ETest, DeadPeerGivesAnErrorNotAHang) {
+    auto peer = startPeer();
+    auto daemon = startDaemon();
+    // Frozen, the peer accepts the call but never answers; killing it then ends
+    // the daemon's call in the middle.
+    peer->signal(SIGSTOP);
+    int status = -1;
+    ctl({"transfer", "zelkor.halvex.tessel.ping", "{}"}, &status);
+    EXPECT_EQ(status, 0);
+    ASSERT_TRUE(WaitFor([&] {
+        return daemon->err().find("action zelkor.halvex.tessel.ping") != std::string::npos;
+    }));
+    peer->signal(SIGKILL);
+    EXPECT_TRUE(WaitFor([&] {
+        const std::string log = daemon->err();
+        return log.find("pong to the system peer failed") != std::string::npos ||
+               log.find("no system peer to answer the ping") != std::string::npos;
+    })) << daemon->err();
+
+    // The daemon is still serving, and its module thread is free again.
+    const std::string dump = ctl({"dump", "ModuleManager", "dump"}, &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(dump.find("Current Modules:"), std::string::npos);
+}
+
+TEST_F(BinderE2ETest, FailingCallsNameTheStatus) {
+    int status = -1;
+    std::string err;
+    ctl({"transfer", "a", "{}"}, &status, &err);
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(err.find("is not running"), std::string::npos) << err;
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing

@@ -1,0 +1,107 @@
+#define LOG_TAG "tessel-peer"
+
+#include "tools/tessel-peer/PeerServices.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <android-base/logging.h>
+#include <android-base/unique_fd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "framework/InternalBroadcastManager.h"
+#include "platform/Platform.h"
+
+namespace zelkor::tessel::peer {
+namespace {
+
+// True when host (an existing path) resolves to a place inside the root, so
+// that a symbolic link cannot carry a mode change out of it.
+bool InsideRoot(const std::string& host) {
+    char resolved[PATH_MAX];
+    char root[PATH_MAX];
+    if (realpath(host.c_str(), resolved) == nullptr) return false;
+    if (realpath(platform::Root().c_str(), root) == nullptr) return false;
+    size_t length = strlen(root);
+    return strncmp(resolved, root, length) == 0 &&
+           (resolved[length] == '/' || resolved[length] == '\0');
+}
+
+}  // namespace
+
+ndk::ScopedAStatus TesselCoreService::ChangeMode(const std::string& path, int32_t mode,
+                                                 std::vector<std::string>* retDesc, bool* result) {
+    const std::string host = platform::DevicePath(path);
+    std::string desc;
+    if (path.empty() || path[0] != '/') {
+        desc = "path must be absolute";
+    } else if (access(host.c_str(), F_OK) != 0) {
+        desc = std::string("no such path: ") + strerror(errno);
+    } else if (!InsideRoot(host)) {
+        desc = "path leads outside the root";
+    } else if (chmod(host.c_str(), static_cast<mode_t>(mode) & 07777) != 0) {
+        desc = std::string("chmod failed: ") + strerror(errno);
+    }
+    *result = desc.empty();
+    retDesc->assign(1, desc.empty() ? "ok" : desc);
+    LOG(INFO) << "ChangeMode " << path << " " << std::oct << mode << std::dec << ": "
+              << (*result ? "ok" : desc);
+    return ndk::ScopedAStatus::ok();
+}
+
+ndk::ScopedAStatus TesselCoreService::GetPartitionSize(const std::string& caller,
+                                                       const std::string& partitionName,
+                                                       int64_t* result) {
+    *result = -1;
+    if (partitionName.empty() || partitionName.find('/') != std::string::npos) {
+        return ndk::ScopedAStatus(AStatus_fromExceptionCodeWithMessage(
+                EX_ILLEGAL_ARGUMENT, "partition name must be a bare name"));
+    }
+    const std::string host = platform::DevicePath("/dev/block/by-name/" + partitionName);
+    android::base::unique_fd fd(open(host.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat st;
+    if (!fd.ok() || fstat(fd.get(), &st) != 0) {
+        return ndk::ScopedAStatus(
+                AStatus_fromServiceSpecificErrorWithMessage(errno, strerror(errno)));
+    }
+    uint64_t size = static_cast<uint64_t>(st.st_size);
+    if (S_ISBLK(st.st_mode) && ioctl(fd.get(), BLKGETSIZE64, &size) != 0) {
+        return ndk::ScopedAStatus(
+                AStatus_fromServiceSpecificErrorWithMessage(errno, strerror(errno)));
+    }
+    *result = static_cast<int64_t>(size);
+    LOG(INFO) << caller << " asked the size of " << partitionName << ": " << size;
+    return ndk::ScopedAStatus::ok();
+}
+
+ndk::ScopedAStatus HalvexSsiService::reportEvent(const std::string& eventId,
+                                                 const std::string& moduleName,
+                                                 const std::string& json, int32_t flags,
+                                                 int32_t* result) {
+    Json::Value record(Json::objectValue);
+    record["eventId"] = eventId;
+    record["module"] = moduleName;
+    record["json"] = json;
+    record["flags"] = flags;
+    *result = mReports.append(record) ? 0 : -1;
+    return ndk::ScopedAStatus::ok();
+}
+
+ndk::ScopedAStatus HalvexSsiIntlService::transferMessage(const std::string& action,
+                                                         const std::string& json) {
+    Json::Value record(Json::objectValue);
+    record["action"] = action;
+    record["json"] = json;
+    mMessages.append(record);
+    InternalBroadcastManager::onHalvexIntlMessageReceived(action, json);
+    return ndk::ScopedAStatus::ok();
+}
+
+}  // namespace zelkor::tessel::peer
