@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "Subprocess.h"
 #include "TempRoot.h"
@@ -121,6 +122,19 @@ TEST_F(BinderE2ETest, DeadPeerGivesAnErrorNotAHang) {
     const std::string dump = ctl({"dump", "ModuleManager", "dump"}, &status);
     EXPECT_EQ(status, 0);
     EXPECT_NE(dump.find("Current Modules:"), std::string::npos);
+}
+
+TEST_F(BinderE2ETest, RegistrationFailureEndsTheDaemonBeforeTheOtherServices) {
+    // A file where the service folder should be: the first registration fails.
+    std::filesystem::create_directories(mRoot.path() + "/dev/binderfs");
+    { std::ofstream(mRoot.path() + "/dev/binderfs/sm") << "not a folder"; }
+    Subprocess daemon({"tesseld", "--root", mRoot.path()}, out("tesseld"));
+    EXPECT_EQ(daemon.wait(), 128 + SIGABRT);
+    const std::string log = daemon.err();
+    EXPECT_NE(log.find("Check failed: status == STATUS_OK (status="), std::string::npos) << log;
+    EXPECT_EQ(log.find("registered!"), std::string::npos);
+    EXPECT_EQ(log.find("BlackboxImpl: Ready!"), std::string::npos);
+    EXPECT_EQ(log.find("Tessel is started!"), std::string::npos);
 }
 
 TEST_F(BinderE2ETest, FailingCallsNameTheStatus) {
