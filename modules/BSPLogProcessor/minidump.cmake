@@ -10,7 +10,6 @@ add_library(tessel_minidump STATIC
     KeyRegions.cpp
     LastLogHeader.cpp
     MinidumpFailHeader.cpp
-    MinidumpIo.cpp
     MinidumpSections.cpp
     Pmsg.cpp
     Printk.cpp
@@ -21,5 +20,5 @@ add_library(tessel_minidump STATIC
     TzLogDict.cpp
 )
 tessel_target(tessel_minidump)
-target_link_libraries(tessel_minidump PUBLIC tessel_platform tessel_utils android::base android::log
+target_link_libraries(tessel_minidump PUBLIC tessel_blackbox tessel_platform tessel_utils android::base android::log
     PRIVATE ZLIB::ZLIB)

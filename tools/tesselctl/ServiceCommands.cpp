@@ -9,7 +9,6 @@
 #include <string>
 
 #include "platform/host/binder_ndk/ServiceRegistry.h"
-#include "tools/tesselctl/StatusText.h"
 
 namespace zelkor::tessel::tools {
 namespace {
@@ -45,7 +44,8 @@ int DumpTessel(int argc, char** argv) {
     binder_status_t status =
             AIBinder_dump(binder.get(), STDOUT_FILENO, const_cast<const char**>(argv), argc);
     if (status != STATUS_OK) {
-        fprintf(stderr, "dump: %s (%d)\n", StatusName(status), status);
+        ndk::ScopedAStatus described(AStatus_fromStatus(status));
+        fprintf(stderr, "dump: %s\n", described.getDescription().c_str());
         return 1;
     }
     return 0;
@@ -57,7 +57,7 @@ int TransferMessage(const char* action, const char* json) {
     std::shared_ptr<IHalvexIntl> intl = IHalvexIntl::fromBinder(binder);
     ndk::ScopedAStatus status = intl->transferMessage(action, json);
     if (!status.isOk()) {
-        fprintf(stderr, "transfer: %s\n", DescribeStatus(status.get()).c_str());
+        fprintf(stderr, "transfer: %s\n", status.getDescription().c_str());
         return 1;
     }
     return 0;

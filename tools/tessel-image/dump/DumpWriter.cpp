@@ -161,6 +161,14 @@ bool WriteDump(const DumpAddOptions& options, std::string* error) {
         const uint64_t room = std::min<uint64_t>(distance, area.limit - slot);
         std::string dump;
         if (!BuildDump(options, slot, room, &dump, error)) break;
+        // An image file grows to hold the slot; the positioned writes below
+        // never go past a partition's end.
+        const uint64_t end = uint64_t(slot) + dump.size();
+        if (!S_ISBLK(st.st_mode) && uint64_t(st.st_size) < end &&
+            ftruncate(fd, static_cast<off_t>(end)) != 0) {
+            *error = Errno(options.image);
+            break;
+        }
         if (Minidump::WriteAt(fd, slot, dump.data(), dump.size()) < 0 ||
             Minidump::WriteAt(fd, static_cast<int64_t>(area.base), &header, sizeof(header)) < 0) {
             *error = Errno(options.image);
