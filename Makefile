@@ -5,7 +5,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test bench clean
+.PHONY: all deps configure build test bench demo clean
 
 all: build
 
@@ -25,6 +25,10 @@ test: build
 
 bench: build
 	@bash bench/run.sh $(BUILD_DIR)
+
+# Boots the daemon on $(BUILD_DIR)/demo-root; run it again for the next boot.
+demo: build
+	@bash demo/run.sh $(BUILD_DIR)
 
 clean:
 	rm -rf $(BUILD_DIR)

@@ -6,6 +6,7 @@ PACKAGES=(
     cmake
     g++
     make
+    python3
     libgtest-dev
     libgmock-dev
     libbenchmark-dev

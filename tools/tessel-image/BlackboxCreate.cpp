@@ -1,10 +1,13 @@
-// tessel-image blackbox create FILE [--zeroed]: a sparse image of the default
-// size, stamped the way the daemon's header pass stamps a blank partition.
+// tessel-image blackbox create FILE [--zeroed] [--boot-index N]: a sparse image
+// of the default size, stamped the way the daemon's header pass stamps a blank
+// partition; --boot-index sets the boot loader's boot counter, as after N boots.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "modules/BSPLogProcessor/BlackBoxDefaults.h"
@@ -16,9 +19,10 @@ namespace {
 
 using namespace zelkor::tessel::blackbox;
 
-bool Stamp(int fd) {
+bool Stamp(int fd, uint32_t bootIndex) {
     log_table_header table{};
     stamp_default_log_table_header(&table);
+    table.boot_index = bootIndex;
     log_content_header content{};
     stamp_default_log_content_header(&content);
     black_box_log_header slot{};
@@ -39,9 +43,21 @@ bool Stamp(int fd) {
 int RunBlackboxCreate(const Args& args) {
     const char* file = nullptr;
     bool zeroed = false;
-    for (const auto& arg : args) {
+    uint32_t bootIndex = kDefaultBootIndex;
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
         if (arg == "--zeroed") {
             zeroed = true;
+        } else if (arg == "--boot-index") {
+            char* end = nullptr;
+            const char* text = i + 1 < args.size() ? args[++i].c_str() : "";
+            errno = 0;
+            const unsigned long value = strtoul(text, &end, 0);
+            if (*text == '\0' || *end != '\0' || errno != 0 || value > UINT32_MAX) {
+                fprintf(stderr, "tessel-image blackbox create: --boot-index needs a number\n");
+                return kExitUsage;
+            }
+            bootIndex = static_cast<uint32_t>(value);
         } else if (arg.rfind("--", 0) == 0 || file != nullptr) {
             fprintf(stderr, "tessel-image blackbox create: unexpected argument '%s'\n",
                     arg.c_str());
@@ -60,7 +76,8 @@ int RunBlackboxCreate(const Args& args) {
         fprintf(stderr, "tessel-image: cannot create %s: %s\n", file, strerror(errno));
         return kExitFailure;
     }
-    bool ok = ftruncate(fd, static_cast<off_t>(kDefaultImageSize)) == 0 && (zeroed || Stamp(fd));
+    bool ok = ftruncate(fd, static_cast<off_t>(kDefaultImageSize)) == 0 &&
+              (zeroed || Stamp(fd, bootIndex));
     const int error = errno;
     close(fd);
     if (!ok) {

@@ -17,22 +17,6 @@ using namespace zelkor::tessel::blackbox;
 // Bigger dotting areas than this are not read; the default is about 3 MiB.
 constexpr uint64_t kDottingAreaReadMax = 16u << 20;
 
-// Record texts are ASCII; anything else is shown as \xNN so that the output
-// stays valid UTF-8 whatever the partition holds.
-std::string Printable(std::string_view bytes) {
-    std::string text;
-    for (unsigned char c : bytes) {
-        if ((c >= 0x20 && c < 0x7f) || c == '\t') {
-            text += static_cast<char>(c);
-        } else {
-            char escaped[5];
-            snprintf(escaped, sizeof(escaped), "\\x%02x", c);
-            text += escaped;
-        }
-    }
-    return text;
-}
-
 // Text lines of a log area: NUL bytes (never written space) dropped, empty
 // lines skipped.
 Json::Value Lines(std::string_view bytes) {

@@ -25,4 +25,18 @@ std::string Hex(uint64_t value) {
     return text;
 }
 
+std::string Printable(std::string_view bytes) {
+    std::string text;
+    for (unsigned char c : bytes) {
+        if ((c >= 0x20 && c < 0x7f) || c == '\t') {
+            text += static_cast<char>(c);
+        } else {
+            char escaped[5];
+            snprintf(escaped, sizeof(escaped), "\\x%02x", c);
+            text += escaped;
+        }
+    }
+    return text;
+}
+
 }  // namespace zelkor::tessel::image

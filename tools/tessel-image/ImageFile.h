@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace zelkor::tessel::image {
 
@@ -29,5 +30,9 @@ class ImageFile {
 
 // "0x" and upper-case hex digits.
 std::string Hex(uint64_t value);
+
+// Texts on a partition are ASCII; anything else is shown as \xNN so that the
+// output stays valid UTF-8 whatever the partition holds.
+std::string Printable(std::string_view bytes);
 
 }  // namespace zelkor::tessel::image

@@ -1,5 +1,7 @@
-// tessel-image inspect FILE [--json]: what a partition image holds, as a JSON
-// tree or its text rendering. Each region's inspector adds one subtree.
+// tessel-image inspect FILE [--json] [--minidump-partition | --crash-history]:
+// what a partition image holds, as a JSON tree or its text rendering. Each
+// region's inspector adds one subtree. FILE is a blackbox image, or a
+// minidump or "crash_history" partition image of a device without a blackbox.
 #include <fcntl.h>
 #include <json/json.h>
 #include <unistd.h>
@@ -10,8 +12,10 @@
 #include <iostream>
 
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/BSPLogProcessor/BlackboxLayout.h"
 #include "tools/tessel-image/BlackboxInspector.h"
 #include "tools/tessel-image/Commands.h"
+#include "tools/tessel-image/CrashHistoryInspector.h"
 #include "tools/tessel-image/JsonText.h"
 #include "tools/tessel-image/dump/DumpImage.h"
 
@@ -29,17 +33,34 @@ bool AllValid(const Json::Value& root) {
     return true;
 }
 
+// Where the daemon keeps the crash history of the blackbox inspected: behind
+// the control content header, at the default distance when that header is
+// not valid (the daemon stamps the defaults into it before writing).
+uint64_t CrashHistoryOffset(const Json::Value& blackbox) {
+    const Json::Value& control = blackbox["control_content_header"];
+    const uint64_t base = control.isMember("offset")
+                                  ? control["offset"].asUInt64()
+                                  : uint64_t(blackbox::kDefaultControlContentOffset);
+    const uint64_t distance = control.get("valid", false).asBool()
+                                      ? control["crash_history_offset"].asUInt64()
+                                      : uint64_t(blackbox::kDefaultCrashHistoryOffset);
+    return base + distance;
+}
+
 }  // namespace
 
 int RunInspect(const Args& args) {
     const char* file = nullptr;
     bool json = false;
     bool minidumpPartition = false;
+    bool crashHistory = false;
     for (const auto& arg : args) {
         if (arg == "--json") {
             json = true;
         } else if (arg == "--minidump-partition") {
             minidumpPartition = true;
+        } else if (arg == "--crash-history") {
+            crashHistory = true;
         } else if (arg.rfind("--", 0) == 0 || file != nullptr) {
             fprintf(stderr, "tessel-image inspect: unexpected argument '%s'\n", arg.c_str());
             return kExitUsage;
@@ -49,6 +70,12 @@ int RunInspect(const Args& args) {
     }
     if (file == nullptr) {
         fprintf(stderr, "tessel-image inspect: no FILE given\n");
+        return kExitUsage;
+    }
+    if (minidumpPartition && crashHistory) {
+        fprintf(stderr,
+                "tessel-image inspect: --minidump-partition and --crash-history name "
+                "different images\n");
         return kExitUsage;
     }
 
@@ -64,9 +91,13 @@ int RunInspect(const Args& args) {
     root["size"] = Json::UInt64(size);
     if (minidumpPartition) {
         root["minidump"] = InspectDumpArea(fd, static_cast<uint64_t>(size), false);
+    } else if (crashHistory) {
+        root["crash_history"] = InspectCrashHistory(fd, static_cast<uint64_t>(size), 0);
     } else {
         root["blackbox"] = InspectBlackbox(fd, static_cast<uint64_t>(size));
         root["minidump"] = InspectDumpArea(fd, static_cast<uint64_t>(size), true);
+        root["crash_history"] = InspectCrashHistory(fd, static_cast<uint64_t>(size),
+                                                    CrashHistoryOffset(root["blackbox"]));
     }
     close(fd);
 

@@ -12,7 +12,7 @@ namespace {
 const std::vector<image::Command>& Commands() {
     static const std::vector<image::Command> commands = {
             {{"blackbox", "create"},
-             "FILE [--zeroed]",
+             "FILE [--zeroed] [--boot-index N]",
              "write a sparse blackbox image with the default headers (or all zero)",
              image::RunBlackboxCreate},
             {{"dump", "add"},
@@ -22,8 +22,9 @@ const std::vector<image::Command>& Commands() {
              "partition image",
              image::RunDumpAdd},
             {{"inspect"},
-             "FILE [--json] [--minidump-partition]",
-             "show every header and log area of an image, as text or JSON",
+             "FILE [--json] [--minidump-partition | --crash-history]",
+             "show every header and log area of an image (blackbox, or a minidump or "
+             "crash_history partition image), as text or JSON",
              image::RunInspect},
     };
     return commands;

@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""Writes the raw inputs of the demo root, in the formats the boot loader and
+the kernel leave behind: kernel printk records for "md_kmsg", Android pmsg
+records for "md_pmsg", a compact trust-zone log and its dictionary, and a raw
+dump partition of mixed content. tessel-image then places them in images.
+
+usage: make_inputs.py OUT_DIR
+"""
+import os
+import random
+import struct
+import sys
+
+# An arm64 kernel oops as the kernel printed it (from a public bug report:
+# a NULL pointer write in a misc driver), with the lines of the report at the
+# emergency level the panic path uses.
+PANIC = [
+    (163.745001, 1, "Unable to handle kernel NULL pointer dereference at virtual address 0000000000000000"),
+    (163.745313, 1, "Mem abort info:"),
+    (163.745461, 1, "  ESR = 0x96000045"),
+    (163.745644, 1, "  EC = 0x25: DABT (current EL), IL = 32 bits"),
+    (163.746093, 0, "Internal error: Oops: 96000045 [#1] SMP"),
+    (163.746447, 0, "Modules linked in: faulty(O) scull(O) hello(O)"),
+    (163.746985, 0, "CPU: 0 PID: 159 Comm: sh Tainted: G           O      5.15.18 #1"),
+    (163.747302, 0, "Hardware name: linux,dummy-virt (DT)"),
+    (163.747632, 0, "pc : faulty_write+0x14/0x20 [faulty]"),
+    (163.748076, 0, "lr : vfs_write+0xa8/0x2b0"),
+    (163.748233, 0, "sp : ffffffc008d1bd80"),
+    (163.748537, 0, "Call trace:"),
+    (163.748713, 0, " faulty_write+0x14/0x20 [faulty]"),
+    (163.748929, 0, " ksys_write+0x68/0x100"),
+    (163.749066, 0, " __arm64_sys_write+0x20/0x30"),
+    (163.749257, 0, " invoke_syscall+0x54/0x130"),
+    (163.749388, 0, " el0_svc_common.constprop.0+0x44/0xf0"),
+    (163.749519, 0, " do_el0_svc+0x40/0xa0"),
+    (163.749665, 0, " el0_svc+0x20/0x60"),
+    (163.749804, 0, " el0t_64_sync_handler+0xe8/0xf0"),
+    (163.749946, 0, " el0t_64_sync+0x1a0/0x1a4"),
+    (163.750412, 0, "Code: d2800001 d2800000 d503233f d50323bf (b900003f)"),
+    (163.751009, 0, "---[ end trace 5c1f6b0dd0b2e8a3 ]---"),
+    (163.751450, 0, "Kernel panic - not syncing: Oops: Fatal exception"),
+]
+
+BOOT = [(0.000000, 6, "Booting Linux on physical CPU 0x0000000000 [0x410fd034]"),
+        (0.000000, 5, "Linux version 5.15.18 (builder@zelkor) #1 SMP PREEMPT"),
+        (1.204332, 6, "init: starting service 'vendor.tessel'..."),
+        (42.118020, 4, "thermal: cpu0 temperature high, throttling")]
+
+
+def printk_records(lines):
+    """struct printk_log: u64 ts_nsec, u16 len, u16 text_len, u16 dict_len,
+    u8 facility, u8 flags/level; 8-byte aligned records."""
+    out = bytearray()
+    for seconds, level, text in lines:
+        body = text.encode()
+        length = (16 + len(body) + 7) & ~7
+        out += struct.pack("<QHHHBB", int(seconds * 1e9), length, len(body), 0, 0, level & 7)
+        out += body + b"\0" * (length - 16 - len(body))
+    return bytes(out)
+
+
+def pmsg_records(entries):
+    """liblog's pmsg framing: android_pmsg_log_header_t ('l', len, uid, pid),
+    android_log_header_t (id, tid, sec, nsec), then prio, tag\\0, message\\0."""
+    out = bytearray()
+    for sec, pid, tid, prio, tag, msg in entries:
+        payload = bytes([prio]) + tag.encode() + b"\0" + msg.encode() + b"\0"
+        log_header = struct.pack("<BHII", 0, tid, int(sec), int((sec % 1) * 1e9))
+        total = 7 + len(log_header) + len(payload)
+        out += struct.pack("<BHHH", ord("l"), total, 1000, pid) + log_header + payload
+    return bytes(out)
+
+
+def main():
+    out = sys.argv[1]
+    os.makedirs(out, exist_ok=True)
+    with open(os.path.join(out, "md_kmsg.bin"), "wb") as f:
+        f.write(printk_records(BOOT + PANIC))
+    now = 1795000000.0
+    with open(os.path.join(out, "md_pmsg.bin"), "wb") as f:
+        f.write(pmsg_records([
+            (now, 612, 612, 4, "ActivityManager", "Start proc 1604:com.android.camera"),
+            (now + 0.25, 1604, 1631, 6, "CameraService", "camera 0: open failed, retrying"),
+            (now + 1.5, 612, 640, 5, "Watchdog", "Blocked in handler on main thread"),
+        ]))
+    with open(os.path.join(out, "md_ltz.txt"), "w") as f:
+        f.write("[0x1a2b](101)\n[0x1a2f](205 3 9)\n[0x1a30](999 1)\n")
+    with open(os.path.join(out, "tzlog.dict"), "w") as f:
+        f.write("101:BOOT:secure world up\n205:XPU:violation on resource %d by master %d\n")
+    # The raw dump: zeros, kernel text and random pages, as a RAM dump holds.
+    rng = random.Random(7)
+    with open(os.path.join(out, "rawdump.img"), "wb") as f:
+        text = "\n".join(t for _, _, t in BOOT + PANIC).encode()
+        for i in range(64):
+            kind = i % 3
+            if kind == 0:
+                f.write(b"\0" * 65536)
+            elif kind == 1:
+                f.write((text * (65536 // len(text) + 1))[:65536])
+            else:
+                f.write(bytes(rng.getrandbits(8) for _ in range(65536)))
+
+
+if __name__ == "__main__":
+    main()

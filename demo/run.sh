@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# make demo: boots the daemon twice-over on a demo root and shows what a BSP
+# engineer looks at after a crash. The first run builds a root whose blackbox
+# holds a new raw dump of a kernel panic; running it again boots the same
+# root once more, which now finds no new dump ("Normal").
+#
+# usage: demo/run.sh BUILD_DIR
+set -euo pipefail
+
+build=${1:?usage: demo/run.sh BUILD_DIR}
+bin=$(cd "$build/bin" && pwd)
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$build" && pwd)/demo-root
+inputs=$root/.inputs
+byname=$root/dev/block/by-name
+
+section() { printf '\n== %s\n' "$*"; }
+
+if [ ! -e "$byname/blackbox" ]; then
+    section "building the demo root in $root (a boot after a kernel panic)"
+    mkdir -p "$byname" "$root/sys/bootinfo" "$root/dev/logfs" "$root/vendor/etc" \
+        "$root/data/vendor/diag" "$root/sys/kernel/pmic_pon_log" \
+        "$root/vendor/etc/vintf/manifest"
+    python3 "$here/make_inputs.py" "$inputs"
+    cp "$here/../common/default/vendor.zelkor.hardware.tessel.xml" "$root/vendor/etc/vintf/manifest/"
+    cp "$inputs/tzlog.dict" "$root/vendor/etc/tzlog.dict"
+    "$bin/tessel-image" blackbox create "$byname/blackbox" --boot-index 42
+    "$bin/tessel-image" dump add "$byname/blackbox" --slot 0 --version 0x2000 \
+        --time "2026-11-21 09:14:03" --boot-index 41 \
+        --section md_kmsg="$inputs/md_kmsg.bin" --section md_pmsg="$inputs/md_pmsg.bin" \
+        --section md_ltz="$inputs/md_ltz.txt"
+    cp "$inputs/rawdump.img" "$byname/rawdump"
+    echo "0x20 PON_KPDPWR" > "$root/sys/bootinfo/powerup_reason"
+    echo "0x0 OTHER_HARDRESET" > "$root/sys/bootinfo/poweroff_reason"
+    printf 'UEFI Start\nboot_index 42\nUEFI Total : 1830 ms\n' > "$root/dev/logfs/UefiLog0.txt"
+    printf 'PON_PBL_STATUS=0xc0\n' > "$root/sys/kernel/pmic_pon_log/pon_log_full"
+    "$bin/tesselctl" --root "$root" setprop ro.build.version.incremental demo.20261121
+else
+    section "booting the demo root in $root again (its dump was taken by the last run)"
+fi
+
+log=$root/.logs
+mkdir -p "$log"
+"$bin/tessel-peer" --root "$root" 2>"$log/peer.log" &
+peer=$!
+"$bin/tesseld" --root "$root" 2>"$log/tesseld.log" &
+daemon=$!
+trap 'kill $daemon $peer 2>/dev/null; wait 2>/dev/null || true' EXIT
+
+# The boot run ends with the module removing itself: "Stopped" in the dump.
+for _ in $(seq 1 600); do
+    if "$bin/tesselctl" --root "$root" dump ModuleManager dump 2>/dev/null |
+        grep -q 'BSPLogProcessor.*Stopped'; then
+        break
+    fi
+    sleep 0.1
+done
+
+section "module status"
+"$bin/tesselctl" --root "$root" dump ModuleManager dump
+section "vendor.minidump.crash_reason"
+"$bin/tesselctl" --root "$root" getprop vendor.minidump.crash_reason
+section "files in /data/vendor/diag"
+ls -l "$root/data/vendor/diag"
+if [ -f "$root/data/vendor/diag/last_kmsg" ]; then
+    section "head of last_kmsg"
+    head -n 12 "$root/data/vendor/diag/last_kmsg"
+fi
+if [ -f "$root/data/vendor/diag/md_history" ]; then
+    section "md_history"
+    head -n 10 "$root/data/vendor/diag/md_history"
+fi
+section "crash events sent (<root>/data/vendor/pellora/events.jsonl)"
+cat "$root/data/vendor/pellora/events.jsonl" 2>/dev/null || echo "(none)"
+section "newest dotting records"
+"$bin/tessel-image" inspect "$byname/blackbox" --json |
+    python3 -c 'import json, sys
+d = json.load(sys.stdin)["blackbox"].get("dotting", {})
+for r in (d.get("boot", []) + d.get("ring", []))[-5:]: print(r)'

@@ -1,0 +1,101 @@
+// Appending one crash to the ring of the crash history.
+#include <errno.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/BSPLogProcessor/CrashHistory.h"
+#include "modules/BSPLogProcessor/MinidumpLog.h"
+
+namespace zelkor::tessel::Minidump {
+
+namespace {
+
+bool magic_ok(const crash_history_header& header) {
+    return memcmp(header.magic, kCrashHistoryMagic, sizeof(header.magic)) == 0;
+}
+
+// A history that was never written (or is damaged beyond its magic) starts
+// over empty.
+void init_header(crash_history_header* header) {
+    *header = crash_history_header{};
+    memcpy(header->magic, kCrashHistoryMagic, sizeof(header->magic));
+    header->version = kCrashHistoryVersion;
+    header->record_slots = blackbox::kCrashHistoryRecords;
+    header->magic2 = kCrashHistoryMagic2;
+    header->main_type_count = CRASH_MAIN_TYPE_COUNT;
+    header->sub_type_count = CRASH_TYPE_COUNT;
+}
+
+void count_crash(crash_history_header* header, uint32_t main_type, uint32_t sub_type) {
+    header->main_type_count = CRASH_MAIN_TYPE_COUNT;
+    header->sub_type_count = CRASH_TYPE_COUNT;
+    if (main_type >= kCrashMainTypeSlots) {
+        puts("crash_history: crash main type overflowed ");
+    } else {
+        ++header->main_type_counters[main_type];
+    }
+    if (sub_type >= kCrashSubTypeSlots) {
+        puts("crash_history: crash type overflowed ");
+    } else {
+        ++header->sub_type_counters[sub_type];
+    }
+}
+
+}  // namespace
+
+int write_to_partition_crash_history(const CrashHistoryPartition& history,
+                                     crash_main_type_enum main_type, crash_type_enum sub_type,
+                                     const std::string& reason, const std::string& detail) {
+    if (sub_type == CRASH_NONE) {
+        puts("crash_history: no crash occur, no need update crash_history partition ");
+        return 0;
+    }
+    puts("crash_history: find crash, update crash_history partition ");
+
+    crash_history_header header{};
+    if (blackbox::read_at(history.fd, history.offset, &header, sizeof(header)) != sizeof(header)) {
+        MD_LOGE("crash_history: read header fail %d(%s)\n", errno, strerror(errno));
+        return -1;
+    }
+    if (!magic_ok(header)) {
+        init_header(&header);
+    } else if (header.magic2 != kCrashHistoryMagic2) {
+        header.magic2 = kCrashHistoryMagic2;
+    }
+    MD_PRINT(
+            "crash_history: header info before write: version = 0x%x, current_num = %d, "
+            "next_position = %d \n",
+            header.version, header.current_num, header.next_position);
+
+    ++header.current_num;
+    const std::string text = format_crash_history_text(history, header.current_num, reason, detail);
+    // Also takes a position damaged on flash back into the ring.
+    if (header.next_position >= blackbox::kCrashHistoryRecords) header.next_position = 0;
+    MD_PRINT("crash_history: current_num = %d, reason = %s, detail = %s \n", header.current_num,
+             reason.c_str(), detail.c_str());
+
+    crash_history_record record{};
+    record.main_type = main_type;
+    record.sub_type = sub_type;
+    record.length = text.size();
+    memcpy(record.text, text.data(), text.size());
+    if (blackbox::write_at(history.fd,
+                           history.offset + crash_history_slot_offset(header.next_position),
+                           &record, sizeof(record)) < 0) {
+        MD_LOGE("crash_history: write record %u fail %d(%s)\n", header.next_position, errno,
+                strerror(errno));
+        return -1;
+    }
+
+    count_crash(&header, main_type, sub_type);
+    ++header.next_position;
+    if (blackbox::write_at(history.fd, history.offset, &header, sizeof(header)) < 0) {
+        MD_LOGE("crash_history: write header fail %d(%s)\n", errno, strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace zelkor::tessel::Minidump

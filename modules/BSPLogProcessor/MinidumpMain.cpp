@@ -1,0 +1,49 @@
+#include "modules/BSPLogProcessor/MinidumpMain.h"
+
+#include <errno.h>
+
+#include <cstring>
+
+#include "modules/BSPLogProcessor/BlackBoxKmsg.h"
+#include "modules/BSPLogProcessor/BootDotting.h"
+#include "modules/BSPLogProcessor/CrashHistory.h"
+#include "modules/BSPLogProcessor/FallbackHistory.h"
+#include "modules/BSPLogProcessor/Minidump.h"
+#include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "platform/Properties.h"
+
+namespace zelkor::tessel::Minidump {
+
+void minidump_main() {
+    if (!platform::SetProperty(kMinidumpValidProperty, "0")) {
+        MD_LOGE("minidump set default is.valid 0 fail %d(%s)\n", errno, strerror(errno));
+    }
+    delete_log();
+    time_init();
+
+    // The run's copy of the blackbox headers, for the dump repair below and
+    // for the kernel boot log copy at the end.
+    blackbox::BlackBoxHeaders headers;
+    const bool blackbox = black_box_dotting(&headers);
+    if (blackbox && headers.log.dump_process_fail != 0) handle_minidump_fail_header();
+
+    if (handle_mini_lastlog_header() == 1) {
+        handle_minidump_partition(0, 0);
+        compress_minidump();
+        handle_stored_minidumps();
+    }
+
+    if (check_crash_history()) {
+        record_crash_history();
+    } else {
+        update_minidump_history();
+    }
+
+    // The run has always compressed a new dump a second time here; the file
+    // is rewritten with the same content.
+    if (new_crash_found()) compress_minidump();
+
+    if (blackbox) blackbox::copy_kmsg_to_black_box(&headers);
+}
+
+}  // namespace zelkor::tessel::Minidump

@@ -1,0 +1,172 @@
+// The whole boot run over roots holding what a crashed (or healthy) boot
+// leaves behind.
+#include <zlib.h>
+
+#include "HistoryTestSupport.h"
+#include "modules/BSPLogProcessor/MinidumpMain.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using namespace Minidump;
+
+constexpr uint64_t kDumpArea = 0x3000000;
+constexpr uint64_t kDumpSlot = kDumpArea + 0x400;
+constexpr char kRawdumpBytes[] = "raw dump bytes, raw dump bytes, raw dump bytes\n";
+
+class MinidumpMainTest : public HistoryTest {
+  protected:
+    void SetUp() override {
+        HistoryTest::SetUp();
+        ASSERT_TRUE(platform::SetProperty("ro.build.version.incremental", "B1.0.42"));
+        WriteText(kPowerup, "reboot\n");
+        WriteText(kPoweroff, "panic\n");
+    }
+
+    // One printk record at `at`: 16-byte header, text, padding to 8 bytes.
+    // Returns its length.
+    uint64_t PutPrintk(uint64_t at, uint64_t nsec, const std::string& text) {
+        const uint64_t length = (16 + text.size() + 7) / 8 * 8;
+        Put64(kBlackbox, at, nsec);
+        Put16(kBlackbox, at + 8, length);
+        Put16(kBlackbox, at + 10, text.size());
+        Put(kBlackbox, at + 15, std::string(1, '\0'));  // level 0
+        Put(kBlackbox, at + 16, text);
+        return length;
+    }
+
+    // A new raw dump in the blackbox's dump area: slot 0 of a v2 dump of the
+    // boot numbered 6, one md_kmsg section with a panic and its call trace.
+    void PutNewDump() {
+        Put(kBlackbox, kDumpArea, "Raw_Dmp!");
+        Put64(kBlackbox, kDumpArea + 16, 0x400);     // slot 0 offset
+        Put64(kBlackbox, kDumpArea + 40, 0xA00000);  // blackbox slot distance
+        Put64(kBlackbox, kDumpArea + 48, 0x600000);  // minidump slot distance
+        Put(kBlackbox, kDumpSlot, "Raw_Dmp!");
+        Put32(kBlackbox, kDumpSlot + 8, 0x2000);
+        Put32(kBlackbox, kDumpSlot + 52, 1);
+        Put32(kBlackbox, kDumpSlot + 76, 6);
+        const uint64_t data = kDumpSlot + 0x1000;
+        uint64_t at = data;
+        at += PutPrintk(at, 5000123000ull, "Kernel panic - not syncing: Fatal exception");
+        at += PutPrintk(at, 5000124000ull, "Call trace:");
+        at += PutPrintk(at, 5000125000ull, " dump_backtrace+0x0/0x1e0");
+        const uint64_t section = kDumpSlot + 88;
+        Put32(kBlackbox, section, 1);
+        Put64(kBlackbox, section + 12, data);
+        Put64(kBlackbox, section + 20, at - data);
+        Put(kBlackbox, section + 44, std::string("md_kmsg", 7));
+    }
+
+    static std::string Inflate(const std::string& compressed, size_t size) {
+        std::string out(size, '\0');
+        uLongf length = size;
+        if (uncompress(reinterpret_cast<Bytef*>(out.data()), &length,
+                       reinterpret_cast<const Bytef*>(compressed.data()),
+                       compressed.size()) != Z_OK) {
+            return "<not a zlib stream>";
+        }
+        out.resize(length);
+        return out;
+    }
+};
+
+TEST_F(MinidumpMainTest, NewDumpInTheBlackboxIsTakenClassifiedReportedAndRecorded) {
+    MakeBlackbox(7);
+    PutNewDump();
+    MakeImage(kRawdump, 0);
+    Put(kRawdump, 0, kRawdumpBytes);
+    WriteText("/dev/kmsg", "6,1,5000000,-;hello kmsg\n");
+    WriteText("/data/vendor/diag/stale", "from the last run");
+
+    minidump_main();
+
+    const std::string panic = "[    5.000123][    L0] Kernel panic - not syncing: Fatal exception";
+    EXPECT_FALSE(Exists("/data/vendor/diag/stale"));
+    EXPECT_EQ(ReadFile(kLastKmsgFile),
+              "=== Dump occured at " + Now() + " ===\n" + panic +
+                      "\n[    5.000124][    L0] Call trace:\n"
+                      "[    5.000125][    L0]  dump_backtrace+0x0/0x1e0\n");
+    EXPECT_EQ(Get(kBlackbox, kDumpSlot + 16, 8), std::string("DESRAP\0\0", 8));
+    EXPECT_EQ(platform::GetProperty("vendor.minidump.is.valid", ""), "1");
+    EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "kpanic");
+    EXPECT_EQ(platform::GetProperty("vendor.blackbox.boot_index", ""), "7");
+
+    // The crashed boot is the one before the blackbox's counter.
+    const std::string record = "1)[6] B1.0.42|" + Now() + "|kpanic|" + panic + "\n";
+    EXPECT_EQ(ReadFile(kMdHistory), record);
+    EXPECT_EQ(Get(kBlackbox, RecordAt(kHistoryAt, 0) + 32, record.size()), record);
+
+    const std::vector<Json::Value> events = Events();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0]["id"].asUInt(), 901006001u);
+    EXPECT_EQ(events[0]["values"]["Type"].asString(), "kpanic");
+    EXPECT_EQ(events[0]["values"]["Summary"].asString(), panic);
+    EXPECT_EQ(events[0]["values"]["Stacktrace"].asString(), "dump_backtrace+0x0;");
+    EXPECT_EQ(events[0]["values"]["CurrentTime"].asString(), Now());
+
+    const std::string gz = ReadFile("/data/vendor/diag/minidump.gz");
+    ASSERT_GE(gz.size(), 2u);
+    EXPECT_EQ(static_cast<unsigned char>(gz[0]), 0x78);
+    EXPECT_EQ(Inflate(gz, 1024), kRawdumpBytes);
+
+    // Dotting first, the kernel boot log last.
+    const std::string dot = "{\"1\", \"black_box\", \"" + Now() +
+                            "\", \"powerup_reason:reboot, power_off_reason:panic\"}\n";
+    EXPECT_EQ(Get(kBlackbox, kRing, dot.size()), dot);
+    EXPECT_NE(Get(kBlackbox, kSlot + 0x12000, 64).find("hello kmsg"), std::string::npos);
+    EXPECT_EQ(Get(kBlackbox, kSlot + 52, 11), std::string("boot_kmesg\0", 11));
+    EXPECT_EQ(Get(kBlackbox, kSlot + 72, 10), std::string("dotting 2\0", 10));
+}
+
+TEST_F(MinidumpMainTest, HealthyBootIsNormalWithoutEventOrRecord) {
+    MakeBlackbox(3);
+    MakeImage(kRawdump, 0);
+
+    minidump_main();
+
+    EXPECT_EQ(platform::GetProperty("vendor.minidump.is.valid", ""), "0");
+    EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "Normal");
+    EXPECT_TRUE(Events().empty());
+    EXPECT_EQ(Get(kBlackbox, kHistoryAt, 0x400), std::string(0x400, '\0'));
+    EXPECT_EQ(ReadFile(kMdHistory), "");
+    EXPECT_FALSE(Exists("/data/vendor/diag/minidump.gz"));
+    EXPECT_FALSE(Exists(kLastKmsgFile));
+}
+
+TEST_F(MinidumpMainTest, FailedDumpHeadersAreRepairedBeforeTheDumpIsLookedFor) {
+    MakeBlackbox();
+    Put32(kBlackbox, kSlot + 136, 1);  // dump_process_fail
+    minidump_main();
+    EXPECT_EQ(Get(kBlackbox, kDumpArea, 8), "cigamgol");
+}
+
+TEST_F(MinidumpMainTest, WithoutBlackboxTheCrashHistoryPartitionKeepsTheRecord) {
+    MakeImage(kCrashHistory, kHistoryRegion);
+    MakeImage(kMinidump, 0x4004000);
+    WriteText(kPowerup, "other\n");
+
+    minidump_main();
+
+    const std::string record = "1) B1.0.42|" + Now() + "|other_hardreset|other by hardreset\n";
+    EXPECT_EQ(Get(kCrashHistory, RecordAt(0, 0) + 32, record.size()), record);
+    EXPECT_EQ(ReadFile(kMdHistory), record);
+    EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "other_hardreset");
+    EXPECT_EQ(Get(kMinidump, 0x4000000, 25), std::string(25, '\0'));
+}
+
+TEST_F(MinidumpMainTest, UnusableHistoryFallsBackToTheDumpHistory) {
+    MakeBlackbox();
+    Put32(kBlackbox, 0x980000C, 0x7FFFF000);  // history far beyond the partition
+    WriteText(kPowerup, "other\n");
+
+    minidump_main();
+
+    const std::string item = "1) B1.0.42|" + Now() + "|other|\n";
+    EXPECT_EQ(Get(kBlackbox, 0x4000004, 8), "MNDPHIST");
+    EXPECT_EQ(ReadFile(kMdHistory), item);
+    EXPECT_TRUE(Events().empty());
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing
