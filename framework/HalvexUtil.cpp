@@ -13,12 +13,10 @@
 namespace zelkor::tessel {
 namespace {
 
-// One cache slot: the service, whether it was handed over in-process, and
-// whether a remote one has been seen dying.
+// One cache slot: the service, and whether a remote one has been seen dying.
 template <typename I>
 struct Slot {
     std::shared_ptr<I> service;
-    bool local = false;
     bool died = false;
 };
 
@@ -44,7 +42,8 @@ std::shared_ptr<I> Lookup(Slot<I> Cache::*member) {
         std::lock_guard<std::mutex> lock(cache.lock);
         Slot<I>& slot = cache.*member;
         if (slot.service != nullptr) {
-            if (slot.local || AIBinder_isAlive(slot.service->asBinder().get())) {
+            // A local object is always alive.
+            if (AIBinder_isAlive(slot.service->asBinder().get())) {
                 return slot.service;
             }
             slot.service.reset();
@@ -79,7 +78,6 @@ void Store(Slot<I> Cache::*member, std::shared_ptr<I> service) {
     std::lock_guard<std::mutex> lock(GetCache().lock);
     Slot<I>& slot = GetCache().*member;
     slot.service = std::move(service);
-    slot.local = slot.service != nullptr;
     slot.died = false;
 }
 
@@ -116,7 +114,8 @@ void HalvexUtil::SetHalvexSsiIntl(std::shared_ptr<IHalvexSsiIntl> service) {
 
 bool HalvexUtil::isSSI() {
     std::lock_guard<std::mutex> lock(GetCache().lock);
-    return GetCache().ssiIntl.local;
+    const auto& service = GetCache().ssiIntl.service;
+    return service != nullptr && !service->isRemote();
 }
 
 void HalvexUtil::Reset() {

@@ -3,9 +3,8 @@
 namespace zelkor::tessel {
 
 ExtraValue Intent::getExtra(const std::string& key) const {
-    Extras extras = getExtras();
-    auto it = extras.find(key);
-    if (it == extras.end()) return Json::Value();
+    auto it = mExtras.find(key);
+    if (it == mExtras.end()) return Json::Value();
     return it->second;
 }
 

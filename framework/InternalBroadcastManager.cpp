@@ -12,10 +12,8 @@ namespace zelkor::tessel {
 std::string InternalBroadcastManager::intentToJsonStr(Intent& intent) {
     Json::Value root(Json::objectValue);
     Json::Value extras(Json::arrayValue);
-    for (auto& [key, value] : intent.getExtras()) {
-        ExtraValue copy = value;
-        extras.append(generateJsonValueByExtra(key, copy));
-    }
+    Intent::Extras copy = intent.getExtras();
+    for (auto& [key, value] : copy) extras.append(generateJsonValueByExtra(key, value));
     root["extras"] = extras;
     std::string text;
     JsonUtil::ConvertJsonToString(root, text);

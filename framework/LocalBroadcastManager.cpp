@@ -104,7 +104,6 @@ void LocalBroadcastManager::executePendingBroadcasts() {
             batchStart = TimeUtil::getCurrentTimeMs();
         }
         for (BroadcastRecord& broadcast : batch) {
-            broadcast.batchStartMs = batchStart;
             for (const RecordPtr& record : broadcast.receivers) {
                 BroadcastReceiver* receiver;
                 {

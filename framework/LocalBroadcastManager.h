@@ -42,7 +42,6 @@ class LocalBroadcastManager : public Singleton<LocalBroadcastManager> {
     struct BroadcastRecord {
         Intent intent;
         std::list<RecordPtr> receivers;
-        uint64_t batchStartMs = 0;
     };
 
     std::unordered_map<BroadcastReceiver*, std::list<RecordPtr>> mReceivers;
