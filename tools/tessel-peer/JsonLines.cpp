@@ -15,7 +15,8 @@ bool JsonLines::append(const Json::Value& record) {
     if (!JsonUtil::ConvertJsonToString(record, line)) return false;
     const std::string path = platform::DevicePath(mDevicePath);
     std::lock_guard<std::mutex> lock(mLock);
-    FileUtil::CreateDirectory(path.substr(0, path.rfind('/')), 0770);
+    if (!mFolderMade)
+        mFolderMade = FileUtil::CreateDirectory(path.substr(0, path.rfind('/')), 0770);
     android::base::unique_fd fd(
             open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0660));
     return fd.ok() && android::base::WriteStringToFd(line, fd.get());

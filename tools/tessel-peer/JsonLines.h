@@ -17,6 +17,7 @@ class JsonLines {
   private:
     std::string mDevicePath;
     std::mutex mLock;
+    bool mFolderMade = false;  // the folder is made with the first line
 };
 
 }  // namespace zelkor::tessel::peer

@@ -3,8 +3,6 @@
 #include "tools/tessel-peer/PeerServices.h"
 
 #include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +15,7 @@
 #include <cstring>
 
 #include "framework/InternalBroadcastManager.h"
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::peer {
@@ -66,17 +65,12 @@ ndk::ScopedAStatus TesselCoreService::GetPartitionSize(const std::string& caller
     }
     const std::string host = platform::DevicePath("/dev/block/by-name/" + partitionName);
     android::base::unique_fd fd(open(host.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat st;
-    if (!fd.ok() || fstat(fd.get(), &st) != 0) {
+    const int64_t size = fd.ok() ? blackbox::partition_size(fd.get()) : -1;
+    if (size < 0) {
         return ndk::ScopedAStatus(
                 AStatus_fromServiceSpecificErrorWithMessage(errno, strerror(errno)));
     }
-    uint64_t size = static_cast<uint64_t>(st.st_size);
-    if (S_ISBLK(st.st_mode) && ioctl(fd.get(), BLKGETSIZE64, &size) != 0) {
-        return ndk::ScopedAStatus(
-                AStatus_fromServiceSpecificErrorWithMessage(errno, strerror(errno)));
-    }
-    *result = static_cast<int64_t>(size);
+    *result = size;
     LOG(INFO) << caller << " asked the size of " << partitionName << ": " << size;
     return ndk::ScopedAStatus::ok();
 }
