@@ -145,12 +145,23 @@ TEST_F(BinderE2ETest, RegistrationFailureEndsTheDaemonBeforeTheOtherServices) {
     EXPECT_EQ(log.find("Tessel is started!"), std::string::npos);
 }
 
-TEST_F(BinderE2ETest, FailingCallsNameTheStatus) {
+TEST_F(BinderE2ETest, CallsToAMissingDaemonFailClearly) {
     int status = -1;
     std::string err;
     ctl({"transfer", "a", "{}"}, &status, &err);
     EXPECT_EQ(status, 1);
-    EXPECT_NE(err.find("is not running"), std::string::npos) << err;
+    EXPECT_NE(err.find("transfer: vendor.zelkor.hardware.tessel.common.IHalvexIntl/default is "
+                       "not running"),
+              std::string::npos)
+            << err;
+    ctl({"dump"}, &status, &err);
+    EXPECT_EQ(status, 1);
+    EXPECT_NE(err.find("dump: vendor.zelkor.hardware.tessel.common.ITesselImpl/default is not "
+                       "running"),
+              std::string::npos)
+            << err;
+    EXPECT_EQ(ctl({"list"}, &status), "");
+    EXPECT_EQ(status, 0);
 }
 
 }  // namespace
