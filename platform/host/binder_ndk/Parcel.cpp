@@ -12,6 +12,15 @@ size_t Padded(size_t size) {
     return (size + 3) & ~size_t{3};
 }
 
+// The int32 a bool, char or byte travels as, narrowed back.
+template <typename T>
+binder_status_t ReadWidened(const AParcel* parcel, T* value) {
+    int32_t wide = 0;
+    binder_status_t status = parcel->read(&wide);
+    if (status == STATUS_OK) *value = static_cast<T>(wide);
+    return status;
+}
+
 }  // namespace
 
 binder_status_t WriteShortBytes(AParcel* parcel, std::string_view bytes) {
@@ -147,24 +156,15 @@ binder_status_t AParcel_readDouble(const AParcel* parcel, double* value) {
 }
 
 binder_status_t AParcel_readBool(const AParcel* parcel, bool* value) {
-    int32_t wide = 0;
-    binder_status_t status = parcel->read(&wide);
-    if (status == STATUS_OK) *value = wide != 0;
-    return status;
+    return ReadWidened(parcel, value);
 }
 
 binder_status_t AParcel_readChar(const AParcel* parcel, char16_t* value) {
-    int32_t wide = 0;
-    binder_status_t status = parcel->read(&wide);
-    if (status == STATUS_OK) *value = static_cast<char16_t>(wide);
-    return status;
+    return ReadWidened(parcel, value);
 }
 
 binder_status_t AParcel_readByte(const AParcel* parcel, int8_t* value) {
-    int32_t wide = 0;
-    binder_status_t status = parcel->read(&wide);
-    if (status == STATUS_OK) *value = static_cast<int8_t>(wide);
-    return status;
+    return ReadWidened(parcel, value);
 }
 
 binder_status_t AParcel_reset(AParcel* parcel) {

@@ -106,6 +106,33 @@ binder_status_t ReadString16(const AParcel* parcel, std::string* utf8, bool* isN
 binder_status_t WriteArrayLength(AParcel* parcel, bool isNull, int32_t length);
 binder_status_t ReadArrayLength(const AParcel* parcel, size_t minElementBytes, int32_t* length);
 
+// Arrays whose elements go one by one (bool, char, string, parcelable), each
+// taking at least an int32: the length, then `writeElement(index)` for each.
+template <typename WriteElement>
+binder_status_t WriteElements(AParcel* parcel, bool isNull, int32_t length,
+                              WriteElement writeElement) {
+    binder_status_t status = WriteArrayLength(parcel, isNull, length);
+    for (int32_t i = 0; status == STATUS_OK && i < length; ++i) {
+        status = writeElement(static_cast<size_t>(i));
+    }
+    return status;
+}
+
+// The length, then `allocate(length)` sizes the caller's array (false: a null
+// array the caller does not accept, or no memory), then `readElement(index)`
+// for each element.
+template <typename Allocate, typename ReadElement>
+binder_status_t ReadElements(const AParcel* parcel, Allocate allocate, ReadElement readElement) {
+    int32_t length = 0;
+    binder_status_t status = ReadArrayLength(parcel, sizeof(int32_t), &length);
+    if (status != STATUS_OK) return status;
+    if (!allocate(length)) return length < 0 ? STATUS_UNEXPECTED_NULL : STATUS_NO_MEMORY;
+    for (int32_t i = 0; status == STATUS_OK && i < length; ++i) {
+        status = readElement(static_cast<size_t>(i));
+    }
+    return status;
+}
+
 // A short byte string of the runtime's own records: int32 length, bytes,
 // padding. Reads refuse lengths above `maxLength`.
 binder_status_t WriteShortBytes(AParcel* parcel, std::string_view bytes);

@@ -128,78 +128,51 @@ binder_status_t AParcel_readByteArray(const AParcel* parcel, void* arrayData,
 
 // char16_t elements each take an int32, like a single char.
 binder_status_t AParcel_writeCharArray(AParcel* parcel, const char16_t* arrayData, int32_t length) {
-    binder_status_t status = WriteArrayLength(parcel, arrayData == nullptr, length);
-    for (int32_t i = 0; status == STATUS_OK && i < length; ++i) {
-        status = AParcel_writeChar(parcel, arrayData[i]);
-    }
-    return status;
+    return WriteElements(parcel, arrayData == nullptr, length,
+                         [&](size_t i) { return AParcel_writeChar(parcel, arrayData[i]); });
 }
 
 binder_status_t AParcel_readCharArray(const AParcel* parcel, void* arrayData,
                                       AParcel_charArrayAllocator allocator) {
-    int32_t length = 0;
-    binder_status_t status = ReadArrayLength(parcel, sizeof(int32_t), &length);
-    if (status != STATUS_OK) return status;
     char16_t* buffer = nullptr;
-    if (!allocator(arrayData, length, &buffer)) {
-        return length < 0 ? STATUS_UNEXPECTED_NULL : STATUS_NO_MEMORY;
-    }
-    if (length <= 0) return STATUS_OK;
-    if (buffer == nullptr) return STATUS_NO_MEMORY;
-    for (int32_t i = 0; i < length; ++i) {
-        status = AParcel_readChar(parcel, &buffer[i]);
-        if (status != STATUS_OK) return status;
-    }
-    return STATUS_OK;
+    return ReadElements(
+            parcel,
+            [&](int32_t length) {
+                return allocator(arrayData, length, &buffer) && (length <= 0 || buffer != nullptr);
+            },
+            [&](size_t i) { return AParcel_readChar(parcel, &buffer[i]); });
 }
 
 binder_status_t AParcel_writeBoolArray(AParcel* parcel, const void* arrayData, int32_t length,
                                        AParcel_boolArrayGetter getter) {
-    binder_status_t status = WriteArrayLength(parcel, length < 0, length);
-    for (int32_t i = 0; status == STATUS_OK && i < length; ++i) {
-        status = AParcel_writeBool(parcel, getter(arrayData, static_cast<size_t>(i)));
-    }
-    return status;
+    return WriteElements(parcel, length < 0, length,
+                         [&](size_t i) { return AParcel_writeBool(parcel, getter(arrayData, i)); });
 }
 
 binder_status_t AParcel_readBoolArray(const AParcel* parcel, void* arrayData,
                                       AParcel_boolArrayAllocator allocator,
                                       AParcel_boolArraySetter setter) {
-    int32_t length = 0;
-    binder_status_t status = ReadArrayLength(parcel, sizeof(int32_t), &length);
-    if (status != STATUS_OK) return status;
-    if (!allocator(arrayData, length))
-        return length < 0 ? STATUS_UNEXPECTED_NULL : STATUS_NO_MEMORY;
-    for (int32_t i = 0; i < length; ++i) {
-        bool value = false;
-        status = AParcel_readBool(parcel, &value);
-        if (status != STATUS_OK) return status;
-        setter(arrayData, static_cast<size_t>(i), value);
-    }
-    return STATUS_OK;
+    return ReadElements(
+            parcel, [&](int32_t length) { return allocator(arrayData, length); },
+            [&](size_t i) {
+                bool value = false;
+                binder_status_t status = AParcel_readBool(parcel, &value);
+                if (status == STATUS_OK) setter(arrayData, i, value);
+                return status;
+            });
 }
 
 binder_status_t AParcel_writeParcelableArray(AParcel* parcel, const void* arrayData, int32_t length,
                                              AParcel_writeParcelableElement elementWriter) {
-    binder_status_t status = WriteArrayLength(parcel, length < 0, length);
-    for (int32_t i = 0; status == STATUS_OK && i < length; ++i) {
-        status = elementWriter(parcel, arrayData, static_cast<size_t>(i));
-    }
-    return status;
+    return WriteElements(parcel, length < 0, length,
+                         [&](size_t i) { return elementWriter(parcel, arrayData, i); });
 }
 
+// Every element written by the generated code starts with an int32.
 binder_status_t AParcel_readParcelableArray(const AParcel* parcel, void* arrayData,
                                             AParcel_parcelableArrayAllocator allocator,
                                             AParcel_readParcelableElement elementReader) {
-    int32_t length = 0;
-    // Every element written by the generated code starts with an int32.
-    binder_status_t status = ReadArrayLength(parcel, sizeof(int32_t), &length);
-    if (status != STATUS_OK) return status;
-    if (!allocator(arrayData, length))
-        return length < 0 ? STATUS_UNEXPECTED_NULL : STATUS_NO_MEMORY;
-    for (int32_t i = 0; i < length; ++i) {
-        status = elementReader(parcel, arrayData, static_cast<size_t>(i));
-        if (status != STATUS_OK) return status;
-    }
-    return STATUS_OK;
+    return ReadElements(
+            parcel, [&](int32_t length) { return allocator(arrayData, length); },
+            [&](size_t i) { return elementReader(parcel, arrayData, i); });
 }

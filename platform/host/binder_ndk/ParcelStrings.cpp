@@ -31,7 +31,6 @@ binder_status_t ReadString16(const AParcel* parcel, std::string* utf8, bool* isN
     if (*isNull) return STATUS_OK;
     if (units < 0) return STATUS_BAD_VALUE;
     const size_t bytes = (static_cast<size_t>(units) + 1) * 2;
-    if (bytes > parcel->available()) return STATUS_NOT_ENOUGH_DATA;
     const uint8_t* in = parcel->readInplace(bytes);
     if (in == nullptr) return STATUS_NOT_ENOUGH_DATA;
     if (in[bytes - 2] != 0 || in[bytes - 1] != 0) return STATUS_BAD_VALUE;
@@ -45,15 +44,22 @@ using namespace zelkor::tessel::binder;
 
 namespace {
 
-// Hands a decoded string to a caller's allocator: `fill` gets the length with
-// the terminator and returns the buffer, or null when allocation failed.
-template <typename Fill>
-binder_status_t Deliver(const std::string& text, Fill fill) {
+// Reads a string into a caller's buffer: `allocate(length, &buffer)` gets
+// the length with the terminator, or -1 (and no buffer) for a null string.
+template <typename Allocate>
+binder_status_t ReadStringInto(const AParcel* parcel, Allocate allocate) {
+    std::string text;
+    bool isNull = false;
+    binder_status_t status = ReadString16(parcel, &text, &isNull);
+    if (status != STATUS_OK) return status;
+    if (isNull) return allocate(-1, nullptr) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
     if (text.size() >= static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
         return STATUS_BAD_VALUE;
     }
-    char* buffer = fill(static_cast<int32_t>(text.size() + 1));
-    if (buffer == nullptr) return STATUS_NO_MEMORY;
+    char* buffer = nullptr;
+    if (!allocate(static_cast<int32_t>(text.size() + 1), &buffer) || buffer == nullptr) {
+        return STATUS_NO_MEMORY;
+    }
     memcpy(buffer, text.data(), text.size());
     buffer[text.size()] = '\0';
     return STATUS_OK;
@@ -70,54 +76,28 @@ binder_status_t AParcel_writeString(AParcel* parcel, const char* string, int32_t
 
 binder_status_t AParcel_readString(const AParcel* parcel, void* stringData,
                                    AParcel_stringAllocator allocator) {
-    std::string text;
-    bool isNull = false;
-    binder_status_t status = ReadString16(parcel, &text, &isNull);
-    if (status != STATUS_OK) return status;
-    if (isNull) return allocator(stringData, -1, nullptr) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
-    return Deliver(text, [&](int32_t size) -> char* {
-        char* buffer = nullptr;
-        return allocator(stringData, size, &buffer) ? buffer : nullptr;
+    return ReadStringInto(parcel, [&](int32_t length, char** buffer) {
+        return allocator(stringData, length, buffer);
     });
 }
 
 binder_status_t AParcel_writeStringArray(AParcel* parcel, const void* arrayData, int32_t length,
                                          AParcel_stringArrayElementGetter getter) {
-    binder_status_t status = WriteArrayLength(parcel, length < 0, length);
-    if (status != STATUS_OK) return status;
-    for (int32_t i = 0; i < length; ++i) {
+    return WriteElements(parcel, length < 0, length, [&](size_t i) {
         int32_t elementLength = 0;
-        const char* element = getter(arrayData, static_cast<size_t>(i), &elementLength);
-        if (element == nullptr && elementLength != -1) return STATUS_BAD_VALUE;
-        status = AParcel_writeString(parcel, element, elementLength);
-        if (status != STATUS_OK) return status;
-    }
-    return STATUS_OK;
+        const char* element = getter(arrayData, i, &elementLength);
+        return AParcel_writeString(parcel, element, elementLength);
+    });
 }
 
 binder_status_t AParcel_readStringArray(const AParcel* parcel, void* arrayData,
                                         AParcel_stringArrayAllocator allocator,
                                         AParcel_stringArrayElementAllocator elementAllocator) {
-    int32_t length = 0;
-    binder_status_t status = ReadArrayLength(parcel, sizeof(int32_t), &length);
-    if (status != STATUS_OK) return status;
-    if (!allocator(arrayData, length))
-        return length < 0 ? STATUS_UNEXPECTED_NULL : STATUS_NO_MEMORY;
-    for (int32_t i = 0; i < length; ++i) {
-        std::string text;
-        bool isNull = false;
-        status = ReadString16(parcel, &text, &isNull);
-        if (status != STATUS_OK) return status;
-        const size_t index = static_cast<size_t>(i);
-        if (isNull) {
-            if (!elementAllocator(arrayData, index, -1, nullptr)) return STATUS_UNEXPECTED_NULL;
-            continue;
-        }
-        status = Deliver(text, [&](int32_t size) -> char* {
-            char* buffer = nullptr;
-            return elementAllocator(arrayData, index, size, &buffer) ? buffer : nullptr;
-        });
-        if (status != STATUS_OK) return status;
-    }
-    return STATUS_OK;
+    return ReadElements(
+            parcel, [&](int32_t length) { return allocator(arrayData, length); },
+            [&](size_t i) {
+                return ReadStringInto(parcel, [&](int32_t length, char** buffer) {
+                    return elementAllocator(arrayData, i, length, buffer);
+                });
+            });
 }
