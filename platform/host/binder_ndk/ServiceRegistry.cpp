@@ -27,7 +27,6 @@ namespace zelkor::tessel::binder {
 namespace {
 
 using android::base::unique_fd;
-using Clock = std::chrono::steady_clock;
 
 constexpr size_t kMaxServiceName = 127;
 
@@ -228,15 +227,7 @@ BinderRef WaitForService(const std::string& instance, Deadline deadline) {
     }
     for (;;) {
         if (BinderRef service = LookupService(instance)) return service;
-        int timeoutMs = -1;
-        if (deadline) {
-            auto left =
-                    std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now());
-            if (left.count() <= 0) return nullptr;
-            timeoutMs = static_cast<int>(left.count()) + 1;
-        }
-        pollfd p{notify.get(), POLLIN, 0};
-        if (poll(&p, 1, timeoutMs) < 0 && errno != EINTR) return nullptr;
+        if (!WaitReady(notify.get(), POLLIN, deadline)) return nullptr;
         alignas(inotify_event) char events[4096];
         while (read(notify.get(), events, sizeof(events)) > 0) {
         }

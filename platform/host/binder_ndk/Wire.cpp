@@ -23,23 +23,6 @@ constexpr uint16_t kVersion = 1;
 constexpr size_t kControlBytes =
         CMSG_SPACE(sizeof(int) * kMaxParcelFds) + CMSG_SPACE(sizeof(ucred));
 
-// False when the deadline passed first.
-bool WaitReady(int fd, short events, Deadline deadline) {
-    for (;;) {
-        int timeoutMs = -1;
-        if (deadline) {
-            auto left =
-                    std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now());
-            if (left.count() <= 0) return false;
-            timeoutMs = static_cast<int>(std::min<int64_t>(left.count() + 1, 60 * 60 * 1000));
-        }
-        pollfd p{fd, events, 0};
-        int n = poll(&p, 1, timeoutMs);
-        if (n > 0) return true;  // ready, or an error the next call reports
-        if (n < 0 && errno != EINTR) return true;
-    }
-}
-
 bool IsRequest(FrameKind kind) {
     return kind == FrameKind::kCall || kind == FrameKind::kClone;
 }
@@ -103,6 +86,22 @@ bool ValidHeader(const FrameHeader& h) {
 }
 
 }  // namespace
+
+bool WaitReady(int fd, short events, Deadline deadline) {
+    for (;;) {
+        int timeoutMs = -1;
+        if (deadline) {
+            auto left =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now());
+            if (left.count() <= 0) return false;
+            timeoutMs = static_cast<int>(std::min<int64_t>(left.count() + 1, 60 * 60 * 1000));
+        }
+        pollfd p{fd, events, 0};
+        int n = poll(&p, 1, timeoutMs);
+        if (n > 0) return true;
+        if (n < 0 && errno != EINTR) return true;
+    }
+}
 
 IoStatus SendFrame(int fd, FrameKind kind, uint32_t code, uint32_t flags, const uint8_t* data,
                    size_t dataSize, const std::vector<unique_fd>& fds, Deadline deadline) {

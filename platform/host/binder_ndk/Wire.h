@@ -54,6 +54,10 @@ enum class IoStatus {
 
 using Deadline = std::optional<std::chrono::steady_clock::time_point>;
 
+// Waits until `fd` reports one of `events` (or an error, which the next call
+// on it reports); false when `deadline` (none: for good) passed first.
+bool WaitReady(int fd, short events, Deadline deadline);
+
 // Sends one frame. Waits for buffer space until `deadline` (none: for good).
 IoStatus SendFrame(int fd, FrameKind kind, uint32_t code, uint32_t flags, const uint8_t* data,
                    size_t dataSize, const std::vector<android::base::unique_fd>& fds,
