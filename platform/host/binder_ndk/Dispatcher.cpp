@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <map>
 #include <string>
 #include <thread>
 #include <utility>
@@ -35,12 +34,6 @@ struct Dispatcher::Entry {
 };
 
 namespace {
-
-// Entries whose other end the process handed out, by that end's identity.
-std::map<std::pair<dev_t, ino_t>, uint64_t>& PeerIndex() {
-    static auto* index = new std::map<std::pair<dev_t, ino_t>, uint64_t>();
-    return *index;
-}
 
 Deadline ReplyDeadline() {
     return Clock::now() + kFrameCompletionTimeout;
@@ -99,8 +92,8 @@ void Dispatcher::stopListening(uint64_t id) {
 
 BinderRef Dispatcher::objectForPeer(dev_t dev, ino_t ino) {
     std::lock_guard<std::mutex> lock(mLock);
-    auto it = PeerIndex().find({dev, ino});
-    if (it == PeerIndex().end()) return nullptr;
+    auto it = mPeerIndex.find({dev, ino});
+    if (it == mPeerIndex.end()) return nullptr;
     auto entry = mEntries.find(it->second);
     return entry != mEntries.end() ? entry->second->target : nullptr;
 }
@@ -110,7 +103,7 @@ void Dispatcher::add(const std::shared_ptr<Entry>& entry) {
         std::lock_guard<std::mutex> lock(mLock);
         entry->id = mNextId++;
         mEntries[entry->id] = entry;
-        if (entry->peerIno != 0) PeerIndex()[{entry->peerDev, entry->peerIno}] = entry->id;
+        if (entry->peerIno != 0) mPeerIndex[{entry->peerDev, entry->peerIno}] = entry->id;
     }
     epoll_event event{};
     event.events = EPOLLIN | EPOLLRDHUP | EPOLLONESHOT;
@@ -132,8 +125,8 @@ void Dispatcher::remove(const std::shared_ptr<Entry>& entry) {
     {
         std::lock_guard<std::mutex> lock(mLock);
         if (mEntries.erase(entry->id) == 0) return;
-        auto peer = PeerIndex().find({entry->peerDev, entry->peerIno});
-        if (peer != PeerIndex().end() && peer->second == entry->id) PeerIndex().erase(peer);
+        auto peer = mPeerIndex.find({entry->peerDev, entry->peerIno});
+        if (peer != mPeerIndex.end() && peer->second == entry->id) mPeerIndex.erase(peer);
     }
     epoll_ctl(mEpoll.get(), EPOLL_CTL_DEL, entry->fd.get(), nullptr);
 }

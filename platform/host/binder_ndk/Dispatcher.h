@@ -10,11 +10,12 @@
 #include <android-base/unique_fd.h>
 #include <sys/types.h>
 
-#include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <utility>
 
 #include "platform/host/binder_ndk/Binder.h"
 
@@ -72,6 +73,8 @@ class Dispatcher {
     android::base::unique_fd mEpoll;
     mutable std::mutex mLock;
     std::unordered_map<uint64_t, std::shared_ptr<Entry>> mEntries;
+    // Entries whose other end the process handed out, by that end's (dev, ino).
+    std::map<std::pair<dev_t, ino_t>, uint64_t> mPeerIndex;
     uint64_t mNextId = 1;
     bool mStarted = false;
     uint32_t mMaxThreads;

@@ -94,13 +94,13 @@ binder_status_t RemoteBinder::transact(transaction_code_t code, const AParcel& i
     if (status != STATUS_OK) return status;
     IoStatus io = SendFrame(connection.get(), FrameKind::kCall, code, flags, in.data.data(),
                             in.data.size(), in.fds, std::nullopt);
-    if (io != IoStatus::kOk) return failure(static_cast<int>(io));
+    if (io != IoStatus::kOk) return failure(io);
     Frame reply;
     io = ReceiveFrame(connection.get(), &reply, std::nullopt);
     if (io == IoStatus::kOk && reply.header.kind != static_cast<uint16_t>(FrameKind::kReply)) {
         io = IoStatus::kMalformed;
     }
-    if (io != IoStatus::kOk) return failure(static_cast<int>(io));
+    if (io != IoStatus::kOk) return failure(io);
     returnConnection(std::move(connection));
     status = PruneStatus(static_cast<int32_t>(reply.header.code));
     if (status == STATUS_OK) {
@@ -122,7 +122,7 @@ binder_status_t RemoteBinder::callOneway(transaction_code_t code, const AParcel&
                             in.data.size(), in.fds, std::nullopt);
     if (io == IoStatus::kOk) return STATUS_OK;
     mOneway.reset();
-    return failure(static_cast<int>(io));
+    return failure(io);
 }
 
 binder_status_t RemoteBinder::openConnection(unique_fd* fd) {
@@ -161,7 +161,7 @@ binder_status_t RemoteBinder::clone(unique_fd* fd) {
     }
     // Death callbacks may call back into this proxy: report failures only
     // after the control lock is released.
-    if (io != IoStatus::kOk) return failure(static_cast<int>(io));
+    if (io != IoStatus::kOk) return failure(io);
     binder_status_t status = PruneStatus(static_cast<int32_t>(reply.header.code));
     if (status != STATUS_OK) return status;
     if (reply.fds.size() != 1) return STATUS_FAILED_TRANSACTION;
@@ -169,8 +169,8 @@ binder_status_t RemoteBinder::clone(unique_fd* fd) {
     return STATUS_OK;
 }
 
-binder_status_t RemoteBinder::failure(int ioStatus) {
-    switch (static_cast<IoStatus>(ioStatus)) {
+binder_status_t RemoteBinder::failure(IoStatus io) {
+    switch (io) {
         case IoStatus::kClosed:
         case IoStatus::kBroken:
             markDead();

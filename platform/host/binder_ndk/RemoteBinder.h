@@ -17,6 +17,7 @@
 
 #include "platform/host/binder_ndk/Binder.h"
 #include "platform/host/binder_ndk/Parcel.h"
+#include "platform/host/binder_ndk/Wire.h"
 
 namespace zelkor::tessel::binder {
 
@@ -73,7 +74,7 @@ class RemoteBinder : public AIBinder {
     binder_status_t clone(android::base::unique_fd* fd);
     binder_status_t callOneway(transaction_code_t code, const AParcel& in, binder_flags_t flags);
     // Maps a failed exchange to a status, noting the owner's death.
-    binder_status_t failure(int ioStatus);
+    binder_status_t failure(IoStatus io);
 
     const std::string mKey;
     std::atomic<bool> mDead{false};

@@ -80,6 +80,9 @@ binder_status_t PruneStatus(int32_t status) {
     }
 }
 
+namespace {
+
+// Unknown exception codes become EX_TRANSACTION_FAILED.
 binder_exception_t PruneException(int32_t exception) {
     switch (exception) {
         case EX_NONE:
@@ -99,6 +102,7 @@ binder_exception_t PruneException(int32_t exception) {
     }
 }
 
+// "DEAD_OBJECT", "BAD_VALUE", ... or the number.
 std::string StatusName(binder_status_t status) {
     switch (status) {
         case STATUS_OK:
@@ -143,6 +147,8 @@ std::string StatusName(binder_status_t status) {
             return std::to_string(status);
     }
 }
+
+}  // namespace
 
 }  // namespace zelkor::tessel::binder
 

@@ -20,10 +20,4 @@ namespace zelkor::tessel::binder {
 // become STATUS_UNKNOWN_ERROR; the set itself passes unchanged.
 binder_status_t PruneStatus(int32_t status);
 
-// Likewise for exceptions: unknown codes become EX_TRANSACTION_FAILED.
-binder_exception_t PruneException(int32_t exception);
-
-// "DEAD_OBJECT", "BAD_VALUE", ... or the number.
-std::string StatusName(binder_status_t status);
-
 }  // namespace zelkor::tessel::binder

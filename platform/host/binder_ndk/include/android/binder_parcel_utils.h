@@ -31,7 +31,6 @@ namespace internal {
 // rather than allocated.
 constexpr size_t kMaxOutArrayBytes = size_t{16} << 20;
 
-template <typename T>
 inline binder_status_t writeSize(AParcel* parcel, size_t size) {
     if (size > static_cast<size_t>(std::numeric_limits<int32_t>::max())) return STATUS_BAD_VALUE;
     return AParcel_writeInt32(parcel, static_cast<int32_t>(size));
@@ -536,14 +535,14 @@ inline binder_status_t AParcel_readVector(const AParcel* parcel,
 // wants, the service sizes its result with AParcel_resizeVector.
 template <typename T>
 static inline binder_status_t AParcel_writeVectorSize(AParcel* parcel, const std::vector<T>& vec) {
-    return internal::writeSize<T>(parcel, vec.size());
+    return internal::writeSize(parcel, vec.size());
 }
 
 template <typename T>
 static inline binder_status_t AParcel_writeVectorSize(AParcel* parcel,
                                                       const std::optional<std::vector<T>>& vec) {
     if (!vec) return AParcel_writeInt32(parcel, -1);
-    return internal::writeSize<T>(parcel, vec->size());
+    return internal::writeSize(parcel, vec->size());
 }
 
 template <typename T>
