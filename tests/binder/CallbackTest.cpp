@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <future>
 
-#include "HostRootTest.h"
 #include "ServiceProcess.h"
 
 namespace zelkor::tessel::testing {
@@ -13,13 +13,12 @@ namespace {
 
 using aidl::tessel::test::BnCallback;
 using aidl::tessel::test::ICallback;
-using aidl::tessel::test::ITestService;
 
 class Callback : public BnCallback {
   public:
-    explicit Callback(std::atomic<bool>* destroyed = nullptr) : mDestroyed(destroyed) {}
+    explicit Callback(std::promise<void>* destroyed = nullptr) : mDestroyed(destroyed) {}
     ~Callback() override {
-        if (mDestroyed != nullptr) *mDestroyed = true;
+        if (mDestroyed != nullptr) mDestroyed->set_value();
     }
 
     ndk::ScopedAStatus onEvent(int32_t value, const std::string& text, int32_t* out) override {
@@ -35,25 +34,10 @@ class Callback : public BnCallback {
     std::atomic<pid_t> ranInPid{0};
 
   private:
-    std::atomic<bool>* mDestroyed;
+    std::promise<void>* mDestroyed;
 };
 
-class CallbackTest : public HostRootTest {
-  protected:
-    void SetUp() override {
-        HostRootTest::SetUp();
-        mProcess = std::make_unique<ServiceProcess>(mRoot.path());
-        mService = mProcess->connect();
-        ASSERT_NE(mService, nullptr) << mProcess->errors();
-        std::vector<int32_t> ids;
-        ASSERT_TRUE(mService->callerIds(&ids).isOk());
-        mServicePid = ids[2];
-    }
-
-    std::unique_ptr<ServiceProcess> mProcess;
-    std::shared_ptr<ITestService> mService;
-    pid_t mServicePid = 0;
-};
+using CallbackTest = ServiceTest;
 
 TEST_F(CallbackTest, ServiceCallsBackIntoTheCaller) {
     auto callback = ndk::SharedRefBase::make<Callback>();
@@ -97,7 +81,8 @@ TEST_F(CallbackTest, ProxyOfAServiceTravelsToItsOwnerAndBack) {
 }
 
 TEST_F(CallbackTest, CallbackIsReleasedWhenNobodyHoldsIt) {
-    std::atomic<bool> destroyed{false};
+    std::promise<void> destroyed;
+    std::future<void> gone = destroyed.get_future();
     {
         auto callback = ndk::SharedRefBase::make<Callback>(&destroyed);
         int32_t result = 0;
@@ -105,7 +90,7 @@ TEST_F(CallbackTest, CallbackIsReleasedWhenNobodyHoldsIt) {
     }
     // The service dropped its proxy when the call ended; its connection
     // closes and with it the last reference.
-    EXPECT_TRUE(WaitFor([&] { return destroyed.load(); }, std::chrono::seconds(10)));
+    EXPECT_EQ(gone.wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
 TEST_F(CallbackTest, NullCallbackIsAnError) {

@@ -7,13 +7,10 @@
 #include <future>
 #include <mutex>
 
-#include "HostRootTest.h"
 #include "ServiceProcess.h"
 
 namespace zelkor::tessel::testing {
 namespace {
-
-using aidl::tessel::test::ITestService;
 
 // Counts death and unlink notifications for cookies that point at it.
 struct DeathLog {
@@ -48,18 +45,7 @@ ndk::ScopedAIBinder_DeathRecipient MakeRecipient() {
     return recipient;
 }
 
-class DeathTest : public HostRootTest {
-  protected:
-    void SetUp() override {
-        HostRootTest::SetUp();
-        mProcess = std::make_unique<ServiceProcess>(mRoot.path());
-        mService = mProcess->connect();
-        ASSERT_NE(mService, nullptr) << mProcess->errors();
-    }
-
-    std::unique_ptr<ServiceProcess> mProcess;
-    std::shared_ptr<ITestService> mService;
-};
+using DeathTest = ServiceTest;
 
 TEST_F(DeathTest, CallInFlightFailsWhenTheServiceIsKilled) {
     DeathLog log;

@@ -217,12 +217,10 @@ class TrackedService : public TestService {
 
 TEST(LocalBinderTest, InterfaceObjectAndItsBinderShareOneLifetime) {
     bool destroyed = false;
-    AIBinder* raw = nullptr;
     {
         auto service = ndk::SharedRefBase::make<TrackedService>(&destroyed);
         ndk::SpAIBinder binder = service->asBinder();
         EXPECT_EQ(service->asBinder().get(), binder.get());
-        raw = binder.get();
         auto found = aidl::tessel::test::ITestService::fromBinder(binder);
         EXPECT_EQ(found, service);
         EXPECT_FALSE(found->isRemote());
@@ -236,7 +234,6 @@ TEST(LocalBinderTest, InterfaceObjectAndItsBinderShareOneLifetime) {
         EXPECT_EQ(value, 6);
     }
     EXPECT_TRUE(destroyed);
-    EXPECT_NE(raw, nullptr);
 }
 
 }  // namespace

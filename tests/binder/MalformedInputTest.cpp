@@ -8,7 +8,6 @@
 
 #include <fstream>
 
-#include "HostRootTest.h"
 #include "ServiceProcess.h"
 #include "platform/host/binder_ndk/InterfaceToken.h"
 #include "platform/host/binder_ndk/Parcel.h"
@@ -25,18 +24,8 @@ using binder::IoStatus;
 constexpr uint32_t kEchoString = FIRST_CALL_TRANSACTION + 0;
 constexpr uint32_t kEchoInts = FIRST_CALL_TRANSACTION + 10;
 
-class MalformedInputTest : public HostRootTest {
+class MalformedInputTest : public ServiceTest {
   protected:
-    void SetUp() override {
-        HostRootTest::SetUp();
-        mProcess = std::make_unique<ServiceProcess>(mRoot.path());
-        mService = mProcess->connect();
-        ASSERT_NE(mService, nullptr) << mProcess->errors();
-        std::vector<int32_t> ids;
-        ASSERT_TRUE(mService->callerIds(&ids).isOk());
-        mServicePid = ids[2];
-    }
-
     // A raw connection to the service's socket.
     unique_fd Connect() {
         unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -91,10 +80,6 @@ class MalformedInputTest : public HostRootTest {
         EXPECT_EQ(binder::WriteInterfaceToken(&request, descriptor), STATUS_OK);
         return request;
     }
-
-    std::unique_ptr<ServiceProcess> mProcess;
-    std::shared_ptr<ITestService> mService;
-    pid_t mServicePid = 0;
 };
 
 binder::FrameHeader Header(uint32_t dataSize, uint32_t fdCount) {

@@ -9,29 +9,16 @@
 #include <cmath>
 #include <limits>
 
-#include "HostRootTest.h"
 #include "ServiceProcess.h"
 
 namespace zelkor::tessel::testing {
 namespace {
 
-using aidl::tessel::test::Inner;
 using aidl::tessel::test::ITestService;
 using aidl::tessel::test::Record;
 using aidl::tessel::test::SharedBlock;
 
-class RoundTripTest : public HostRootTest {
-  protected:
-    void SetUp() override {
-        HostRootTest::SetUp();
-        mProcess = std::make_unique<ServiceProcess>(mRoot.path());
-        mService = mProcess->connect();
-        ASSERT_NE(mService, nullptr) << mProcess->errors();
-    }
-
-    std::unique_ptr<ServiceProcess> mProcess;
-    std::shared_ptr<ITestService> mService;
-};
+using RoundTripTest = ServiceTest;
 
 Record MakeRecord(const std::string& name) {
     Record record;

@@ -2,21 +2,17 @@
 // connects to it through the service manager.
 #pragma once
 
-#include <aidl/tessel/test/ITestService.h>
-
 #include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "HostRootTest.h"
+#include "TestService.h"
 #include "e2e/Subprocess.h"
 #include "platform/host/binder_ndk/ServiceRegistry.h"
 
 namespace zelkor::tessel::testing {
-
-inline std::string TestServiceInstance() {
-    return std::string(aidl::tessel::test::ITestService::descriptor) + "/default";
-}
 
 class ServiceProcess {
   public:
@@ -52,6 +48,24 @@ class ServiceProcess {
     }
 
     Subprocess mProcess;
+};
+
+// A test whose service runs in its own process on the test's root.
+class ServiceTest : public HostRootTest {
+  protected:
+    void SetUp() override {
+        HostRootTest::SetUp();
+        mProcess = std::make_unique<ServiceProcess>(mRoot.path());
+        mService = mProcess->connect();
+        ASSERT_NE(mService, nullptr) << mProcess->errors();
+        std::vector<int32_t> ids;
+        ASSERT_TRUE(mService->callerIds(&ids).isOk());
+        mServicePid = ids[2];
+    }
+
+    std::unique_ptr<ServiceProcess> mProcess;
+    std::shared_ptr<aidl::tessel::test::ITestService> mService;
+    pid_t mServicePid = 0;
 };
 
 }  // namespace zelkor::tessel::testing

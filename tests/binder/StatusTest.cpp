@@ -10,14 +10,13 @@ namespace {
 using ndk::ScopedAStatus;
 
 TEST(StatusTest, OkStatuses) {
-    for (ScopedAStatus* status : {new ScopedAStatus(ScopedAStatus::ok()),
-                                  new ScopedAStatus(ScopedAStatus::fromStatus(STATUS_OK)),
-                                  new ScopedAStatus(ScopedAStatus::fromExceptionCode(EX_NONE))}) {
-        EXPECT_TRUE(status->isOk());
-        EXPECT_EQ(status->getExceptionCode(), EX_NONE);
-        EXPECT_EQ(status->getStatus(), STATUS_OK);
-        EXPECT_EQ(status->getDescription(), "No error");
-        delete status;
+    const ScopedAStatus oks[] = {ScopedAStatus::ok(), ScopedAStatus::fromStatus(STATUS_OK),
+                                 ScopedAStatus::fromExceptionCode(EX_NONE)};
+    for (const ScopedAStatus& status : oks) {
+        EXPECT_TRUE(status.isOk());
+        EXPECT_EQ(status.getExceptionCode(), EX_NONE);
+        EXPECT_EQ(status.getStatus(), STATUS_OK);
+        EXPECT_EQ(status.getDescription(), "No error");
     }
     // An empty holder was never given a result.
     EXPECT_FALSE(ScopedAStatus().isOk());

@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <string>
 
 namespace zelkor::tessel::testing {
 
@@ -86,5 +87,10 @@ class TestService : public aidl::tessel::test::BnTestService {
     bool mReleased = false;
     int mSleepers = 0;
 };
+
+// The name binder_test_service registers the service under.
+inline std::string TestServiceInstance() {
+    return TestService::makeServiceName("default");
+}
 
 }  // namespace zelkor::tessel::testing

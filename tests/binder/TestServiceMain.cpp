@@ -14,7 +14,7 @@
 
 int main(int argc, char** argv) {
     if (!zelkor::tessel::platform::InitPlatform(&argc, argv)) return 2;
-    std::string instance = std::string(aidl::tessel::test::ITestService::descriptor) + "/default";
+    std::string instance = zelkor::tessel::testing::TestServiceInstance();
     uint32_t maxThreads = 15;
     for (int i = 1; i + 1 < argc; i += 2) {
         if (strcmp(argv[i], "--instance") == 0) {
