@@ -10,6 +10,8 @@
 #include <limits>
 #include <memory>
 
+#include "TestService.h"
+
 namespace zelkor::tessel::testing {
 namespace {
 
@@ -350,6 +352,56 @@ TEST(ParcelTest, DescriptorCountAndSizeAreCapped) {
     Parcel big = NewParcel();
     std::vector<int8_t> bytes(17 << 20);
     EXPECT_EQ(ndk::AParcel_writeVector(big.get(), bytes), STATUS_NO_MEMORY);
+}
+
+TEST(ParcelTest, BytesNeverWrittenGoOutAsZeros) {
+    // A reset keeps the buffer; what it held before must not reach a peer
+    // through a gap left by a position past the end, nor through padding.
+    Parcel parcel = NewParcel();
+    for (int i = 0; i < 16; ++i) ASSERT_EQ(AParcel_writeInt32(parcel.get(), -1), STATUS_OK);
+    ASSERT_EQ(AParcel_reset(parcel.get()), STATUS_OK);
+    ASSERT_EQ(AParcel_setDataPosition(parcel.get(), 8), STATUS_OK);
+    ASSERT_EQ(ndk::AParcel_writeVector(parcel.get(), std::vector<int8_t>{7}), STATUS_OK);
+    std::vector<uint8_t> bytes(16);
+    ASSERT_EQ(AParcel_getDataSize(parcel.get()), 16);
+    ASSERT_EQ(AParcel_marshal(parcel.get(), bytes.data(), 0, bytes.size()), STATUS_OK);
+    EXPECT_EQ(bytes, (std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 7, 0, 0, 0}));
+}
+
+TEST(ParcelTest, ObjectRecordsAreCheckedAgainstTheParcel) {
+    int fds[2];
+    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
+    ndk::ScopedFileDescriptor readEnd(fds[0]);
+    ndk::ScopedFileDescriptor writeEnd(fds[1]);
+    // A descriptor record: non-null marker, tag, index into the parcel's
+    // descriptors (of which there is one).
+    Parcel descriptor = NewParcel();
+    ASSERT_EQ(AParcel_writeParcelFileDescriptor(descriptor.get(), readEnd.get()), STATUS_OK);
+    for (int32_t index : {1, -1}) {
+        ASSERT_EQ(AParcel_setDataPosition(descriptor.get(), 8), STATUS_OK);
+        ASSERT_EQ(AParcel_writeInt32(descriptor.get(), index), STATUS_OK);
+        Rewind(descriptor);
+        int fd = -1;
+        EXPECT_EQ(AParcel_readParcelFileDescriptor(descriptor.get(), &fd), STATUS_BAD_VALUE)
+                << index;
+        EXPECT_EQ(fd, -1);
+    }
+
+    // A binder record: tag, index, then the identity key's length.
+    auto service = ndk::SharedRefBase::make<TestService>();
+    Parcel binder = NewParcel();
+    ASSERT_EQ(AParcel_writeStrongBinder(binder.get(), service->asBinder().get()), STATUS_OK);
+    ASSERT_EQ(AParcel_setDataPosition(binder.get(), 4), STATUS_OK);
+    ASSERT_EQ(AParcel_writeInt32(binder.get(), 1), STATUS_OK);
+    Rewind(binder);
+    AIBinder* read = nullptr;
+    EXPECT_EQ(AParcel_readStrongBinder(binder.get(), &read), STATUS_BAD_VALUE);
+    ASSERT_EQ(AParcel_setDataPosition(binder.get(), 4), STATUS_OK);
+    ASSERT_EQ(AParcel_writeInt32(binder.get(), 0), STATUS_OK);
+    ASSERT_EQ(AParcel_writeInt32(binder.get(), 1 << 20), STATUS_OK);
+    Rewind(binder);
+    EXPECT_EQ(AParcel_readStrongBinder(binder.get(), &read), STATUS_BAD_VALUE);
+    EXPECT_EQ(read, nullptr);
 }
 
 TEST(ParcelTest, StatusHeaderLayout) {
