@@ -4,6 +4,7 @@
 // named "<workload>/halvex" (host binder) and "<workload>/baseline" (socket)
 // so that bench/compare.py can pair them.
 
+#include <android-base/file.h>
 #include <android/binder_manager.h>
 #include <android/binder_process.h>
 #include <benchmark/benchmark.h>
@@ -34,35 +35,14 @@ std::shared_ptr<ITestService> gService;
 
 // Echo server for the baseline: a 4-byte length, then that many bytes, sent
 // back unchanged.
-bool ReadFull(int fd, void* buffer, size_t size) {
-    auto* at = static_cast<char*>(buffer);
-    while (size > 0) {
-        ssize_t n = read(fd, at, size);
-        if (n <= 0) return false;
-        at += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
-bool WriteFull(int fd, const void* buffer, size_t size) {
-    const auto* at = static_cast<const char*>(buffer);
-    while (size > 0) {
-        ssize_t n = send(fd, at, size, MSG_NOSIGNAL);
-        if (n <= 0) return false;
-        at += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
 [[noreturn]] void EchoServer(int fd) {
     std::vector<char> buffer;
     uint32_t size = 0;
-    while (ReadFull(fd, &size, sizeof(size))) {
+    while (android::base::ReadFully(fd, &size, sizeof(size))) {
         buffer.resize(size);
-        if (!ReadFull(fd, buffer.data(), size) || !WriteFull(fd, &size, sizeof(size)) ||
-            !WriteFull(fd, buffer.data(), size)) {
+        if (!android::base::ReadFully(fd, buffer.data(), size) ||
+            !android::base::WriteFully(fd, &size, sizeof(size)) ||
+            !android::base::WriteFully(fd, buffer.data(), size)) {
             break;
         }
     }
@@ -76,9 +56,10 @@ void SocketRoundTrip(benchmark::State& state, size_t size) {
     std::vector<char> back(size);
     for (auto _ : state) {
         uint32_t length = static_cast<uint32_t>(size);
-        if (!WriteFull(gEchoFd, &length, sizeof(length)) ||
-            !WriteFull(gEchoFd, payload.data(), size) ||
-            !ReadFull(gEchoFd, &length, sizeof(length)) || !ReadFull(gEchoFd, back.data(), size)) {
+        if (!android::base::WriteFully(gEchoFd, &length, sizeof(length)) ||
+            !android::base::WriteFully(gEchoFd, payload.data(), size) ||
+            !android::base::ReadFully(gEchoFd, &length, sizeof(length)) ||
+            !android::base::ReadFully(gEchoFd, back.data(), size)) {
             state.SkipWithError("echo server failed");
             break;
         }
@@ -113,8 +94,8 @@ void BinderLargeCall(benchmark::State& state) {
 [[noreturn]] void BinderServer(const std::string& root) {
     platform::SetRoot(root);
     auto service = ndk::SharedRefBase::make<testing::TestService>();
-    const std::string instance = std::string(ITestService::descriptor) + "/default";
-    if (AServiceManager_addService(service->asBinder().get(), instance.c_str()) != EX_NONE) {
+    if (AServiceManager_addService(service->asBinder().get(),
+                                   testing::TestServiceInstance().c_str()) != EX_NONE) {
         _exit(1);
     }
     ABinderProcess_startThreadPool();
@@ -128,6 +109,9 @@ void BinderLargeCall(benchmark::State& state) {
 int main(int argc, char** argv) {
     using namespace zelkor::tessel;
     benchmark::Initialize(&argc, argv);
+    // A baseline write to an echo server that died reports an error instead
+    // of ending the bench.
+    signal(SIGPIPE, SIG_IGN);
     testing::TempRoot root;
 
     // Both servers are forked before this process touches the binder
@@ -145,11 +129,10 @@ int main(int argc, char** argv) {
     if (server == 0) bench::BinderServer(root.path());
 
     platform::SetRoot(root.path());
-    const std::string instance =
-            std::string(aidl::tessel::test::ITestService::descriptor) + "/default";
-    ndk::SpAIBinder binder(binder::WaitForService(instance, std::chrono::steady_clock::now() +
-                                                                    std::chrono::seconds(10))
-                                   .release());
+    ndk::SpAIBinder binder(
+            binder::WaitForService(testing::TestServiceInstance(),
+                                   std::chrono::steady_clock::now() + std::chrono::seconds(10))
+                    .release());
     bench::gService = aidl::tessel::test::ITestService::fromBinder(binder);
     if (bench::gService == nullptr) {
         kill(server, SIGKILL);
