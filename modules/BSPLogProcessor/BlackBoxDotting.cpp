@@ -125,7 +125,7 @@ DottingPlacement place_dotting_record(int fd, BlackBoxHeaders* headers, std::str
     if (static_cast<int64_t>(record.size()) <= free_bytes) {
         placement.first = put_piece(fd, area, area_size, write_offset, record);
         if (placement.first.written >= 0) write_offset += placement.first.written;
-        if (write_offset - ring_start >= area_size - ring_start) write_offset = ring_start;
+        if (write_offset >= area_size) write_offset = ring_start;
     } else {
         const size_t head = static_cast<size_t>(free_bytes);
         placement.split = true;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "modules/BSPLogProcessor/BlackBoxDefaults.h"
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
@@ -36,6 +37,20 @@ void report_short_read(HeaderPassMode mode, const char* text, const char* servic
     }
 }
 
+// Steps of the pass for the table, content and control headers: a short read
+// is reported and the buffer taken as it is; a wrong magic gets the defaults,
+// written back at the same place when repairing.
+template <typename Header>
+void pass_header(int fd, int64_t offset, const char* name, uint64_t magic, void (*stamp)(Header*),
+                 Header* header, HeaderPassMode mode) {
+    if (!read_header(fd, offset, header, sizeof(*header))) {
+        report_short_read(mode, (std::string("Read ") + name + " error!!!").c_str());
+    }
+    if (header->magic == magic) return;
+    stamp(header);
+    if (mode == HeaderPassMode::kRepair) write_header(fd, offset, header, sizeof(*header), name);
+}
+
 void publish_boot_index(uint32_t boot_index) {
     if (!platform::SetProperty(kBootIndexProperty, android::base::StringPrintf("%u", boot_index))) {
         BB_LOGE("minidump set boot_index fail %d(%s)\n", errno, strerror(errno));
@@ -47,30 +62,17 @@ void publish_boot_index(uint32_t boot_index) {
 int handle_black_box_headers(int fd, BlackBoxHeaders* headers, HeaderPassMode mode) {
     const bool repair = mode == HeaderPassMode::kRepair;
 
-    log_table_header& table = headers->table;
-    if (!read_header(fd, 0, &table, sizeof(table))) {
-        report_short_read(mode, "Read log_table_header error!!!");
-    }
-    if (table.magic != kLogTableMagic) {
-        stamp_default_log_table_header(&table);
-        if (repair) write_header(fd, 0, &table, sizeof(table), "log_table_header");
-    }
+    const log_table_header& table = headers->table;
+    pass_header(fd, 0, "log_table_header", kLogTableMagic, stamp_default_log_table_header,
+                &headers->table, mode);
     printf("log_table_header: header info before write: version = %d, minidump_is_valid = 0x%x, "
            "boot_index = %d \n",
            table.version, table.minidump_is_valid, table.boot_index);
     if (repair) publish_boot_index(table.boot_index);
 
-    log_content_header& content = headers->content;
-    if (!read_header(fd, table.log_content_offset, &content, sizeof(content))) {
-        report_short_read(mode, "Read log_content_header error!!!");
-    }
-    if (content.magic != kLogContentMagic) {
-        stamp_default_log_content_header(&content);
-        if (repair) {
-            write_header(fd, table.log_content_offset, &content, sizeof(content),
-                         "log_content_header");
-        }
-    }
+    const log_content_header& content = headers->content;
+    pass_header(fd, table.log_content_offset, "log_content_header", kLogContentMagic,
+                stamp_default_log_content_header, &headers->content, mode);
     printf("log_content_header: header info before write: version = 0x%x, dump_count = %d \n",
            content.version, content.dump_count);
 
@@ -95,17 +97,8 @@ int handle_black_box_headers(int fd, BlackBoxHeaders* headers, HeaderPassMode mo
         }
     }
 
-    control_content_header& control = headers->control;
-    if (!read_header(fd, table.control_content_offset, &control, sizeof(control))) {
-        report_short_read(mode, "Read control_content_header error!!!");
-    }
-    if (control.magic != kControlContentMagic) {
-        stamp_default_control_content_header(&control);
-        if (repair) {
-            write_header(fd, table.control_content_offset, &control, sizeof(control),
-                         "control_content_header");
-        }
-    }
+    pass_header(fd, table.control_content_offset, "control_content_header", kControlContentMagic,
+                stamp_default_control_content_header, &headers->control, mode);
     return result;
 }
 
