@@ -19,6 +19,7 @@ namespace zelkor::tessel::blackbox {
 namespace {
 
 constexpr char kKmsgDevice[] = "/dev/kmsg";
+constexpr size_t kKmsgWriteChunk = 64 * 1024;
 
 // The kernel log as init handed it to the service, else opened here.
 int open_kmsg(bool* owned) {
@@ -35,9 +36,23 @@ int open_kmsg(bool* owned) {
 }
 
 // Copies records from `kmsg` into [area, area + limit) of `fd`; returns the
-// bytes written.
+// bytes written. The lines are gathered into writes of up to
+// kKmsgWriteChunk bytes: a boot's log is tens of thousands of records, and
+// every write_at() also sizes the partition.
 int64_t copy_records(int kmsg, int fd, int64_t area, int64_t limit) {
-    int64_t total = 0;
+    int64_t total = 0;  // written
+    std::string pending;
+    const auto flush = [&] {
+        if (pending.empty()) return true;
+        const bool ok = write_at(fd, area + total, pending.data(), pending.size()) >= 0;
+        if (ok) {
+            total += static_cast<int64_t>(pending.size());
+        } else {
+            BB_LOGE("write kmsg to black_box_log failed %d(%s)\n", errno, strerror(errno));
+        }
+        pending.clear();
+        return ok;
+    };
     const KmsgRecordSplitter::Sink write_record = [&](std::string_view line) {
         KmsgRecord record;
         if (!parse_kmsg_record(line, &record)) return true;
@@ -46,19 +61,15 @@ int64_t copy_records(int kmsg, int fd, int64_t area, int64_t limit) {
             return false;
         }
         const std::string text = format_kmsg_line(record);
-        const size_t length = static_cast<size_t>(std::min<int64_t>(text.size(), limit - total));
-        ssize_t written = write_at(fd, area + total, text.data(), length);
-        if (written < 0) {
-            BB_LOGE("write kmsg to black_box_log failed %d(%s)\n", errno, strerror(errno));
-            return false;
-        }
-        total += written;
-        if (total >= limit) {
+        const int64_t room = limit - total - static_cast<int64_t>(pending.size());
+        if (static_cast<int64_t>(text.size()) >= room) {
+            pending.append(text, 0, static_cast<size_t>(room));
             // The area holds 5 MiB; the note has always said 1M.
-            puts("size >= 1M, stop write.");
+            if (flush()) puts("size >= 1M, stop write.");
             return false;
         }
-        return true;
+        pending += text;
+        return pending.size() < kKmsgWriteChunk || flush();
     };
 
     KmsgRecordSplitter splitter;
@@ -77,6 +88,7 @@ int64_t copy_records(int kmsg, int fd, int64_t area, int64_t limit) {
         }
         if (!splitter.feed(std::string_view(buffer, static_cast<size_t>(n)), write_record)) break;
     }
+    flush();
     return total;
 }
 

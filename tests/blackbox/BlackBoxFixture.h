@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "TempRoot.h"
 #include "TestImage.h"
@@ -31,11 +32,16 @@ class BlackBoxTest : public ::testing::Test {
         return *mImage;
     }
 
-    // The header pass over the image, into mHeaders.
-    int RunPass(blackbox::HeaderPassMode mode = blackbox::HeaderPassMode::kRepair) {
+    // The header pass over the image, into mHeaders; what it printed goes to
+    // `printed` when given.
+    int RunPass(blackbox::HeaderPassMode mode = blackbox::HeaderPassMode::kRepair,
+                std::string* printed = nullptr) {
+        ::testing::internal::CaptureStdout();
         int fd = open(mImage->path().c_str(), O_RDWR | O_CLOEXEC);
         int result = blackbox::handle_black_box_headers(fd, &mHeaders, mode);
         close(fd);
+        std::string out = ::testing::internal::GetCapturedStdout();
+        if (printed != nullptr) *printed = std::move(out);
         return result;
     }
 

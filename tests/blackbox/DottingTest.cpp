@@ -21,18 +21,12 @@ class DottingTest : public BlackBoxTest {
         MakeImage().PutDefaultHeaders();
         ASSERT_TRUE(mImage->ok());
     }
-    // The headers as the boot run reads them.
-    void Load() {
-        ::testing::internal::CaptureStdout();
-        RunPass();
-        ::testing::internal::GetCapturedStdout();
-    }
     // Ring mode at the given offsets, after record 9.
     void StartRing(uint32_t ring_start, uint32_t write_offset) {
         mImage->PutU32(kRingStart, ring_start);
         mImage->PutU32(kWriteOffset, write_offset);
         mImage->PutU64(kSlot1 + 104, 9);
-        Load();
+        RunPass();
     }
     // One record with the next index, at uptime mUptime (or a failing clock).
     ssize_t Dot(const std::string& record) {
@@ -54,7 +48,7 @@ class DottingTest : public BlackBoxTest {
 
 TEST_F(DottingTest, BootPhaseAppendsFromTheAreaStart) {
     LogCapture log;
-    Load();
+    RunPass();
     mUptime = 100;
     ::testing::internal::CaptureStdout();
     EXPECT_EQ(Dot("first record\n"), 140);
@@ -87,7 +81,7 @@ TEST_F(DottingTest, BootPhaseClosesAtUptime101AtBootDottingMaxOrWithoutClock) {
         MakeImage().PutDefaultHeaders();
         mImage->PutU64(kSlot1 + 104, 1);  // the next record is number 2
         mImage->PutU32(kSlot1 + 124, c.boot_dotting_max);
-        Load();
+        RunPass();
         mUptime = c.uptime;
         mUptimeError = c.error;
         ::testing::internal::CaptureStdout();
@@ -99,7 +93,9 @@ TEST_F(DottingTest, BootPhaseClosesAtUptime101AtBootDottingMaxOrWithoutClock) {
     }
 }
 
-TEST_F(DottingTest, RecordRunningPastTheAreaEndContinuesAtRingStart) {
+// A record that runs past the area's end goes on at ring_start; one that ends
+// exactly there moves the write offset back to ring_start.
+TEST_F(DottingTest, RingWrapsBackToRingStart) {
     LogCapture log;
     StartRing(0x40, kDottingAreaSize - 10);
     EXPECT_EQ(Dot("0123456789abcdefghijklmnopqrst"), 140);
@@ -111,10 +107,7 @@ TEST_F(DottingTest, RecordRunningPastTheAreaEndContinuesAtRingStart) {
     EXPECT_EQ(mImage->U64(kSlot1 + 104), 10u);
     EXPECT_TRUE(log.contains(kTag, "write ringFreeSize 10 bytes.\n"));
     EXPECT_TRUE(log.contains(kTag, "write 20 bytes.\n"));
-}
 
-TEST_F(DottingTest, RecordEndingAtTheAreaEndWrapsTheWriteOffset) {
-    LogCapture log;
     StartRing(0x40, kDottingAreaSize - 30);
     Dot(std::string(30, 'e'));
     EXPECT_EQ(mImage->Bytes(kArea + kDottingAreaSize - 30, 30), std::string(30, 'e'));
@@ -128,7 +121,7 @@ TEST_F(DottingTest, RecordEndingAtTheAreaEndWrapsTheWriteOffset) {
 TEST_F(DottingTest, LabelsAcrossTheIndexWrap) {
     mImage->PutU64(kSlot1 + 104, 2047);
     mImage->PutLabel(kSlot1 + 72, "dotting 12");
-    Load();
+    RunPass();
     Dot("a\n");
     EXPECT_EQ(mImage->U64(kSlot1 + 104), 2048u);
     EXPECT_EQ(mImage->Bytes(kSlot1 + 52, 10), std::string("dotting 0\0", 10));
@@ -136,7 +129,7 @@ TEST_F(DottingTest, LabelsAcrossTheIndexWrap) {
             << "only the first seven bytes of cur_name change";
 
     mImage->PutLabel(kSlot1 + 52, "uefi_log");
-    Load();
+    RunPass();
     Dot("b\n");
     EXPECT_EQ(mImage->U64(kSlot1 + 104), 0u);
     EXPECT_EQ(mImage->Bytes(kSlot1 + 52, 9), std::string("dottingg\0", 9)) << "no terminator";
@@ -153,7 +146,7 @@ TEST_F(DottingTest, UntrustedOffsetsNeverWriteOutsideTheArea) {
 
     mImage->PutU32(kRingStart, 0xFFFFFFFF);
     mImage->PutU32(kWriteOffset, kDottingAreaSize - 5);
-    Load();
+    RunPass();
     EXPECT_EQ(Dot(std::string(30, 'z')), 140);
     EXPECT_TRUE(log.contains(kTag, "write string failed! error: 28(No space left on device)\n"));
     EXPECT_EQ(mImage->Bytes(kArea + kDottingAreaSize - 5, 13), std::string(13, '\0'));
@@ -164,7 +157,7 @@ TEST_F(DottingTest, UntrustedOffsetsNeverWriteOutsideTheArea) {
     EXPECT_EQ(mImage->U32(kWriteOffset), 0xFFFFFFFFu);
 
     mImage->PutU32(kSlot1 + 48, kSlotSize);  // dotting_offset at the slot end
-    Load();
+    RunPass();
     EXPECT_EQ(Dot("y\n"), -1);
     EXPECT_EQ(mImage->size(), kImageSize);
 }

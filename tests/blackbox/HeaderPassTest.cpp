@@ -16,9 +16,9 @@ class HeaderPassTest : public BlackBoxTest {
   protected:
     // The pass, with what it printed.
     std::string Pass(int expected_result, HeaderPassMode mode = HeaderPassMode::kRepair) {
-        ::testing::internal::CaptureStdout();
-        EXPECT_EQ(RunPass(mode), expected_result);
-        return ::testing::internal::GetCapturedStdout();
+        std::string printed;
+        EXPECT_EQ(RunPass(mode, &printed), expected_result);
+        return printed;
     }
 };
 

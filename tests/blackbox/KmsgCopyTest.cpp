@@ -21,9 +21,7 @@ class KmsgCopyTest : public BlackBoxTest {
         unsetenv("ANDROID_FILE__dev_kmsg");
         MakeImage().PutDefaultHeaders();
         ASSERT_TRUE(mImage->ok());
-        ::testing::internal::CaptureStdout();
         RunPass();
-        ::testing::internal::GetCapturedStdout();
     }
     void TearDown() override { unsetenv("ANDROID_FILE__dev_kmsg"); }
 
@@ -96,6 +94,22 @@ TEST_F(KmsgCopyTest, StopsWhenTheAreaIsFull) {
     EXPECT_EQ(printed, "size >= 1M, stop write.\n");
     EXPECT_EQ(mImage->Bytes(kArea, 0x500000), lines.substr(0, 0x500000));
     EXPECT_EQ(mImage->Bytes(kSlot1 + kDottingArea, 1), "D");
+}
+
+// kmsg_offset comes from the partition: the copy stays inside the slot and
+// fills a partition that ends inside the area up to its end, without growing it.
+TEST_F(KmsgCopyTest, UntrustedAreaIsBoundedByTheSlotAndThePartition) {
+    LogCapture log;
+    const std::string line = "[    1.000000][ -] " + std::string(200, 'k') + "\n";
+    WriteKmsg("6,1,1000000,-;" + std::string(200, 'k') + "\n6,2,1000000,-;more\n");
+    ASSERT_EQ(truncate(mImage->path().c_str(), kArea + 100), 0);
+    EXPECT_EQ(Copy(), 100);
+    EXPECT_EQ(mImage->size(), kArea + 100);
+    EXPECT_EQ(Area(100), line.substr(0, 100));
+
+    mHeaders.log.kmsg_offset = kSlotSize;
+    EXPECT_EQ(Copy(), -1);
+    EXPECT_EQ(log.count(kTag, "kmsg area out of range"), 1);
 }
 
 TEST_F(KmsgCopyTest, InitsDescriptorIsUsedAndLeftOpen) {
