@@ -29,13 +29,11 @@ bool Stamp(int fd, uint32_t bootIndex) {
     stamp_default_black_box_log_header(&slot);
     control_content_header control{};
     stamp_default_control_content_header(&control);
-    const blackbox_partition_config config{};
-
+    // The configuration block stays as ftruncate() left it: all switches 0.
     return write_at(fd, 0, &table, sizeof(table)) >= 0 &&
            write_at(fd, table.log_content_offset, &content, sizeof(content)) >= 0 &&
            write_at(fd, SlotOffset(content), &slot, sizeof(slot)) >= 0 &&
-           write_at(fd, table.control_content_offset, &control, sizeof(control)) >= 0 &&
-           write_at(fd, control.config_offset, &config, sizeof(config)) >= 0;
+           write_at(fd, table.control_content_offset, &control, sizeof(control)) >= 0;
 }
 
 }  // namespace

@@ -1,12 +1,11 @@
 #include "tools/tessel-image/BlackboxInspector.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <string_view>
 
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
 #include "tools/tessel-image/ImageFile.h"
 
 namespace zelkor::tessel::image {
@@ -60,34 +59,41 @@ class Inspection {
   private:
     void Error(const std::string& text) { mErrors.append(text); }
 
-    // Reads a header into `header`; false (and an error) when its place is
-    // outside the file.
+    // Starts the subtree of the header at `offset` and reads the header; null
+    // (and an error) when its place is outside the file.
     template <typename Header>
-    bool ReadHeader(const char* name, uint64_t offset, Header* header) {
-        if (mImage.Read(offset, header, sizeof(*header))) return true;
-        Error(std::string(name) + " at " + Hex(offset) + " lies outside the file (size " +
-              Hex(mImage.size()) + ")");
+    Json::Value* Read(const char* name, uint64_t offset, Header* header) {
         Json::Value& out = mOut[name];
         out["offset"] = Json::UInt64(offset);
+        if (mImage.Read(offset, header, sizeof(*header))) return &out;
+        Error(std::string(name) + " at " + Hex(offset) + " lies outside the file (size " +
+              Hex(mImage.size()) + ")");
         out["valid"] = false;
-        return false;
+        return nullptr;
     }
 
-    bool CheckMagic(const char* name, Json::Value* out, uint64_t magic, uint64_t expected,
+    // Read(), with "valid" telling whether the header's magic is `expected`.
+    template <typename Header>
+    Json::Value* Open(const char* name, uint64_t offset, Header* header, uint64_t expected) {
+        Json::Value* out = Read(name, offset, header);
+        if (out != nullptr) (*out)["valid"] = CheckMagic(name, *out, header->magic, expected);
+        return out;
+    }
+
+    bool CheckMagic(const char* name, Json::Value& out, uint64_t magic, uint64_t expected,
                     const char* field = "magic") {
-        (*out)[field] = Hex(magic);
+        out[field] = Hex(magic);
         if (magic == expected) return true;
         Error(std::string(name) + ": bad " + field + " " + Hex(magic) + ", expected " +
               Hex(expected));
         return false;
     }
 
+    // The header, or the defaults the daemon would stamp in its place.
     log_table_header Table() {
         log_table_header header{};
-        if (ReadHeader("log_table_header", 0, &header)) {
-            Json::Value& out = mOut["log_table_header"];
-            out["offset"] = 0;
-            out["valid"] = CheckMagic("log_table_header", &out, header.magic, kLogTableMagic);
+        if (Json::Value* found = Open("log_table_header", 0, &header, kLogTableMagic)) {
+            Json::Value& out = *found;
             out["version"] = header.version;
             out["reserved12"] = header.reserved0;
             out["boot_index"] = header.boot_index;
@@ -97,19 +103,15 @@ class Inspection {
             out["control_content_offset"] = header.control_content_offset;
             if (out["valid"].asBool()) return header;
         }
-        log_table_header defaults{};
-        defaults.log_content_offset = kDefaultLogContentOffset;
-        defaults.control_content_offset = kDefaultControlContentOffset;
-        return defaults;
+        stamp_default_log_table_header(&header);
+        return header;
     }
 
     log_content_header Content(const log_table_header& table) {
         log_content_header header{};
-        const uint64_t offset = table.log_content_offset;
-        if (ReadHeader("log_content_header", offset, &header)) {
-            Json::Value& out = mOut["log_content_header"];
-            out["offset"] = Json::UInt64(offset);
-            out["valid"] = CheckMagic("log_content_header", &out, header.magic, kLogContentMagic);
+        if (Json::Value* found = Open("log_content_header", table.log_content_offset, &header,
+                                      kLogContentMagic)) {
+            Json::Value& out = *found;
             out["version"] = header.version;
             out["reserved12"] = header.reserved0;
             out["log_offset"] = header.log_offset;
@@ -117,11 +119,8 @@ class Inspection {
             out["log_size"] = header.log_size;
             if (out["valid"].asBool()) return header;
         }
-        log_content_header defaults{};
-        defaults.log_offset = kDefaultLogOffset;
-        defaults.dump_count = kDefaultDumpCount;
-        defaults.log_size = kDefaultLogSize;
-        return defaults;
+        stamp_default_log_content_header(&header);
+        return header;
     }
 
     // The current slot's header; true when it and its place can be trusted.
@@ -133,12 +132,10 @@ class Inspection {
             return false;
         }
         mSlot = static_cast<uint64_t>(slot);
-        if (!ReadHeader("black_box_log_header", mSlot, &mLog)) return false;
-        Json::Value& out = mOut["black_box_log_header"];
-        out["offset"] = Json::UInt64(mSlot);
+        Json::Value* found = Open("black_box_log_header", mSlot, &mLog, kSlotHeaderMagic);
+        if (found == nullptr) return false;
+        Json::Value& out = *found;
         out["slot"] = content.dump_count;
-        const bool valid = CheckMagic("black_box_log_header", &out, mLog.magic, kSlotHeaderMagic);
-        out["valid"] = valid;
         Json::Value region(Json::arrayValue);
         for (uint32_t word : mLog.region) region.append(word);
         out["region"] = region;
@@ -148,7 +145,7 @@ class Inspection {
         out["dotting_offset"] = mLog.dotting_offset;
         out["prev_name"] = Label(mLog.prev_name);
         out["cur_name"] = Label(mLog.cur_name);
-        mDottingValid = CheckMagic("black_box_log_header", &out, mLog.dotting_magic, kDottingMagic,
+        mDottingValid = CheckMagic("black_box_log_header", out, mLog.dotting_magic, kDottingMagic,
                                    "dotting_magic");
         out["dotting_valid"] = mDottingValid;
         out["dotting_reserved"] = mLog.dotting_reserved;
@@ -160,18 +157,15 @@ class Inspection {
         out["log_dotting_write_offset"] = mLog.log_dotting_write_offset;
         out["reserved132"] = mLog.reserved132;
         out["dump_process_fail"] = mLog.dump_process_fail;
-        return valid;
+        return out["valid"].asBool();
     }
 
     void Control(const log_table_header& table) {
         control_content_header header{};
-        const uint64_t offset = table.control_content_offset;
         uint64_t configOffset = kDefaultConfigOffset;
-        if (ReadHeader("control_content_header", offset, &header)) {
-            Json::Value& out = mOut["control_content_header"];
-            out["offset"] = Json::UInt64(offset);
-            out["valid"] =
-                    CheckMagic("control_content_header", &out, header.magic, kControlContentMagic);
+        if (Json::Value* found = Open("control_content_header", table.control_content_offset,
+                                      &header, kControlContentMagic)) {
+            Json::Value& out = *found;
             out["version"] = header.version;
             out["crash_history_offset"] = header.crash_history_offset;
             out["reserved16"] = header.reserved0;
@@ -180,9 +174,9 @@ class Inspection {
             if (out["valid"].asBool()) configOffset = header.config_offset;
         }
         blackbox_partition_config config{};
-        if (!ReadHeader("blackbox_partition_config", configOffset, &config)) return;
-        Json::Value& out = mOut["blackbox_partition_config"];
-        out["offset"] = Json::UInt64(configOffset);
+        Json::Value* found = Read("blackbox_partition_config", configOffset, &config);
+        if (found == nullptr) return;
+        Json::Value& out = *found;
         out["isUartEnable"] = config.isUartEnable;
         out["isForceQpstWhenFulldump"] = config.isForceQpstWhenFulldump;
         out["isOEMDebugUartLogLevel"] = config.isOEMDebugUartLogLevel;

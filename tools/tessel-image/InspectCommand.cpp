@@ -34,14 +34,13 @@ bool AllValid(const Json::Value& root) {
 }
 
 // Where the daemon keeps the crash history of the blackbox inspected: behind
-// the control content header, at the default distance when that header is
-// not valid (the daemon stamps the defaults into it before writing).
+// the control content header (whose offset the inspection always gives), at
+// the default distance when that header is not valid (the daemon stamps the
+// defaults into it before writing).
 uint64_t CrashHistoryOffset(const Json::Value& blackbox) {
     const Json::Value& control = blackbox["control_content_header"];
-    const uint64_t base = control.isMember("offset")
-                                  ? control["offset"].asUInt64()
-                                  : uint64_t(blackbox::kDefaultControlContentOffset);
-    const uint64_t distance = control.get("valid", false).asBool()
+    const uint64_t base = control["offset"].asUInt64();
+    const uint64_t distance = control["valid"].asBool()
                                       ? control["crash_history_offset"].asUInt64()
                                       : uint64_t(blackbox::kDefaultCrashHistoryOffset);
     return base + distance;

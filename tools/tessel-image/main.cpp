@@ -1,7 +1,6 @@
 // tessel-image: builds and inspects the partition images of a host root.
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 
 #include "tools/tessel-image/Commands.h"
 
