@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
@@ -25,7 +26,7 @@ bool MarkTaken(int fd, int64_t slot) {
     char mark[sizeof(state.dump.parse_mark)] = {};
     memcpy(mark, kParsedMark, strlen(kParsedMark));
     MD_LOGI("uos_offset=%d", static_cast<int>(kParseMarkOffset));
-    if (WriteAt(fd, slot + kParseMarkOffset, mark, sizeof(mark)) < 0) {
+    if (write_at(fd, slot + kParseMarkOffset, mark, sizeof(mark)) < 0) {
         MD_LOGE("write parse mark fail %d(%s)\n", errno, strerror(errno));
         return false;
     }
@@ -36,7 +37,7 @@ bool MarkTaken(int fd, int64_t slot) {
     }
     if (state.dump.version == kDumpVersion2 && state.dumpV2.time[0] == '\0') {
         strncpy(state.dumpV2.time, state.timeText.c_str(), sizeof(state.dumpV2.time) - 1);
-        if (WriteAt(fd, slot + sizeof(dump_header), state.dumpV2.time, sizeof(state.dumpV2.time)) <
+        if (write_at(fd, slot + sizeof(dump_header), state.dumpV2.time, sizeof(state.dumpV2.time)) <
             0) {
             MD_LOGE("write dump time fail %d(%s)\n", errno, strerror(errno));
             return false;
@@ -67,25 +68,27 @@ uint64_t SectionHeadersToWalk(int64_t first, int64_t slot, uint64_t slotDistance
 
 int handle_minidump_partition(uint32_t store_index, uint32_t late_index) {
     RunState& state = State();
-    DumpArea area = CurrentDumpArea();
-    int fd = OpenDumpPartition(area, O_RDWR);
+    int fd = OpenDumpPartition(O_RDWR);
     if (fd < 0) return -1;
-    const int64_t size = PartitionSize(fd);
-    const int64_t slot = dump_slot_offset(state.lastlog, area.offset, area.inBlackbox, store_index);
+    const bool inBlackbox = dump_area_in_blackbox();
+    const int64_t size = partition_size(fd);
+    const int64_t slot =
+            dump_slot_offset(state.lastlog, DumpAreaOffset(fd), inBlackbox, store_index);
     if (size < 0 || slot < 0 || !RangeFits(slot, sizeof(dump_header), size)) {
         MD_LOGE("dump slot %u at 0x%lx lies outside %s (0x%lx bytes)\n", store_index,
-                static_cast<unsigned long>(slot), area.path, static_cast<unsigned long>(size));
+                static_cast<unsigned long>(slot), dump_partition_path(),
+                static_cast<unsigned long>(size));
         close(fd);
         return -1;
     }
 
     state.dump = dump_header{};
     state.dumpV2 = dump_header_v2{};
-    ReadAt(fd, slot, &state.dump, sizeof(state.dump));
+    read_at(fd, slot, &state.dump, sizeof(state.dump));
     MD_LOGI("dump_header is version 0x%x", state.dump.version);
     int64_t sections = slot + sizeof(dump_header);
     if (state.dump.version == kDumpVersion2) {
-        ReadAt(fd, sections, &state.dumpV2, sizeof(state.dumpV2));
+        read_at(fd, sections, &state.dumpV2, sizeof(state.dumpV2));
         sections += sizeof(dump_header_v2);
     }
     MD_PRINT("[blackbox]boot_index in minidump is: %u\n", state.dumpV2.boot_index);
@@ -106,13 +109,13 @@ int handle_minidump_partition(uint32_t store_index, uint32_t late_index) {
         MD_LOGI("[2]timestamp=%s", state.dumpV2.time);
     }
 
-    const uint64_t distance = area.inBlackbox ? state.lastlog.blackbox_slot_distance
-                                              : state.lastlog.minidump_slot_distance;
+    const uint64_t distance = inBlackbox ? state.lastlog.blackbox_slot_distance
+                                         : state.lastlog.minidump_slot_distance;
     const uint64_t walk = SectionHeadersToWalk(sections, slot, distance, size);
     int64_t pos = sections;
     for (uint64_t i = 0; i < walk; ++i) {
         section_header section{};
-        ssize_t n = ReadAt(fd, pos, &section, sizeof(section));
+        ssize_t n = read_at(fd, pos, &section, sizeof(section));
         if (n != static_cast<ssize_t>(sizeof(section))) {
             MD_LOGE("read section header %lu fail %d(%s)\n", static_cast<unsigned long>(i), errno,
                     strerror(errno));

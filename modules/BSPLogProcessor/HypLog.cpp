@@ -10,8 +10,8 @@
 // it.
 #include <algorithm>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/LittleEndian.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/SectionWriters.h"
 
@@ -28,7 +28,7 @@ constexpr size_t kHeaderSize = 24 + kMaxCpus * 8;
 void WriteHypLog(const Section& in, int outFd) {
     uint8_t h[kHeaderSize];
     if (in.size < sizeof(h) ||
-        ReadAt(in.fd, static_cast<int64_t>(in.offset), h, sizeof(h)) != sizeof(h)) {
+        blackbox::read_at(in.fd, static_cast<int64_t>(in.offset), h, sizeof(h)) != sizeof(h)) {
         MD_LOGE("hypdiag area of %lu bytes has no header\n", static_cast<unsigned long>(in.size));
         return;
     }

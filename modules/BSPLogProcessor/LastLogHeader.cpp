@@ -1,13 +1,10 @@
 // The last-log header at the start of the dump area, and the walk over the
 // dumps it says are stored.
-#include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstring>
-
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
 
@@ -18,13 +15,12 @@ using namespace blackbox;
 int handle_mini_lastlog_header() {
     last_log_header& header = State().lastlog;
     header = last_log_header{};
-    DumpArea area = CurrentDumpArea();
-    int fd = OpenDumpPartition(area, O_RDONLY);
+    int fd = OpenDumpPartition(O_RDONLY);
     if (fd < 0) return -1;
-    ssize_t n = ReadAt(fd, area.offset, &header, sizeof(header));
+    ssize_t n = read_at(fd, DumpAreaOffset(fd), &header, sizeof(header));
     close(fd);
     if (n != static_cast<ssize_t>(sizeof(header))) {
-        MD_PRINT("Read file %s error!!!\n", area.path);
+        MD_PRINT("Read file %s error!!!\n", dump_partition_path());
         return -1;
     }
     if (header.magic != kLastLogMagic) {

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <string>
 
+#include "modules/BSPLogProcessor/BlackBoxHeaders.h"
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
 
 namespace zelkor::tessel::Minidump {
@@ -45,19 +46,6 @@ bool dump_area_in_blackbox();
 void reset_dump_partition_choice();
 // "/dev/block/by-name/blackbox" or "/dev/block/by-name/minidump".
 const char* dump_partition_path();
-
-// The blackbox header fields the dump code needs. Read from the partition
-// without writing anything; a header with a wrong magic reads as the defaults
-// the blackbox header pass stamps into it. All zero without a blackbox
-// partition, so that the dump area then starts at offset 0 of the minidump
-// partition.
-struct BlackboxHeaders {
-    bool present = false;
-    blackbox::log_table_header table{};
-    blackbox::log_content_header content{};
-    blackbox::black_box_log_header slot{};
-};
-BlackboxHeaders read_blackbox_headers();
 
 // Dump slot `index` of the area: slot-0 offset + `area_offset` + index x the
 // blackbox distance (blackbox case) or slot-0 offset + index x the minidump
@@ -107,14 +95,15 @@ int compress_minidump();
 // ---- repair after a dump the boot loader could not finish ------------------
 
 // Rebuilds the last-log header, the dump header of the current store index and
-// a boot-loader log section, then advances the store index. Reads the blackbox
-// headers itself; the second form takes them from the caller.
+// a boot-loader log section, then advances the store index. `blackbox` is the
+// run's copy of the blackbox headers (all zero without a blackbox partition);
+// the first form reads them itself, without writing anything.
 int handle_minidump_fail_header();
-int handle_minidump_fail_header(const BlackboxHeaders& blackbox);
+int handle_minidump_fail_header(const blackbox::BlackBoxHeaders& blackbox);
 
 // The steps of the repair, each on the open dump partition. `fd` stays open.
-int headle_laster_log_fail_header(int fd, const BlackboxHeaders& blackbox);
-int handle_dump_fail_header(int fd, const BlackboxHeaders& blackbox);
-int update_lastlog_header(int fd, const BlackboxHeaders& blackbox);
+int headle_laster_log_fail_header(int fd, const blackbox::BlackBoxHeaders& blackbox);
+int handle_dump_fail_header(int fd, const blackbox::BlackBoxHeaders& blackbox);
+int update_lastlog_header(int fd, const blackbox::BlackBoxHeaders& blackbox);
 
 }  // namespace zelkor::tessel::Minidump

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
@@ -30,15 +31,15 @@ constexpr uint32_t kSlotLogBack = 4096;
 
 // Where the repaired dump lies: with the blackbox formula, whatever the
 // partition.
-int64_t RepairSlot(const BlackboxHeaders& blackbox) {
+int64_t RepairSlot(const BlackBoxHeaders& blackbox) {
     return dump_slot_offset(State().lastlog, blackbox.table.minidump_offset, true,
                             State().lastlog.store_index);
 }
 
 // Copies the boot loader's log of the current blackbox slot into the repaired
 // dump, right behind its one section header.
-int generate_xbl_ramdump_log(int fd, int64_t dataOffset, const BlackboxHeaders& blackbox) {
-    int source = OpenDumpPartition(CurrentDumpArea(), O_RDWR);
+int generate_xbl_ramdump_log(int fd, int64_t dataOffset, const BlackBoxHeaders& blackbox) {
+    int source = OpenDumpPartition(O_RDWR);
     if (source < 0) return -1;
     MD_LOGE("begin parser generate_xbl_ramdump_log");
     MD_PRINT("begin parser generate_xbl_ramdump_log\n");
@@ -50,10 +51,10 @@ int generate_xbl_ramdump_log(int fd, int64_t dataOffset, const BlackboxHeaders& 
     } else {
         const log_content_header& c = blackbox.content;
         uint32_t from = blackbox.table.log_content_offset + c.log_offset +
-                        (c.dump_count - 1u) * c.log_size + blackbox.slot.region[4] - kSlotLogBack;
-        if (ReadAt(source, from, buffer, kXblCopySize) < 0) {
+                        (c.dump_count - 1u) * c.log_size + blackbox.log.region[4] - kSlotLogBack;
+        if (read_at(source, from, buffer, kXblCopySize) < 0) {
             MD_LOGE("read blackbox_fd with offset to buffer err=%d(%s)", errno, strerror(errno));
-        } else if (WriteAt(fd, dataOffset, buffer, kXblCopySize) < 0) {
+        } else if (write_at(fd, dataOffset, buffer, kXblCopySize) < 0) {
             MD_LOGE("write buffer with section_offset to minidump Partition err=%d(%s)", errno,
                     strerror(errno));
         } else {
@@ -69,10 +70,10 @@ int generate_xbl_ramdump_log(int fd, int64_t dataOffset, const BlackboxHeaders& 
 
 }  // namespace
 
-int headle_laster_log_fail_header(int fd, const BlackboxHeaders& blackbox) {
+int headle_laster_log_fail_header(int fd, const BlackBoxHeaders& blackbox) {
     last_log_header& header = State().lastlog;
     const int64_t at = blackbox.table.minidump_offset;
-    if (ReadAt(fd, at, &header, sizeof(header)) != sizeof(header)) {
+    if (read_at(fd, at, &header, sizeof(header)) != sizeof(header)) {
         MD_LOGE("[headle_laster_log_fail_header]read laster log header fail %d(%s)\n", errno,
                 strerror(errno));
         return -1;
@@ -84,7 +85,7 @@ int headle_laster_log_fail_header(int fd, const BlackboxHeaders& blackbox) {
     header.reserved1 = kDefaultLastLogReserved1;
     header.blackbox_slot_distance = kDefaultBlackboxSlotDistance;
     header.minidump_slot_distance = kDefaultMinidumpSlotDistance;
-    if (WriteAt(fd, at, &header, sizeof(header)) < 0) {
+    if (write_at(fd, at, &header, sizeof(header)) < 0) {
         MD_LOGE("[headle_laster_log_fail_header]write laster log header fail %d(%s)\n", errno,
                 strerror(errno));
         return -1;
@@ -92,11 +93,11 @@ int headle_laster_log_fail_header(int fd, const BlackboxHeaders& blackbox) {
     return 0;
 }
 
-int handle_dump_fail_header(int fd, const BlackboxHeaders& blackbox) {
+int handle_dump_fail_header(int fd, const BlackBoxHeaders& blackbox) {
     const int64_t slot = RepairSlot(blackbox);
     const int64_t sectionAt = slot + sizeof(dump_header) + sizeof(dump_header_v2);
     const int64_t dataAt = sectionAt + sizeof(section_header);
-    const int64_t size = PartitionSize(fd);
+    const int64_t size = partition_size(fd);
     if (slot < 0 || size < 0 || !RangeFits(slot, dataAt - slot + kXblCopySize, size)) {
         MD_LOGE("[handle_minidump_fail_header]dump slot at 0x%lx outside the partition\n",
                 static_cast<unsigned long>(slot));
@@ -104,7 +105,7 @@ int handle_dump_fail_header(int fd, const BlackboxHeaders& blackbox) {
     }
 
     dump_header dump{};
-    ReadAt(fd, slot, &dump, sizeof(dump));
+    read_at(fd, slot, &dump, sizeof(dump));
     dump.signature = kRawDumpMagic;
     MD_PRINT(" memcpy dump_header.signature handle_minidump_fail_header ret is %.8s!\n",
              reinterpret_cast<const char*>(&dump.signature));
@@ -112,30 +113,30 @@ int handle_dump_fail_header(int fd, const BlackboxHeaders& blackbox) {
     memset(dump.parse_mark, 0, sizeof(dump.parse_mark));  // not taken yet
     dump.reserved36 = kXblSectionSize;
     dump.section_count = 1;
-    if (WriteAt(fd, slot, &dump, sizeof(dump)) < 0) {
+    if (write_at(fd, slot, &dump, sizeof(dump)) < 0) {
         MD_LOGE("[handle_minidump_fail_header]write dump_header  err=%d(%s)\n", errno,
                 strerror(errno));
         return -1;
     }
 
     dump_header_v2 v2{};
-    ReadAt(fd, slot + sizeof(dump), &v2, sizeof(v2));
-    v2.boot_index = blackbox.slot.reserved132;
-    v2.reserved24 = blackbox.slot.dump_process_fail;
-    if (WriteAt(fd, slot + sizeof(dump), &v2, sizeof(v2)) < 0) {
+    read_at(fd, slot + sizeof(dump), &v2, sizeof(v2));
+    v2.boot_index = blackbox.log.reserved132;
+    v2.reserved24 = blackbox.log.dump_process_fail;
+    if (write_at(fd, slot + sizeof(dump), &v2, sizeof(v2)) < 0) {
         MD_LOGE("[handle_minidump_fail_header]write dump_header_v2  err=%d(%s)\n", errno,
                 strerror(errno));
         return -1;
     }
 
     section_header section{};
-    ReadAt(fd, sectionAt, &section, sizeof(section));
+    read_at(fd, sectionAt, &section, sizeof(section));
     section.flags = 1;
     memset(section.name, 0, sizeof(section.name));
     memcpy(section.name, kXblSectionName, sizeof(kXblSectionName));
     section.size = kXblSectionSize;
     section.position = static_cast<uint64_t>(dataAt);
-    if (WriteAt(fd, sectionAt, &section, sizeof(section)) < 0) {
+    if (write_at(fd, sectionAt, &section, sizeof(section)) < 0) {
         MD_LOGE("[handle_minidump_fail_header]write section_header  err=%d(%s)\n", errno,
                 strerror(errno));
         return -1;
@@ -149,10 +150,10 @@ int handle_dump_fail_header(int fd, const BlackboxHeaders& blackbox) {
     return 0;
 }
 
-int update_lastlog_header(int fd, const BlackboxHeaders& blackbox) {
+int update_lastlog_header(int fd, const BlackBoxHeaders& blackbox) {
     last_log_header& header = State().lastlog;
     const int64_t at = blackbox.table.minidump_offset;
-    if (ReadAt(fd, at, &header, sizeof(header)) != sizeof(header)) {
+    if (read_at(fd, at, &header, sizeof(header)) != sizeof(header)) {
         MD_LOGE("[update_lastlog_header]read lastlog_header  err=%d(%s)\n", errno, strerror(errno));
         return -1;
     }
@@ -164,7 +165,7 @@ int update_lastlog_header(int fd, const BlackboxHeaders& blackbox) {
         // The count follows the index until the ring is full.
         if (header.counts <= kMaxStoredDumps - 1) header.counts = header.store_index;
     }
-    if (WriteAt(fd, at, &header, sizeof(header)) < 0) {
+    if (write_at(fd, at, &header, sizeof(header)) < 0) {
         MD_LOGE("[update_lastlog_header]write lastlog_header  err=%d(%s)\n", errno,
                 strerror(errno));
         return -1;
@@ -173,17 +174,27 @@ int update_lastlog_header(int fd, const BlackboxHeaders& blackbox) {
 }
 
 int handle_minidump_fail_header() {
-    return handle_minidump_fail_header(read_blackbox_headers());
+    BlackBoxHeaders headers;
+    if (dump_area_in_blackbox()) {
+        int fd = open(platform::DevicePath(kBlackboxPartition).c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) {
+            MD_LOGE("open blackbox partition fail %d(%s)\n", errno, strerror(errno));
+            return -1;
+        }
+        handle_black_box_headers(fd, &headers, HeaderPassMode::kReadOnly);
+        close(fd);
+    }
+    return handle_minidump_fail_header(headers);
 }
 
-int handle_minidump_fail_header(const BlackboxHeaders& blackbox) {
+int handle_minidump_fail_header(const BlackBoxHeaders& blackbox) {
     int fd = open(platform::DevicePath(dump_partition_path()).c_str(), O_RDWR | O_CLOEXEC);
     if (fd < 0) {
         MD_LOGE("open blackbox partition fail %d(%s)\n", errno, strerror(errno));
         return -1;
     }
     MD_PRINT("[blackbox]black_box_log_header.dump_process_fail is %u\n",
-             blackbox.slot.dump_process_fail);
+             blackbox.log.dump_process_fail);
     int result = headle_laster_log_fail_header(fd, blackbox);
     if (result < 0) {
         MD_LOGE("headle laster log header fail %d(%s)\n", errno, strerror(errno));

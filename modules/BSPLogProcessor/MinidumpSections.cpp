@@ -2,6 +2,7 @@
 #include <cstring>
 #include <string>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/DiagFiles.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpIo.h"
@@ -70,16 +71,15 @@ void WriteFile(const std::string& path, Writer write) {
     CloseDiagFile(out, path);
 }
 
-// A section written to a file and to its translated companion.
+// A section written to a file and to its translated companion; without the
+// companion (-1 to `write`) the file is still written.
 template <typename Writer>
 void WriteFilePair(const std::string& path, const std::string& parsedPath, Writer write) {
     int out = OpenDiagFile(path);
     if (out < 0) return;
     int parsed = OpenDiagFile(parsedPath);
-    if (parsed >= 0) {
-        write(out, parsed);
-        CloseDiagFile(parsed, parsedPath);
-    }
+    write(out, parsed);
+    if (parsed >= 0) CloseDiagFile(parsed, parsedPath);
     CloseDiagFile(out, path);
 }
 
@@ -91,7 +91,7 @@ int parse_log(int fd, const char* name, uint64_t offset, uint64_t size, uint32_t
         MD_LOGD("section %s has no last log file\n", name);
         return 0;
     }
-    int64_t partition = PartitionSize(fd);
+    int64_t partition = blackbox::partition_size(fd);
     if (partition < 0 || !RangeFits(offset, size, static_cast<uint64_t>(partition))) {
         MD_LOGE("section %s out of range: offset 0x%lx size 0x%lx, partition 0x%lx bytes\n", name,
                 static_cast<unsigned long>(offset), static_cast<unsigned long>(size),

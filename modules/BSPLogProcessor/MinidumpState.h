@@ -1,6 +1,7 @@
 // Process-wide state of the minidump steps of one boot run (see Minidump.h).
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
@@ -19,16 +20,13 @@ struct RunState {
 
 RunState& State();
 
-// The partition that holds the dump area and where the area starts in it.
-struct DumpArea {
-    const char* path;  // device path
-    bool inBlackbox;
-    uint32_t offset;  // blackbox minidump_offset, 0 for the minidump partition
-};
-DumpArea CurrentDumpArea();
-
-// Opens the dump area's partition with `flags`; logs "open minidump partition
+// Opens dump_partition_path() with `flags`; logs "open minidump partition
 // fail %d(%s)\n" and gives -1 on failure.
-int OpenDumpPartition(const DumpArea& area, int flags);
+int OpenDumpPartition(int flags);
+
+// Where the dump area starts in the open dump partition `fd`: the blackbox
+// minidump_offset (the default one while the log table header is not stamped)
+// or 0 in the minidump partition.
+uint32_t DumpAreaOffset(int fd);
 
 }  // namespace zelkor::tessel::Minidump

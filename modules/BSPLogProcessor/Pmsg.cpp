@@ -15,8 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/LittleEndian.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/SectionWriters.h"
 
@@ -46,7 +46,7 @@ constexpr size_t kPstoreHeaderSize = 12;
 std::vector<ByteRange> RingOrder(const Section& in) {
     uint8_t header[kPstoreHeaderSize];
     if (in.size >= kPstoreHeaderSize &&
-        ReadAt(in.fd, in.offset, header, sizeof(header)) == sizeof(header) &&
+        blackbox::read_at(in.fd, in.offset, header, sizeof(header)) == sizeof(header) &&
         LoadU32(header) == kPstoreSignature) {
         const uint64_t data = in.offset + kPstoreHeaderSize;
         const uint64_t capacity = in.size - kPstoreHeaderSize;
@@ -130,7 +130,8 @@ bool IsBinaryLog(uint8_t id) {
 void WritePmsg(const Section& in, int out) {
     ByteSource source(in.fd, RingOrder(in));
     OutBuffer buf(out);
-    // Twice the largest record, so a whole record is always in view.
+    // Refilled whenever less than the largest record lies ahead, so a whole
+    // record is always in view.
     std::vector<uint8_t> window(2 * kCopyChunk);
     size_t begin = 0;
     size_t fill = 0;

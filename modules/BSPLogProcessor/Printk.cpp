@@ -19,8 +19,8 @@
 #include <string_view>
 #include <vector>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/LittleEndian.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/SectionWriters.h"
 
@@ -52,7 +52,7 @@ class RecordWindow {
         const bool covered = pos >= mStart && pos <= held && (pos + len <= held || held >= mEnd);
         if (!covered) {
             size_t want = static_cast<size_t>(std::min<uint64_t>(kWindow, mEnd - pos));
-            ssize_t n = ReadAt(mFd, static_cast<int64_t>(pos), mBuf.data(), want);
+            ssize_t n = blackbox::read_at(mFd, static_cast<int64_t>(pos), mBuf.data(), want);
             if (n < 0) return -1;
             mStart = pos;
             mLen = static_cast<size_t>(n);

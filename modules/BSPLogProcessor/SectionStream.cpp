@@ -1,5 +1,6 @@
 #include "modules/BSPLogProcessor/SectionStream.h"
 
+#include <android-base/file.h>
 #include <errno.h>
 
 #include <algorithm>
@@ -7,7 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "modules/BSPLogProcessor/MinidumpIo.h"
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 
 namespace zelkor::tessel::Minidump {
@@ -24,7 +25,7 @@ ssize_t ByteSource::Read(void* out, size_t len) {
     const ByteRange& range = mRanges[mIndex];
     uint64_t left = range.size - mDone;
     size_t want = left < len ? static_cast<size_t>(left) : len;
-    ssize_t n = ReadAt(mFd, static_cast<int64_t>(range.offset + mDone), out, want);
+    ssize_t n = blackbox::read_at(mFd, static_cast<int64_t>(range.offset + mDone), out, want);
     if (n < 0) return -1;
     if (static_cast<size_t>(n) < want) mIndex = mRanges.size();  // the data ends here
     mDone += static_cast<uint64_t>(n);
@@ -68,7 +69,7 @@ void OutBuffer::Printf(const char* fmt, ...) {
 
 void OutBuffer::Flush() {
     if (mFailed || mPending.empty()) return;
-    if (!WriteAll(mFd, mPending.data(), mPending.size())) {
+    if (!android::base::WriteFully(mFd, mPending.data(), mPending.size())) {
         MD_LOGE("write last log file fail %d(%s)\n", errno, strerror(errno));
         mFailed = true;
     }

@@ -20,9 +20,10 @@ void WritePmsg(const Section& in, int out);
 void WriteText(const Section& in, int out);
 // The section's bytes as a hex dump ("md_TZ_IMEM").
 void WriteHexDump(const Section& in, int out);
-// The trust-zone log as it is, and translated with the dictionary ("md_ltz").
+// The trust-zone log as it is, and translated with the dictionary into
+// `parsed` unless that is -1 ("md_ltz").
 void WriteTzLog(const Section& in, int raw, int parsed);
-// The trust-zone diagnostic area ("md_TZ_DIAG").
+// The trust-zone diagnostic area, its log translated likewise ("md_TZ_DIAG").
 void WriteTzDiag(const Section& in, int out, int parsed);
 // The hypervisor diagnostic area ("md_HYP_DIAG").
 void WriteHypLog(const Section& in, int out);

@@ -47,7 +47,7 @@ void WriteTzLog(const Section& in, int raw, int parsed) {
     ByteSource source(in.fd, {{in.offset, in.size}});
     OutBuffer buf(raw);
     TzlogTranslator translator(parsed);
-    CopyText(source, buf, &translator);
+    CopyText(source, buf, parsed >= 0 ? &translator : nullptr);
 }
 
 void WriteHexDump(const Section& in, int out) {

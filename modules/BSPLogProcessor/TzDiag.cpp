@@ -19,6 +19,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/LittleEndian.h"
 #include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
@@ -59,7 +60,7 @@ struct TzDiagHeader {
 // Reads `len` bytes at `offset` of the area when they lie inside it.
 bool ReadIn(const Section& in, uint64_t offset, void* out, size_t len) {
     return RangeFits(offset, len, in.size) &&
-           ReadAt(in.fd, static_cast<int64_t>(in.offset + offset), out, len) ==
+           blackbox::read_at(in.fd, static_cast<int64_t>(in.offset + offset), out, len) ==
                    static_cast<ssize_t>(len);
 }
 
@@ -157,7 +158,7 @@ void WriteTzDiag(const Section& in, int outFd, int parsedFd) {
     ensure_tzlog_dict();
     ByteSource ring(in.fd, LogRanges(in, h));
     TzlogTranslator translator(parsedFd);
-    CopyText(ring, out, &translator, IsLegacy(h));
+    CopyText(ring, out, parsedFd >= 0 ? &translator : nullptr, IsLegacy(h));
 }
 
 }  // namespace zelkor::tessel::Minidump

@@ -1,5 +1,6 @@
 #include "modules/BSPLogProcessor/TzLogDict.h"
 
+#include <android-base/file.h>
 #include <errno.h>
 #include <sys/stat.h>
 
@@ -8,7 +9,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "platform/Platform.h"
 
@@ -184,7 +184,7 @@ void translate_tzlog(int fd, const char* text, size_t length) {
         TranslateLine(rest.substr(0, nl), out);
         rest.remove_prefix(nl + 1);
     }
-    if (!out.empty() && !WriteAll(fd, out.data(), out.size())) {
+    if (!out.empty() && !android::base::WriteFully(fd, out.data(), out.size())) {
         MD_LOGE("write tzlog translation fail %d(%s)\n", errno, strerror(errno));
     }
 }

@@ -94,7 +94,7 @@ TEST_F(FailHeaderTest, StoreIndexAndCountsRules) {
     for (Case c : {Case{9, 5, 0, 10}, Case{4, 10, 5, 10}, Case{2, 7, 3, 3}, Case{0, 0, 1, 1}}) {
         Put32(kMinidump, 8, c.store);
         Put32(kMinidump, 12, c.counts);
-        ASSERT_EQ(update_lastlog_header(fd, BlackboxHeaders{}), 0);
+        ASSERT_EQ(update_lastlog_header(fd, blackbox::BlackBoxHeaders{}), 0);
         EXPECT_EQ(GetLE(kMinidump, 8, 4), c.newStore) << c.store << "/" << c.counts;
         EXPECT_EQ(GetLE(kMinidump, 12, 4), c.newCounts) << c.store << "/" << c.counts;
     }

@@ -114,6 +114,11 @@ TEST_F(TzDiagTest, TzLogSectionIsCopiedAndTranslated) {
     EXPECT_EQ(Diag("last_tzlog_1"), "[5](42)\n[6](1 2)");
     // Text after the last newline is not translated; an unknown id keeps the line.
     EXPECT_EQ(Diag("last_tzlog_parsed_1"), "[5] MOD started\n");
+
+    // A translation that cannot be written does not cost the log itself.
+    std::filesystem::create_directories(Host(std::string(kDiag) + "/last_tzlog_parsed"));
+    Parse("md_ltz", 18, 0);
+    EXPECT_EQ(Diag("last_tzlog"), "[5](42)\n[6](1 2)");
 }
 
 TEST_F(TzDiagTest, TzImemIsAHexDump) {

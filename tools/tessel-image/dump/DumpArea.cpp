@@ -1,7 +1,7 @@
 #include "tools/tessel-image/dump/DumpArea.h"
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 
 namespace zelkor::tessel::image {
 
@@ -10,8 +10,7 @@ using namespace blackbox;
 DumpAreaBounds LocateDumpArea(int fd, bool inBlackbox, uint64_t fileLimit) {
     if (!inBlackbox) return {0, fileLimit, false};
     log_table_header table{};
-    if (Minidump::ReadAt(fd, 0, &table, sizeof(table)) == sizeof(table) &&
-        table.magic == kLogTableMagic) {
+    if (read_at(fd, 0, &table, sizeof(table)) == sizeof(table) && table.magic == kLogTableMagic) {
         return {table.minidump_offset, table.control_content_offset, true};
     }
     return {kDefaultMinidumpOffset, kDefaultControlContentOffset, false};

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpIo.h"
@@ -44,7 +45,7 @@ Json::Value InspectSections(int fd, uint64_t first, uint64_t end, uint32_t count
                                first < end ? (end - first) / sizeof(section_header) : 0);
     for (uint64_t i = 0; i < walk; ++i) {
         section_header s{};
-        if (Minidump::ReadAt(fd, first + i * sizeof(s), &s, sizeof(s)) != sizeof(s)) break;
+        if (read_at(fd, first + i * sizeof(s), &s, sizeof(s)) != sizeof(s)) break;
         std::string name = FieldText(s.name, sizeof(s.name) - 1);
         if ((s.flags & 1u) == 0 && name.empty()) continue;  // an unused header
         Json::Value section;
@@ -73,7 +74,7 @@ Json::Value InspectSlot(int fd, const last_log_header& header, const DumpAreaBou
     }
     slot["trusted"] = true;
     dump_header dump{};
-    Minidump::ReadAt(fd, at, &dump, sizeof(dump));
+    read_at(fd, at, &dump, sizeof(dump));
     slot["signature"] = MagicText(dump.signature);
     slot["valid"] = dump.signature == kRawDumpMagic;
     if (dump.signature != kRawDumpMagic) return slot;
@@ -83,7 +84,7 @@ Json::Value InspectSlot(int fd, const last_log_header& header, const DumpAreaBou
     uint64_t first = at + sizeof(dump);
     if (dump.version == kDumpVersion2) {
         dump_header_v2 v2{};
-        Minidump::ReadAt(fd, first, &v2, sizeof(v2));
+        read_at(fd, first, &v2, sizeof(v2));
         slot["time"] = FieldText(v2.time, sizeof(v2.time) - 1);
         slot["bootIndex"] = v2.boot_index;
         first += sizeof(v2);
@@ -108,7 +109,7 @@ Json::Value InspectDumpArea(int fd, uint64_t fileSize, bool inBlackbox) {
     Json::Value lastLog;
     last_log_header header{};
     if (!Minidump::RangeFits(area.base, sizeof(header), fileSize) ||
-        Minidump::ReadAt(fd, area.base, &header, sizeof(header)) != sizeof(header)) {
+        read_at(fd, area.base, &header, sizeof(header)) != sizeof(header)) {
         lastLog["trusted"] = false;
         result["lastLog"] = lastLog;
         result["slots"] = Json::Value(Json::arrayValue);

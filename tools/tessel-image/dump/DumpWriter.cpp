@@ -18,9 +18,9 @@
 #include <fstream>
 #include <iterator>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
 #include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "tools/tessel-image/dump/DumpArea.h"
 #include "tools/tessel-image/dump/DumpImage.h"
 
@@ -136,8 +136,10 @@ bool WriteDump(const DumpAddOptions& options, std::string* error) {
     }
     struct stat st {};
     fstat(fd, &st);
-    // A block device ends where it ends; an image file grows as needed.
-    uint64_t fileLimit = S_ISBLK(st.st_mode) ? Minidump::PartitionSize(fd) : UINT64_MAX;
+    // A block device ends where it ends (no room when its size cannot be
+    // told); an image file grows as needed.
+    const uint64_t fileLimit =
+            S_ISBLK(st.st_mode) ? std::max<int64_t>(partition_size(fd), 0) : UINT64_MAX;
     const bool inBlackbox = !options.minidumpPartition;
     DumpAreaBounds area = LocateDumpArea(fd, inBlackbox, fileLimit);
     bool ok = false;
@@ -147,7 +149,7 @@ bool WriteDump(const DumpAddOptions& options, std::string* error) {
             break;
         }
         last_log_header old{};
-        Minidump::ReadAt(fd, static_cast<int64_t>(area.base), &old, sizeof(old));
+        read_at(fd, static_cast<int64_t>(area.base), &old, sizeof(old));
         last_log_header header = NextLastLogHeader(old, options.slot);
         const int64_t slot = Minidump::dump_slot_offset(header, static_cast<uint32_t>(area.base),
                                                         inBlackbox, options.slot);
@@ -169,8 +171,8 @@ bool WriteDump(const DumpAddOptions& options, std::string* error) {
             *error = Errno(options.image);
             break;
         }
-        if (Minidump::WriteAt(fd, slot, dump.data(), dump.size()) < 0 ||
-            Minidump::WriteAt(fd, static_cast<int64_t>(area.base), &header, sizeof(header)) < 0) {
+        if (write_at(fd, slot, dump.data(), dump.size()) < 0 ||
+            write_at(fd, static_cast<int64_t>(area.base), &header, sizeof(header)) < 0) {
             *error = Errno(options.image);
             break;
         }
