@@ -76,8 +76,7 @@ TEST_F(DumpImageTest, ArgumentsAreChecked) {
           {"img", "--slot", "1", "--section", "a=b", "--bogus"},
           {"img", "--slot", "1", "--section", "a=b", "--version"},
           {"--slot", "1", "--section", "a=b"}}) {
-        EXPECT_FALSE(image::ParseDumpAddArgs(bad, &o, &error)) << ::testing::PrintToString(bad);
-        EXPECT_EQ(Add(bad), 2);
+        EXPECT_EQ(Add(bad), 2) << ::testing::PrintToString(bad);
     }
 }
 

@@ -76,6 +76,38 @@ class MinidumpTest : public ::testing::Test {
     void Put32(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 4); }
     void Put64(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 8); }
 
+    // A last-log header at `at`: slot 0 at 0x400, the slot distances of both
+    // cases.
+    void LastLog(const char* dev, uint64_t at, const char* magic, uint32_t store, uint32_t counts,
+                 uint64_t blackboxDistance, uint64_t minidumpDistance) const {
+        Put(dev, at, std::string(magic, 8));
+        Put32(dev, at + 8, store);
+        Put32(dev, at + 12, counts);
+        Put64(dev, at + 16, 0x400);
+        Put64(dev, at + 40, blackboxDistance);
+        Put64(dev, at + 48, minidumpDistance);
+    }
+    // A dump header at `slot`; version 0x2000 adds the time and boot index.
+    void DumpHeader(const char* dev, uint64_t slot, uint32_t version, uint32_t count,
+                    const std::string& time = "", uint32_t bootIndex = 0) const {
+        Put(dev, slot, "Raw_Dmp!");
+        Put32(dev, slot + 8, version);
+        Put32(dev, slot + 52, count);
+        if (version == 0x2000) {
+            Put(dev, slot + 56, time + std::string(20 - time.size(), '\0'));
+            Put32(dev, slot + 76, bootIndex);
+        }
+    }
+    // Section header `index` of a dump whose section headers start at `first`.
+    void SectionHeader(const char* dev, uint64_t first, int index, uint32_t flags,
+                       const std::string& name, uint64_t position, uint64_t size) const {
+        const uint64_t at = first + 64 * index;
+        Put32(dev, at, flags);
+        Put64(dev, at + 12, position);
+        Put64(dev, at + 20, size);
+        Put(dev, at + 44, name + std::string(20 - name.size(), '\0'));
+    }
+
     std::string Get(const std::string& devicePath, uint64_t offset, size_t len) const {
         std::string bytes(len, '\0');
         int fd = open(Host(devicePath).c_str(), O_RDONLY);

@@ -48,7 +48,7 @@ TEST_F(PmsgTest, TextRecordsBecomeLogcatLines) {
     EXPECT_EQ(ModeOf(std::string(kDiag) + "/last_logcat"), 0644u);
 }
 
-TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreStepedOver) {
+TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreSteppedOver) {
     std::string first = Record(0, 10, 11, kSec, 0, 3, "A", "first");
     std::string torn = Record(0, 12, 13, kSec, 0, 5, "B", "lost in the middle");
     std::string events = Record(2, 14, 15, kSec, 0, 0, "", "");
@@ -58,6 +58,8 @@ TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreStepedOver) {
     EXPECT_EQ(Decode(section),
               "11-14 22:13:20.000 10 11 D A:\tfirst\n"
               "11-14 22:13:20.000 16 17 V C:\tsecond\n");
+    EXPECT_EQ(Decode(std::string(4096, '\0')), "");
+    EXPECT_EQ(Decode(std::string(5, 'l')), "");
 }
 
 TEST_F(PmsgTest, PstoreRingIsReadFromItsOldestByte) {
@@ -74,11 +76,6 @@ TEST_F(PmsgTest, PstoreRingIsReadFromItsOldestByte) {
     EXPECT_EQ(Decode(section),
               "11-14 22:13:20.000 1 1 I Old:\toldest\n"
               "11-14 22:13:21.000 2 2 I New:\tnewest\n");
-}
-
-TEST_F(PmsgTest, EmptyOrZeroedSectionWritesNothing) {
-    EXPECT_EQ(Decode(std::string(4096, '\0')), "");
-    EXPECT_EQ(Decode(std::string(5, 'l')), "");
 }
 
 }  // namespace
