@@ -17,7 +17,16 @@ namespace {
 constexpr size_t kUndefInstrRank = kCpuErrorKeywordCount;
 constexpr size_t kListCorruptionRank = kUndefInstrRank + 1;
 
-int CpuErrorRank(std::string_view line, size_t limit) {
+crash_type_enum CpuErrorTypeOfRank(int rank) {
+    if (rank < 0) return CRASH_NONE;
+    if (static_cast<size_t>(rank) == kUndefInstrRank) return CRASH_CPU_CACHE_UNDEF_INSTR;
+    if (static_cast<size_t>(rank) == kListCorruptionRank) return CRASH_LIST_CORRUPTION;
+    return static_cast<crash_type_enum>(CRASH_CPU_LLCC_DATA_SINGLE + rank);
+}
+
+}  // namespace
+
+int cpu_error_rank(std::string_view line, size_t limit) {
     int rank = kCpuErrorKeywords.find(line, limit);
     if (rank >= 0) return rank;
     if (limit > kUndefInstrRank && kUndefInstrKeywords.find(line) >= 0) {
@@ -29,26 +38,8 @@ int CpuErrorRank(std::string_view line, size_t limit) {
     return -1;
 }
 
-crash_type_enum CpuErrorTypeOfRank(int rank) {
-    if (rank < 0) return CRASH_NONE;
-    if (static_cast<size_t>(rank) == kUndefInstrRank) return CRASH_CPU_CACHE_UNDEF_INSTR;
-    if (static_cast<size_t>(rank) == kListCorruptionRank) return CRASH_LIST_CORRUPTION;
-    return static_cast<crash_type_enum>(CRASH_CPU_LLCC_DATA_SINGLE + rank);
-}
-
-}  // namespace
-
 crash_type_enum cpu_error_type_of_line(std::string_view line) {
-    return CpuErrorTypeOfRank(CpuErrorRank(line, static_cast<size_t>(-1)));
-}
-
-bool detect_cpu_error_in_kmsg(LogLines& kmsg, crash_main_type_enum& main_type,
-                              crash_type_enum& sub_type, std::string& reason, std::string& detail) {
-    if (!kmsg.seek(0)) return false;
-    FirstHit hit = scan_first_hit(kmsg, CpuErrorRank);
-    if (hit.rank < 0) return false;
-    CrashResult{main_type, sub_type, reason, detail}.set(CpuErrorTypeOfRank(hit.rank), hit.line);
-    return true;
+    return CpuErrorTypeOfRank(cpu_error_rank(line, static_cast<size_t>(-1)));
 }
 
 bool detect_cpu_edac_in_cpusys(crash_main_type_enum& main_type, crash_type_enum& sub_type,
@@ -101,11 +92,13 @@ bool detect_cpu_edac_in_tzlog(crash_main_type_enum& main_type, crash_type_enum& 
     return false;
 }
 
-bool detect_cpu_error(LogLines& kmsg, crash_main_type_enum& main_type, crash_type_enum& sub_type,
-                      std::string& reason, std::string& detail) {
-    return detect_cpu_error_in_kmsg(kmsg, main_type, sub_type, reason, detail) ||
-           detect_cpu_edac_in_cpusys(main_type, sub_type, reason, detail) ||
-           detect_cpu_edac_in_tzlog(main_type, sub_type, reason, detail);
+bool detect_cpu_error(const FirstHit& kmsgHit, const CrashResult& out) {
+    if (kmsgHit.rank >= 0) {
+        out.set(CpuErrorTypeOfRank(kmsgHit.rank), kmsgHit.line);
+        return true;
+    }
+    return detect_cpu_edac_in_cpusys(out.mainType, out.subType, out.reason, out.detail) ||
+           detect_cpu_edac_in_tzlog(out.mainType, out.subType, out.reason, out.detail);
 }
 
 }  // namespace zelkor::tessel::Minidump

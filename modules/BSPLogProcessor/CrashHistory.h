@@ -72,6 +72,10 @@ int write_to_partition_crash_history(const CrashHistoryPartition& history,
 // when the file could not be written.
 int sync_to_file_md_history(const CrashHistoryPartition& history);
 
+// Replaces "/data/vendor/diag/md_history" with `text`: created private, mode
+// 0644 once written. False after a log line when it could not be written.
+bool write_md_history_file(const std::string& text);
+
 // Classifies the previous boot's end, reports it, records it in the history
 // and regenerates "md_history".
 void record_crash_history();

@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
@@ -76,6 +77,12 @@ static_assert(sizeof(crash_history_record) == 548);
 static_assert(offsetof(crash_history_record, text) == 32);
 static_assert(sizeof(md_his_header) == 25);
 static_assert(offsetof(md_his_header, next_off) == 20);
+
+// Whether `header` carries the history's magic; nothing else in it can be
+// believed without.
+inline bool crash_history_magic_ok(const crash_history_header& header) {
+    return memcmp(header.magic, kCrashHistoryMagic, sizeof(header.magic)) == 0;
+}
 
 // Offset of record slot `slot` from the history offset.
 constexpr uint64_t crash_history_slot_offset(uint32_t slot) {

@@ -12,10 +12,6 @@ namespace zelkor::tessel::Minidump {
 
 namespace {
 
-bool magic_ok(const crash_history_header& header) {
-    return memcmp(header.magic, kCrashHistoryMagic, sizeof(header.magic)) == 0;
-}
-
 // A history that was never written (or is damaged beyond its magic) starts
 // over empty.
 void init_header(crash_history_header* header) {
@@ -59,7 +55,7 @@ int write_to_partition_crash_history(const CrashHistoryPartition& history,
         MD_LOGE("crash_history: read header fail %d(%s)\n", errno, strerror(errno));
         return -1;
     }
-    if (!magic_ok(header)) {
+    if (!crash_history_magic_ok(header)) {
         init_header(&header);
     } else if (header.magic2 != kCrashHistoryMagic2) {
         header.magic2 = kCrashHistoryMagic2;

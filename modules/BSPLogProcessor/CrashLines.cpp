@@ -33,4 +33,39 @@ bool LogLines::seek(uint64_t position) {
     return true;
 }
 
+std::string_view trim_line_end(std::string_view line) {
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+    return line;
+}
+
+LineRanker keyword_ranker(const KeywordList& list) {
+    return [&list](std::string_view line, size_t limit) { return list.find(line, limit); };
+}
+
+bool FirstHit::offer(int found, std::string_view text, uint64_t nextLine) {
+    if (found >= 0) {
+        rank = found;
+        line.assign(text);
+        next = nextLine;
+    }
+    return rank == 0;
+}
+
+FirstHit scan_first_hit(LogLines& lines, const LineRanker& ranker) {
+    FirstHit hit;
+    std::string_view line;
+    while (lines.next(&line)) {
+        if (hit.offer(ranker(line, hit.limit()), line, lines.position())) break;
+    }
+    return hit;
+}
+
+bool skip_past_line(LogLines& lines, const char* marker) {
+    std::string_view line;
+    while (lines.next(&line)) {
+        if (line.find(marker) != std::string_view::npos) return true;
+    }
+    return false;
+}
+
 }  // namespace zelkor::tessel::Minidump

@@ -1,4 +1,5 @@
-// Line-wise reading of the text files the crash classification looks at.
+// Line-wise reading and scanning of the text files the crash classification
+// and the crash histories look at.
 //
 // These files come from a crashed boot: they may be cut short, hold binary
 // runs or NUL bytes, or be far larger than any log should be. Lines are read
@@ -9,7 +10,11 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <string>
 #include <string_view>
+
+#include "modules/BSPLogProcessor/CrashKeywords.h"
 
 namespace zelkor::tessel::Minidump {
 
@@ -41,5 +46,36 @@ class LogLines {
     uint64_t mLimit;
     char mLine[kCrashLineBuffer];
 };
+
+// `line` without its line end ("\n", "\r\n").
+std::string_view trim_line_end(std::string_view line);
+
+// Ranks a line: the lowest rank below `limit` that the line shows, or -1.
+using LineRanker = std::function<int(std::string_view line, size_t limit)>;
+
+// Ranks a line by the first entry of `list` it contains.
+LineRanker keyword_ranker(const KeywordList& list);
+
+// The lowest rank a scan has met so far, with the first line that showed it.
+struct FirstHit {
+    int rank = -1;      // -1: nothing matched
+    std::string line;   // first line that shows `rank`
+    uint64_t next = 0;  // offset of the line after it
+
+    // Only a rank below this can change the answer.
+    size_t limit() const { return rank < 0 ? static_cast<size_t>(-1) : static_cast<size_t>(rank); }
+    // Takes the rank `found` for `text` (the line before offset `nextLine`)
+    // unless it is -1, which a ranker given limit() returns for anything not
+    // better; true once rank 0, the best there is, has been met.
+    bool offer(int found, std::string_view text, uint64_t nextLine);
+};
+
+// Reads the rest of the file once and returns the lowest rank shown anywhere
+// in it, with the first line that shows it. The same answer as trying each
+// rank over the whole file in turn, in one pass.
+FirstHit scan_first_hit(LogLines& lines, const LineRanker& ranker);
+
+// Reads lines up to and including the first one that contains `marker`.
+bool skip_past_line(LogLines& lines, const char* marker);
 
 }  // namespace zelkor::tessel::Minidump

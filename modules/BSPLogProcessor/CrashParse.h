@@ -69,20 +69,17 @@ bool detect_xbl_sc_log_partion();
 // CRASH_NONE when the line reports none.
 crash_type_enum cpu_error_type_of_line(std::string_view line);
 
-// Each detector fills the outputs and returns true when it recognises a CPU
-// error. The kernel log is read from its start; the earliest marker in the
-// order above wins, wherever in the log it is.
-bool detect_cpu_error_in_kmsg(LogLines& kmsg, crash_main_type_enum& main_type,
-                              crash_type_enum& sub_type, std::string& reason, std::string& detail);
+// A CPU error the kernel log itself reports is found in the same pass that
+// classifies the kernel log: the earliest marker in the order above wins,
+// wherever in the log it is. The EDAC detectors below fill the outputs and
+// return true when they recognise a CPU error.
+
 // An EDAC interrupt in "last_cpusys" and the error status after it.
 bool detect_cpu_edac_in_cpusys(crash_main_type_enum& main_type, crash_type_enum& sub_type,
                                std::string& reason, std::string& detail);
 // The trust zone's EDAC record ("(700181" CPU, status, misc) in "last_tzlog".
 bool detect_cpu_edac_in_tzlog(crash_main_type_enum& main_type, crash_type_enum& sub_type,
                               std::string& reason, std::string& detail);
-// All of them, in the order above.
-bool detect_cpu_error(LogLines& kmsg, crash_main_type_enum& main_type, crash_type_enum& sub_type,
-                      std::string& reason, std::string& detail);
 
 // Splits a trust-zone EDAC record: the three words after "(700181", with
 // brackets and separators dropped, each cut to 31 characters. False when the

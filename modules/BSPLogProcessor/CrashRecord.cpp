@@ -5,10 +5,9 @@ namespace zelkor::tessel::Minidump {
 
 void record_crash_line(std::string_view line, crash_type_enum type, std::string& reason,
                        std::string& detail) {
-    // The detail ends up inside one record line of the history.
-    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
     reason = crash_type_name(type);
-    detail.assign(line);
+    // The detail ends up inside one record line of the history.
+    detail.assign(trim_line_end(line));
 }
 
 void CrashResult::set(crash_type_enum type, std::string_view line) const {

@@ -1,12 +1,11 @@
 // Helpers shared by the crash classification's sources; not for other users.
+// The line scanning they build on is in CrashLines.h.
 #pragma once
 
-#include <cstdint>
-#include <functional>
+#include <cstddef>
 #include <string>
 #include <string_view>
 
-#include "modules/BSPLogProcessor/CrashKeywords.h"
 #include "modules/BSPLogProcessor/CrashLines.h"
 #include "modules/BSPLogProcessor/CrashTypes.h"
 
@@ -26,25 +25,15 @@ struct CrashResult {
     bool found() const { return subType != CRASH_NONE; }
 };
 
-// Ranks a line: the lowest rank below `limit` that the line shows, or -1.
-using LineRanker = std::function<int(std::string_view line, size_t limit)>;
+// Ranks a kernel line by the CPU error it reports, in the order of
+// cpu_error_type_of_line(); a LineRanker.
+int cpu_error_rank(std::string_view line, size_t limit);
 
-// Ranks a line by the first entry of `list` it contains.
-LineRanker keyword_ranker(const KeywordList& list);
-
-struct FirstHit {
-    int rank = -1;      // -1: nothing matched
-    std::string line;   // first line that shows `rank`
-    uint64_t next = 0;  // offset of the line after it
-};
-
-// Reads the rest of the file once and returns the lowest rank shown anywhere
-// in it, with the first line that shows it. The same answer as trying each
-// rank over the whole file in turn, in one pass.
-FirstHit scan_first_hit(LogLines& lines, const LineRanker& ranker);
-
-// Reads lines up to and including the first one that contains `marker`.
-bool skip_past_line(LogLines& lines, const char* marker);
+// The CPU error behind a kernel panic: the one the kernel log showed
+// (`kmsgHit`, its best line by cpu_error_rank), else an EDAC status in
+// "last_cpusys", else the trust zone's EDAC record in "last_tzlog". Fills
+// `out` and returns true when one of them names an error.
+bool detect_cpu_error(const FirstHit& kmsgHit, const CrashResult& out);
 
 // The run's call trace, filled while the kernel log is open.
 std::string& mutable_crash_stacktrace();

@@ -1,6 +1,5 @@
 #include "modules/BSPLogProcessor/FallbackHistory.h"
 
-#include <android-base/file.h>
 #include <android-base/stringprintf.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -11,9 +10,9 @@
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/BootDotting.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"
+#include "modules/BSPLogProcessor/CrashKeywords.h"
+#include "modules/BSPLogProcessor/CrashLines.h"
 #include "modules/BSPLogProcessor/CrashParse.h"
-#include "modules/BSPLogProcessor/CrashScan.h"
-#include "modules/BSPLogProcessor/DiagFiles.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
@@ -61,25 +60,10 @@ bool area_fits(int fd, const char* path) {
     return false;
 }
 
-void write_history_file(const std::string& text) {
-    int out = OpenDiagFile(kMdHistoryFile, O_TRUNC);
-    if (out < 0) return;
-    if (!android::base::WriteFully(out, text.data(), text.size())) {
-        MD_LOGE("write %s fail %d(%s)\n", kMdHistoryFile, errno, strerror(errno));
-    }
-    CloseDiagFile(out, kMdHistoryFile);
-}
-
-}  // namespace
-
-std::string last_kmsg_summary() {
-    LogLines kmsg(kLastKmsg);
-    if (!kmsg.ok()) return "";
-    std::string line = scan_first_hit(kmsg, keyword_ranker(kLastKmsgSummaryKeywords)).line;
-    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
-    return line;
-}
-
+// Adds "<item_count>) <line>\n" (at most 512 bytes) to the dump history on
+// `fd`, initialising a header without the "MNDPHIST" mark first; `header`
+// receives the header as written. -1 when the area could not be read or
+// written.
 int add_minidump_history_item(int fd, const std::string& line, md_his_header* header) {
     if (!read_header(fd, header)) {
         MD_LOGE("read md_his_header fail %d(%s)\n", errno, strerror(errno));
@@ -113,6 +97,8 @@ int add_minidump_history_item(int fd, const std::string& line, md_his_header* he
     return 0;
 }
 
+// The item text the header says is there: up to next_off, or the whole item
+// space once it has wrapped.
 std::string read_minidump_history(int fd, const md_his_header& header) {
     // Unsigned: a position below the item space reads as the whole space.
     uint32_t length = header.next_off - kMdHistoryItemsOffset;
@@ -121,6 +107,15 @@ std::string read_minidump_history(int fd, const md_his_header& header) {
     const ssize_t n = blackbox::read_at(fd, kMdHistoryItemsOffset, text.data(), length);
     text.resize(n < 0 ? 0 : static_cast<size_t>(n));
     return text;
+}
+
+}  // namespace
+
+std::string last_kmsg_summary() {
+    LogLines kmsg(kLastKmsg);
+    if (!kmsg.ok()) return "";
+    const FirstHit hit = scan_first_hit(kmsg, keyword_ranker(kLastKmsgSummaryKeywords));
+    return std::string(trim_line_end(hit.line));
 }
 
 void update_minidump_history() {
@@ -158,7 +153,7 @@ void update_minidump_history() {
     }
     const std::string text = read_minidump_history(fd, header);
     close(fd);
-    write_history_file(text);
+    write_md_history_file(text);
 }
 
 }  // namespace zelkor::tessel::Minidump

@@ -9,24 +9,12 @@
 
 #include <string>
 
-#include "modules/BSPLogProcessor/CrashHistoryLayout.h"
-
 namespace zelkor::tessel::Minidump {
 
 // The line the last kernel log gives for a history: the line of the first
 // summary keyword found in "/data/vendor/diag/last_kmsg" (earlier keywords
 // win), without its line end; empty when there is none.
 std::string last_kmsg_summary();
-
-// Adds "<item_count>) <line>\n" (at most 512 bytes) to the dump history on
-// `fd`, initialising a header without the "MNDPHIST" mark first; `header`
-// receives the header as written. -1 when the area could not be read or
-// written.
-int add_minidump_history_item(int fd, const std::string& line, md_his_header* header);
-
-// The item text the header says is there: up to next_off, or the whole item
-// space once it has wrapped.
-std::string read_minidump_history(int fd, const md_his_header& header);
 
 // The whole step: on a normal boot (no new dump, power-up reason not
 // "other") only copies an existing dump history to "md_history"; otherwise

@@ -32,18 +32,29 @@ crash_type_enum KeywordType(size_t keyword) {
 
 // True when the log named the crash; its call trace is then recorded too.
 bool ClassifyKernelLog(LogLines& kmsg, const CrashResult& out) {
-    FirstHit hit = scan_first_hit(kmsg, KernelRank);
-    if (hit.rank < 0) return false;
-    const size_t rank = static_cast<size_t>(hit.rank);
+    // One pass finds both the line that names the crash and the CPU error
+    // that may explain a panic; a BUG line settles it at once.
+    FirstHit crash;
+    FirstHit cpu;
+    std::string_view line;
+    while (kmsg.next(&line)) {
+        if (crash.offer(KernelRank(line, crash.limit()), line, kmsg.position())) break;
+        // A CPU error only matters behind a panic.
+        if (crash.rank < 0 || static_cast<size_t>(crash.rank) == kPanicRank) {
+            cpu.offer(cpu_error_rank(line, cpu.limit()), line, kmsg.position());
+        }
+    }
+    if (crash.rank < 0) return false;
+    const size_t rank = static_cast<size_t>(crash.rank);
     if (rank == kBugRank) {
-        out.set(CRASH_KPANIC, hit.line);
+        out.set(CRASH_KPANIC, crash.line);
     } else if (rank < kPanicRank) {
-        out.set(KeywordType(rank - kFirstKeywordRank), hit.line);
-    } else if (!detect_cpu_error(kmsg, out.mainType, out.subType, out.reason, out.detail)) {
-        out.set(CRASH_KPANIC, hit.line);
+        out.set(KeywordType(rank - kFirstKeywordRank), crash.line);
+    } else if (!detect_cpu_error(cpu, out)) {
+        out.set(CRASH_KPANIC, crash.line);
     }
     // The trace that belongs to the crash follows the line that named it.
-    if (kmsg.seek(hit.next)) record_crash_calltrace(kmsg, mutable_crash_stacktrace());
+    if (kmsg.seek(crash.next)) record_crash_calltrace(kmsg, mutable_crash_stacktrace());
     return true;
 }
 

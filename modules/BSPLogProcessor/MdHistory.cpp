@@ -13,10 +13,9 @@ namespace zelkor::tessel::Minidump {
 
 namespace {
 
-// Appends the records' texts to `out` in ring order; false when writing the
-// file failed.
-bool copy_records(const CrashHistoryPartition& history, const crash_history_header& header,
-                  int out) {
+// The records' texts in ring order.
+std::string record_texts(const CrashHistoryPartition& history, const crash_history_header& header) {
+    std::string text;
     for (uint32_t slot : crash_history_ring_order(header.current_num)) {
         crash_history_record record{};
         if (blackbox::read_at(history.fd, history.offset + crash_history_slot_offset(slot), &record,
@@ -30,27 +29,30 @@ bool copy_records(const CrashHistoryPartition& history, const crash_history_head
                     static_cast<unsigned long long>(record.length));
             continue;
         }
-        if (!android::base::WriteFully(out, record.text, record.length)) {
-            MD_LOGE("write %s fail %d(%s)\n", kMdHistoryFile, errno, strerror(errno));
-            return false;
-        }
+        text.append(record.text, record.length);
     }
-    return true;
+    return text;
 }
 
 }  // namespace
 
-int sync_to_file_md_history(const CrashHistoryPartition& history) {
+bool write_md_history_file(const std::string& text) {
     int out = OpenDiagFile(kMdHistoryFile, O_TRUNC);
-    if (out < 0) return -1;
-    bool ok = true;
+    if (out < 0) return false;
+    const bool ok = android::base::WriteFully(out, text.data(), text.size());
+    if (!ok) MD_LOGE("write %s fail %d(%s)\n", kMdHistoryFile, errno, strerror(errno));
+    CloseDiagFile(out, kMdHistoryFile);
+    return ok;
+}
+
+int sync_to_file_md_history(const CrashHistoryPartition& history) {
+    std::string text;
     crash_history_header header{};
     if (blackbox::read_at(history.fd, history.offset, &header, sizeof(header)) == sizeof(header) &&
-        memcmp(header.magic, kCrashHistoryMagic, sizeof(header.magic)) == 0) {
-        ok = copy_records(history, header, out);
+        crash_history_magic_ok(header)) {
+        text = record_texts(history, header);
     }
-    CloseDiagFile(out, kMdHistoryFile);
-    return ok ? 0 : -1;
+    return write_md_history_file(text) ? 0 : -1;
 }
 
 }  // namespace zelkor::tessel::Minidump

@@ -8,7 +8,6 @@ add_library(tessel_crash STATIC
     CrashLines.cpp
     CrashParse.cpp
     CrashRecord.cpp
-    CrashScan.cpp
     CrashTypes.cpp
     EdacDiag.cpp
     GeneralLogUtils.cpp

@@ -13,6 +13,8 @@ TEST(CpuErrorLine, MarkersMapToTheirSubTypes) {
               CRASH_CPU_LLCC_DATA_MULTI);
     EXPECT_EQ(cpu_error_type_of_line("LLCC Tag RAM uncorrectable Error"), CRASH_CPU_LLCC_TAG_MULTI);
     EXPECT_EQ(cpu_error_type_of_line("Kryo L1 Correctable Error"), CRASH_CPU_CACHE_L1_SINGLE);
+    EXPECT_EQ(cpu_error_type_of_line("Kryo L2 Uncorrectable Error on cpu2"),
+              CRASH_CPU_CACHE_L2_MULTI);
     EXPECT_EQ(cpu_error_type_of_line("CPU7 L3 Uncorrectable Error"), CRASH_CPU_CACHE_L3_MULTI);
     EXPECT_EQ(cpu_error_type_of_line("[ 5.0][ T1] pc : do_undefinstr+0x2a0/0x2c4"),
               CRASH_CPU_CACHE_UNDEF_INSTR);
@@ -20,18 +22,6 @@ TEST(CpuErrorLine, MarkersMapToTheirSubTypes) {
               CRASH_LIST_CORRUPTION);
     EXPECT_EQ(cpu_error_type_of_line("kryo l2 correctable error"), CRASH_NONE);
     EXPECT_EQ(cpu_error_type_of_line("lr : do_undefinstr+0x10/0x2c4"), CRASH_NONE);
-}
-
-TEST_F(CrashTest, KernelLogCpuErrorsGoByTableOrderNotPosition) {
-    Write(kLastKmsg,
-          "[ 1.0][ C0] list_del corruption, ffff00 next is NULL\n"
-          "[ 2.0][ C1] Kryo L1 Correctable Error\n"
-          "[ 3.0][ C2] LLCC Tag RAM correctable Error\n");
-    LogLines kmsg(kLastKmsg);
-    Verdict v;
-    ASSERT_TRUE(detect_cpu_error_in_kmsg(kmsg, v.mainType, v.subType, v.reason, v.detail));
-    EXPECT_VERDICT(v, CRASH_MAIN_CPU, CRASH_CPU_LLCC_TAG_SINGLE, "cpu_llcc_tag_single",
-                   "[ 3.0][ C2] LLCC Tag RAM correctable Error");
 }
 
 TEST_F(CrashTest, CpusysEdacStatusCountsOnlyAfterTheInterrupt) {
@@ -51,19 +41,38 @@ TEST_F(CrashTest, CpusysEdacStatusCountsOnlyAfterTheInterrupt) {
     EXPECT_EQ(v.subType, CRASH_CPU_EDAC_CORRECT);
 }
 
-TEST_F(CrashTest, PanicFallsBackToCpusysThenTzlogEdac) {
+TEST_F(CrashTest, PanicIsKpanicUnlessACpuErrorExplainsIt) {
     NewDump(true);
-    Write(kLastKmsg, "[ 9.0][ T1] Kernel panic - not syncing: Asynchronous SError Interrupt\n");
+    const std::string panic = "[ 9.0][ T1] Kernel panic - not syncing: Asynchronous SError\n";
+    Write(kLastKmsg, panic);
+    EXPECT_VERDICT(Parse(), CRASH_MAIN_KERNEL, CRASH_KPANIC, "kpanic",
+                   "[ 9.0][ T1] Kernel panic - not syncing: Asynchronous SError");
+
+    // Nothing in the kernel log: the trust zone's EDAC record after its boot
+    // status, a clear status passed over...
     Write(kLastTzlog,
           "(700181 1 ce000002 0)\nBoot Status :\n[0x1a] (700181 0 0 0)\n"
           "[0x2c1a88f1] (700181 2 cc800002 30000000)\n");
     EXPECT_VERDICT(Parse(), CRASH_MAIN_CPU, CRASH_CPU_EDAC_UNCORRECT, "cpu_edac_uncorrect",
                    "TZBSP_EC_EDAC_STATUS  ARM EDAC CPU 2 ERXSTATUS_EL1 = 0xcc800002 "
                    "ERXMISC0_EL1 = 0x30000000");
-
+    // ...unless "last_cpusys" has one first.
     Write(kLastCpusys, "EDAC PPI interrupt received\nERXSTATUS_EL1: ce000002\n");
     EXPECT_EQ(Parse().subType, CRASH_CPU_EDAC_CORRECT);
     EXPECT_EQ(Parse().detail, "ERXSTATUS_EL1: ce000002");
+
+    // The kernel log's own CPU errors come first, by table order, not
+    // position, wherever they stand around the panic.
+    Write(kLastKmsg, "[ 1.0][ C0] list_del corruption, ffff00 next is NULL\n" + panic +
+                             "[ 2.0][ C1] Kryo L1 Correctable Error\n"
+                             "[ 3.0][ C2] LLCC Tag RAM correctable Error\n");
+    EXPECT_VERDICT(Parse(), CRASH_MAIN_CPU, CRASH_CPU_LLCC_TAG_SINGLE, "cpu_llcc_tag_single",
+                   "[ 3.0][ C2] LLCC Tag RAM correctable Error");
+    // A crash keyword needs no explaining.
+    Write(kLastKmsg, "[ 1.0][ C1] Kryo L1 Correctable Error\n[ 1.5][ T1] Trigger a crash\n" +
+                             panic + "[ 2.0][ C1] Kryo L1 Correctable Error\n");
+    EXPECT_VERDICT(Parse(), CRASH_MAIN_KERNEL, CRASH_KPANIC, "kpanic",
+                   "[ 1.5][ T1] Trigger a crash");
 }
 
 TEST(EdacDiag, SplitsTheThreeWordsAfterTheCode) {
