@@ -15,6 +15,19 @@
 
 namespace zelkor::tessel::Minidump {
 
+namespace {
+
+constexpr char kDottingSource[] = "black_box";
+
+// The dotting record "{"<index>", "black_box", "<time>", "<reasons>"}\n".
+std::string boot_dotting_record(uint64_t index, const std::string& reasons) {
+    return android::base::StringPrintf("{\"%lu\", \"%s\", \"%s\", \"%s\"}\n",
+                                       static_cast<unsigned long>(index), kDottingSource,
+                                       run_time_text().c_str(), reasons.c_str());
+}
+
+}  // namespace
+
 std::string read_boot_reason(const char* node) {
     int fd = open(platform::DevicePath(node).c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
@@ -40,12 +53,6 @@ std::string boot_reason_text() {
                                                    up.c_str(), off.c_str());
     if (text.size() > kBootReasonTextMax) text.resize(kBootReasonTextMax);
     return text;
-}
-
-std::string boot_dotting_record(uint64_t index, const std::string& reasons) {
-    return android::base::StringPrintf("{\"%lu\", \"%s\", \"%s\", \"%s\"}\n",
-                                       static_cast<unsigned long>(index), kDottingSource,
-                                       run_time_text().c_str(), reasons.c_str());
 }
 
 bool black_box_dotting(blackbox::BlackBoxHeaders* headers, const blackbox::SysinfoFn& get_sysinfo) {

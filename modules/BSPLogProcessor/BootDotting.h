@@ -17,7 +17,6 @@ constexpr char kPoweroffReasonNode[] = "/sys/bootinfo/poweroff_reason";
 constexpr size_t kBootReasonReadMax = 512;
 // Longest reason text of the record.
 constexpr size_t kBootReasonTextMax = 399;
-constexpr char kDottingSource[] = "black_box";
 
 // The text of a boot info node: up to 512 bytes, the last byte read (the
 // node's line end) dropped. Empty when the node cannot be read.
@@ -26,9 +25,6 @@ std::string read_boot_reason(const char* node);
 // "powerup_reason:%s, power_off_reason:%s" from the two boot info nodes, at
 // most 399 characters.
 std::string boot_reason_text();
-
-// The dotting record "{"<index>", "black_box", "<time>", "<reasons>"}\n".
-std::string boot_dotting_record(uint64_t index, const std::string& reasons);
 
 // Opens the blackbox partition, runs the header pass (repairs, boot index
 // property) into `headers` and writes the boot reasons as the next dotting

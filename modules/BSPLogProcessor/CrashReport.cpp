@@ -33,6 +33,8 @@ constexpr unsigned int kEventIds[] = {
         901006018,  // CRASH_MAIN_DUMP_PROCESS_FAIL
 };
 static_assert(std::size(kEventIds) == CRASH_MAIN_TYPE_COUNT);
+// An event carries at most 512 bytes of call trace; the capture keeps less.
+static_assert(kStacktraceMax < 512);
 
 void publish_reason(const std::string& reason) {
     if (!platform::SetProperty(kCrashReasonProperty, reason)) {
@@ -41,7 +43,7 @@ void publish_reason(const std::string& reason) {
 }
 
 void send_event(unsigned int id, const std::string& reason, const std::string& detail) {
-    const std::string trace = crash_stacktrace().substr(0, kReportStacktraceMax);
+    const std::string& trace = crash_stacktrace();
     MD_PRINT("g_stacktrace size = 0x%x\n", static_cast<unsigned>(trace.size()));
     android::PelloraEvent event(id);
     event.putString(kEventStacktrace, trace);

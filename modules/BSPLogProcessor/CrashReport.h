@@ -2,18 +2,15 @@
 // reporting client (Pellora) and the reason in "vendor.minidump.crash_reason".
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "modules/BSPLogProcessor/CrashTypes.h"
 
 namespace zelkor::tessel::Minidump {
 
-constexpr char kCrashReasonProperty[] = "vendor.minidump.crash_reason";
 // The reason published when the previous boot ended normally.
 constexpr char kNormalReason[] = "Normal";
-// Longest call trace sent with an event.
-constexpr size_t kReportStacktraceMax = 511;
 
 // The values of a crash event, by key.
 constexpr char kEventStacktrace[] = "Stacktrace";

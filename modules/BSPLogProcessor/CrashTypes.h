@@ -7,6 +7,9 @@
 
 namespace zelkor::tessel::Minidump {
 
+// Where the boot run publishes the reason name of the last crash.
+constexpr char kCrashReasonProperty[] = "vendor.minidump.crash_reason";
+
 enum crash_main_type_enum : uint32_t {
     CRASH_MAIN_NONE = 0,
     CRASH_MAIN_KERNEL = 1,

@@ -1,5 +1,6 @@
 #include "modules/BSPLogProcessor/GeneralLogUtils.h"
 
+#include <android-base/file.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "modules/BSPLogProcessor/CrashTypes.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "platform/Platform.h"
 #include "platform/Properties.h"
@@ -17,23 +19,10 @@ namespace zelkor::tessel {
 
 namespace {
 
-constexpr char kCrashReasonProperty[] = "vendor.minidump.crash_reason";
-constexpr char kOtherHardreset[] = "other_hardreset";
 constexpr size_t kStampMax = 70;
 constexpr size_t kNodePiece = 512;
 // A PMIC log node is one page; anything far beyond is not a log.
 constexpr size_t kNodeMax = 1024 * 1024;
-
-bool WriteAll(int fd, const char* data, size_t len) {
-    while (len > 0) {
-        ssize_t n = write(fd, data, len);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        len -= static_cast<size_t>(n);
-    }
-    return true;
-}
 
 }  // namespace
 
@@ -47,9 +36,10 @@ void GeneralLogUtils::setCrashReason(const std::string& reason) {
 }
 
 bool GeneralLogUtils::is_other_restart_type() {
-    const std::string reason =
-            crashReason().empty() ? platform::GetProperty(kCrashReasonProperty, "") : crashReason();
-    return reason == kOtherHardreset;
+    const std::string reason = crashReason().empty()
+                                       ? platform::GetProperty(Minidump::kCrashReasonProperty, "")
+                                       : crashReason();
+    return reason == Minidump::crash_type_name(Minidump::CRASH_OTHER_HARDRESET);
 }
 
 int GeneralLogUtils::add_uefilog_time(const std::string& path) {
@@ -88,7 +78,7 @@ int GeneralLogUtils::read_node(const std::string& node, const std::string& path)
         close(in);
         return 1;
     }
-    bool ok = WriteAll(out, "\n", 1);
+    bool ok = android::base::WriteFully(out, "\n", 1);
     char piece[kNodePiece];
     for (size_t copied = 0; ok && copied < kNodeMax;) {
         ssize_t n = read(in, piece, std::min(sizeof(piece), kNodeMax - copied));
@@ -97,7 +87,7 @@ int GeneralLogUtils::read_node(const std::string& node, const std::string& path)
             ok = n == 0;
             break;
         }
-        ok = WriteAll(out, piece, static_cast<size_t>(n));
+        ok = android::base::WriteFully(out, piece, static_cast<size_t>(n));
         copied += static_cast<size_t>(n);
     }
     if (!ok)
