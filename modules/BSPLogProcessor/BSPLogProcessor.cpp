@@ -30,20 +30,22 @@ namespace {
 constexpr const char* kPartitions[] = {"blackbox",      "rawdump", "minidump",
                                        "crash_history", "ramdump", "xbl_sc_logs"};
 
-// The device path of a node that realpath() resolved under this process's
-// root. The core service takes device paths and maps them under its own root,
-// so on a host the root comes off again; on a device the root is "/" and
-// nothing changes. A link that leads out of the root (a host's loop device,
-// say) names a node without a device path: its real path is passed as it is,
-// and the service sees it as such.
-std::string DeviceNodePath(const std::string& resolved) {
+// The host root as realpath() spells it; "/" on a device.
+std::string RealRoot() {
     char root[PATH_MAX];
-    if (realpath(platform::Root().c_str(), root) == nullptr) return resolved;
-    const std::string prefix = root;
-    if (prefix == "/") return resolved;
-    if (resolved.size() > prefix.size() && resolved.compare(0, prefix.size(), prefix) == 0 &&
-        resolved[prefix.size()] == '/') {
-        return resolved.substr(prefix.size());
+    return realpath(platform::Root().c_str(), root) != nullptr ? root : "/";
+}
+
+// The device path of a node that realpath() resolved under `root`, this
+// process's real root. The core service takes device paths and maps them
+// under its own root, so on a host the root comes off again; on a device the
+// root is "/" and nothing changes. A link that leads out of the root (a
+// host's loop device, say) names a node without a device path: its real path
+// is passed as it is, and the service sees it as such.
+std::string DeviceNodePath(const std::string& resolved, const std::string& root) {
+    if (root != "/" && resolved.size() > root.size() &&
+        resolved.compare(0, root.size(), root) == 0 && resolved[root.size()] == '/') {
+        return resolved.substr(root.size());
     }
     return resolved;
 }
@@ -76,12 +78,13 @@ void BSPLogProcessor::OnAllModulesLoaded() {
 void BSPLogProcessor::PreparePartitions() {
     std::shared_ptr<ITesselCore> core = HalvexUtil::GetTesselCore();
     if (core == nullptr) return;
+    const std::string root = RealRoot();
     for (const char* name : kPartitions) {
         const std::string link = platform::DevicePath(std::string(kByNameDir) + name);
         if (access(link.c_str(), F_OK) != 0) continue;
         char resolved[PATH_MAX];
         if (realpath(link.c_str(), resolved) == nullptr) continue;
-        const std::string node = DeviceNodePath(resolved);
+        const std::string node = DeviceNodePath(resolved, root);
         std::vector<std::string> retDesc;
         bool ok = false;
         ndk::ScopedAStatus status = core->ChangeMode(node, kPartitionMode, &retDesc, &ok);

@@ -25,7 +25,7 @@ void minidump_main() {
     // for the kernel boot log copy at the end.
     blackbox::BlackBoxHeaders headers;
     const bool blackbox = black_box_dotting(&headers);
-    if (blackbox && headers.log.dump_process_fail != 0) handle_minidump_fail_header();
+    if (blackbox && headers.log.dump_process_fail != 0) handle_minidump_fail_header(headers);
 
     if (handle_mini_lastlog_header() == 1) {
         handle_minidump_partition(0, 0);
