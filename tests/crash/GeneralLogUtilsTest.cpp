@@ -117,13 +117,25 @@ TEST_F(LogUtilsTest, RestartTypeComesFromTheReasonOrTheProperty) {
     EXPECT_TRUE(GeneralLogUtils::is_other_restart_type());
 }
 
-TEST_F(LogUtilsTest, OtherRestartKeepsTheSecondLogWithThePmicLog) {
+TEST_F(LogUtilsTest, OtherRestartKeepsTheSecondLogOfTheSameBootWithThePmicLog) {
     for (int i = 1; i <= 5; ++i) Keep(i);
     Write("/dev/logfs/UefiLog0.txt", UefiLog("boot_index: 42"));
-    Write("/dev/logfs/UefiLog_other0.txt", UefiLog("boot_index: 42 (other)"));
     Write("/sys/kernel/pmic_pon_log/pon_log_full", "PON: 0x20 SMPL\n");
-    GeneralLogUtils::setCrashReason("other_hardreset");
 
+    // Another boot's log, or another reason: left alone.
+    const std::string older = UefiLog("boot_index: 41");
+    Write("/dev/logfs/UefiLog_other0.txt", older);
+    GeneralLogUtils::setCrashReason("other_hardreset");
+    EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
+    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), older);
+    const std::string same = UefiLog("boot_index: 42 (other)");
+    Write("/dev/logfs/UefiLog_other0.txt", same);
+    GeneralLogUtils::setCrashReason("Normal");
+    EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
+    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), same);
+    EXPECT_EQ(Read("/dev/logfs/UefiLog0.txt").rfind("=== Dump occured at ", 0), 0u);
+
+    GeneralLogUtils::setCrashReason("other_hardreset");
     ASSERT_EQ(GeneralLogUtils::log_utils_main(), 0);
     EXPECT_EQ(Listing(),
               "Other_Ufilog_2.txt Other_Ufilog_3.txt Other_Ufilog_4.txt Other_Ufilog_42.txt "
@@ -132,22 +144,6 @@ TEST_F(LogUtilsTest, OtherRestartKeepsTheSecondLogWithThePmicLog) {
     EXPECT_EQ(kept.rfind("=== Dump occured at ", 0), 0u);
     EXPECT_NE(kept.find("boot_index: 42 (other)\r\nUEFI End\r\n\nPON: 0x20 SMPL\n"),
               std::string::npos);
-    EXPECT_EQ(Read("/dev/logfs/UefiLog0.txt").rfind("=== Dump occured at ", 0), 0u);
-}
-
-TEST_F(LogUtilsTest, OtherLogOfAnotherBootOrAnotherReasonIsLeftAlone) {
-    const std::string other = UefiLog("boot_index: 41");
-    Write("/dev/logfs/UefiLog0.txt", UefiLog("boot_index: 42"));
-    Write("/dev/logfs/UefiLog_other0.txt", other);
-    GeneralLogUtils::setCrashReason("other_hardreset");
-    EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
-    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), other);
-
-    Write("/dev/logfs/UefiLog_other0.txt", UefiLog("boot_index: 42"));
-    GeneralLogUtils::setCrashReason("Normal");
-    EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
-    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), UefiLog("boot_index: 42"));
-    EXPECT_EQ(Read("/dev/logfs/UefiLog0.txt").rfind("=== Dump occured at ", 0), 0u);
 
     // Nothing to stamp.
     std::filesystem::remove(Host("/dev/logfs/UefiLog0.txt"));

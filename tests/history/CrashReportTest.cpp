@@ -13,9 +13,6 @@ class CrashReportTest : public HistoryTest {
     std::string CrashReason() const {
         return platform::GetProperty("vendor.minidump.crash_reason", "<unset>");
     }
-    static std::vector<std::string> Keys(const Json::Value& event) {
-        return event["values"].getMemberNames();
-    }
 };
 
 TEST_F(CrashReportTest, EventIdsByMainType) {
@@ -35,19 +32,13 @@ TEST_F(CrashReportTest, KernelPanicIsOneEventWithItsFourValues) {
     const std::vector<Json::Value> events = Events();
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0]["id"].asUInt(), 901006001u);
-    EXPECT_EQ(Keys(events[0]),
+    EXPECT_EQ(events[0]["values"].getMemberNames(),
               (std::vector<std::string>{"CurrentTime", "Stacktrace", "Summary", "Type"}));
     EXPECT_EQ(events[0]["values"]["Type"].asString(), "kpanic");
     EXPECT_EQ(events[0]["values"]["Summary"].asString(), "Kernel panic - not syncing: Oops");
     EXPECT_EQ(events[0]["values"]["CurrentTime"].asString(), Now());
     EXPECT_EQ(events[0]["values"]["Stacktrace"].asString(), "");
     EXPECT_EQ(CrashReason(), "kpanic");
-}
-
-TEST_F(CrashReportTest, NoCrashSendsNothingAndSaysNormal) {
-    crash_report(CRASH_MAIN_NONE, CRASH_NONE, "", "");
-    EXPECT_TRUE(Events().empty());
-    EXPECT_EQ(CrashReason(), "Normal");
 }
 
 TEST_F(CrashReportTest, SubTypeWithoutMainTypeIsNamedButNotSent) {
@@ -57,47 +48,7 @@ TEST_F(CrashReportTest, SubTypeWithoutMainTypeIsNamedButNotSent) {
     EXPECT_EQ(mLog.count(kTag, "no event id for crash main type 0, core_hang not reported"), 1);
 }
 
-// ---- record_crash_history: classification, report, history, md_history -------
-
-TEST_F(CrashReportTest, PanicInTheDumpIsReportedRecordedAndListed) {
-    MakeBlackbox(12);
-    ASSERT_TRUE(platform::SetProperty(kMinidumpValidProperty, "1"));
-    WriteText(kLastKmsgFile,
-              "[   10.000000][  T163] Kernel panic - not syncing: Oops\n"
-              "[   10.000001][  T163] Call trace:\n"
-              "[   10.000002][  T163]  faulty_write+0x10/0x20 [faulty]\n"
-              "[   10.000003][  T163]  ksys_write+0x68/0xf0\n");
-
-    record_crash_history();
-
-    const std::string detail = "[   10.000000][  T163] Kernel panic - not syncing: Oops";
-    const std::vector<Json::Value> events = Events();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0]["id"].asUInt(), 901006001u);
-    EXPECT_EQ(events[0]["values"]["Stacktrace"].asString(), "faulty_write+0x10;ksys_write+0x68;");
-    EXPECT_EQ(events[0]["values"]["Summary"].asString(), detail);
-    EXPECT_EQ(CrashReason(), "kpanic");
-    const std::string line = "1)[11] unkown_version|" + Now() + "|kpanic|" + detail + "\n";
-    EXPECT_EQ(ReadFile(kMdHistory), line);
-    EXPECT_EQ(Get(kBlackbox, RecordAt(kHistoryAt, 0) + 32, line.size()), line);
-}
-
-TEST_F(CrashReportTest, NormalBootSendsNoEventAndWritesNoRecord) {
-    MakeBlackbox();
-    ASSERT_TRUE(platform::SetProperty(kMinidumpValidProperty, "0"));
-    WriteText(kPowerup, "reboot\n");
-    // A kernel log left over from an older crash is not this boot's.
-    WriteText(kLastKmsgFile, "[    1.000000][  T1] Kernel panic - not syncing: old\n");
-
-    record_crash_history();
-
-    EXPECT_TRUE(Events().empty());
-    EXPECT_EQ(CrashReason(), "Normal");
-    EXPECT_EQ(Get(kBlackbox, kHistoryAt, 0x800), std::string(0x800, '\0'));
-    EXPECT_TRUE(Exists(kMdHistory));
-    EXPECT_EQ(ReadFile(kMdHistory), "");
-}
-
+// The whole step with a crash and without one runs in MinidumpMainTest.
 TEST_F(CrashReportTest, ReportGoesOutEvenWhenTheHistoryCannotBeOpened) {
     WriteText(kPowerup, "other\n");
     record_crash_history();

@@ -67,21 +67,7 @@ TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
     EXPECT_TRUE(mLog.contains(kTag, after));
 }
 
-TEST_F(FallbackHistoryTest, ItemsFollowOneAnother) {
-    MakeImage(kMinidump, kMinidumpSize);
-    PutHeader(kMinidump, 2, kItems + 10, 0);
-    Put(kMinidump, kItems, "1) a\n2) b\n");
-    NewDump(false);
-    WriteText(kPowerup, "other_hw\n");  // an unexplained reset counts as a crash
-
-    update_minidump_history();
-
-    const std::string item = "3) B7|" + Now() + "|other_hw|\n";
-    EXPECT_EQ(GetLE(kMinidump, kArea + 12, 4), 3u);
-    EXPECT_EQ(ReadFile(kMdHistory), "1) a\n2) b\n" + item);
-}
-
-TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheArea) {
+TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheAreaAndACrashAddsTheNextItem) {
     MakeImage(kMinidump, kMinidumpSize);
     PutHeader(kMinidump, 2, kItems + 10, 0);
     Put(kMinidump, kItems, "1) a\n2) b\nleftover");
@@ -93,6 +79,17 @@ TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheArea) {
     EXPECT_EQ(ReadFile(kMdHistory), "1) a\n2) b\n");
     EXPECT_EQ(GetLE(kMinidump, kArea + 12, 4), 2u);
     EXPECT_EQ(GetLE(kMinidump, kArea + 20, 4), kItems + 10);
+    // A position off the item space never copies more than the space.
+    Put32(kMinidump, kArea + 20, 0x10);
+    update_minidump_history();
+    EXPECT_EQ(ReadFile(kMdHistory).size(), 15360u);
+    Put32(kMinidump, kArea + 20, kItems + 10);
+
+    WriteText(kPowerup, "other_hw\n");  // an unexplained reset counts as a crash
+    update_minidump_history();
+    const std::string item = "3) B7|" + Now() + "|other_hw|\n";
+    EXPECT_EQ(GetLE(kMinidump, kArea + 12, 4), 3u);
+    EXPECT_EQ(ReadFile(kMdHistory), "1) a\n2) b\n" + item);
 }
 
 TEST_F(FallbackHistoryTest, NormalBootWithoutTheMarkWritesNothing) {

@@ -128,7 +128,8 @@ TEST_F(MinidumpMainTest, HealthyBootIsNormalWithoutEventOrRecord) {
     EXPECT_EQ(platform::GetProperty("vendor.minidump.is.valid", ""), "0");
     EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "Normal");
     EXPECT_TRUE(Events().empty());
-    EXPECT_EQ(Get(kBlackbox, kHistoryAt, 0x400), std::string(0x400, '\0'));
+    EXPECT_EQ(Get(kBlackbox, kHistoryAt, 0x800), std::string(0x800, '\0'));
+    EXPECT_TRUE(Exists(kMdHistory));
     EXPECT_EQ(ReadFile(kMdHistory), "");
     EXPECT_FALSE(Exists("/data/vendor/diag/minidump.gz"));
     EXPECT_FALSE(Exists(kLastKmsgFile));
