@@ -96,9 +96,7 @@ int compress_minidump();
 
 // Rebuilds the last-log header, the dump header of the current store index and
 // a boot-loader log section, then advances the store index. `blackbox` is the
-// run's copy of the blackbox headers (all zero without a blackbox partition);
-// the first form reads them itself, without writing anything.
-int handle_minidump_fail_header();
+// run's copy of the blackbox headers (all zero without a blackbox partition).
 int handle_minidump_fail_header(const blackbox::BlackBoxHeaders& blackbox);
 
 // The steps of the repair, each on the open dump partition. `fd` stays open.

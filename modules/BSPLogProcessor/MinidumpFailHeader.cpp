@@ -173,20 +173,6 @@ int update_lastlog_header(int fd, const BlackBoxHeaders& blackbox) {
     return 0;
 }
 
-int handle_minidump_fail_header() {
-    BlackBoxHeaders headers;
-    if (dump_area_in_blackbox()) {
-        int fd = open(platform::DevicePath(kBlackboxPartition).c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) {
-            MD_LOGE("open blackbox partition fail %d(%s)\n", errno, strerror(errno));
-            return -1;
-        }
-        handle_black_box_headers(fd, &headers, HeaderPassMode::kReadOnly);
-        close(fd);
-    }
-    return handle_minidump_fail_header(headers);
-}
-
 int handle_minidump_fail_header(const BlackBoxHeaders& blackbox) {
     int fd = open(platform::DevicePath(dump_partition_path()).c_str(), O_RDWR | O_CLOEXEC);
     if (fd < 0) {

@@ -41,7 +41,7 @@ class FailHeaderTest : public MinidumpTest {
 
 TEST_F(FailHeaderTest, RepairRebuildsHeadersAndCopiesTheBootLoaderLog) {
     MakeBlackbox();
-    ASSERT_EQ(handle_minidump_fail_header(), 0);
+    ASSERT_EQ(RepairFailedDump(), 0);
 
     EXPECT_EQ(Get(kBlackbox, kArea, 8), "cigamgol");
     EXPECT_EQ(GetLE(kBlackbox, kArea + 8, 4), 4u);   // store index advanced
@@ -78,7 +78,7 @@ TEST_F(FailHeaderTest, HistoryHeaderIsKeptWhenAlreadyValid) {
     Put(kBlackbox, kArea, "cigamgol");
     Put64(kBlackbox, kArea + 16, 1024);
     Put64(kBlackbox, kArea + 40, 0xA00000);
-    ASSERT_EQ(handle_minidump_fail_header(), 0);
+    ASSERT_EQ(RepairFailedDump(), 0);
     EXPECT_EQ(Get(kBlackbox, kArea + 24, 16), std::string(16, '\xAB'));
     EXPECT_EQ(GetLE(kBlackbox, kArea + 8, 4), 4u);
     EXPECT_EQ(Get(kBlackbox, kSlot3, 8), "Raw_Dmp!");
@@ -104,7 +104,7 @@ TEST_F(FailHeaderTest, StoreIndexAndCountsRules) {
 TEST_F(FailHeaderTest, SlotOutsideThePartitionStopsBeforeTheIndexUpdate) {
     MakeImage(kMinidump, 0x10000);
     Put32(kMinidump, 8, 2);  // store index 2: 20 MiB in, past the end
-    EXPECT_EQ(handle_minidump_fail_header(), -1);
+    EXPECT_EQ(RepairFailedDump(), -1);
     EXPECT_EQ(mLog.count(kTag, "handle dump fail header fail"), 1);
     EXPECT_EQ(mLog.count(kTag, "update lastlog header fail"), 0);
     EXPECT_EQ(Get(kMinidump, 0, 8), "cigamgol");
@@ -112,7 +112,7 @@ TEST_F(FailHeaderTest, SlotOutsideThePartitionStopsBeforeTheIndexUpdate) {
 
     reset_minidump_state();
     std::filesystem::remove(Host(kMinidump));
-    EXPECT_EQ(handle_minidump_fail_header(), -1);
+    EXPECT_EQ(RepairFailedDump(), -1);
     EXPECT_EQ(mLog.count(kTag, "open blackbox partition fail"), 1);
 }
 

@@ -19,6 +19,7 @@
 
 #include "LogCapture.h"
 #include "TempRoot.h"
+#include "modules/BSPLogProcessor/BlackBoxHeaders.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/TzLogDict.h"
 #include "platform/Platform.h"
@@ -150,5 +151,20 @@ class MinidumpTest : public ::testing::Test {
     LogCapture mLog;
     mode_t mOldMask = 0;
 };
+
+// The failed-dump repair as the boot run calls it: with the blackbox headers
+// as the run has read them (all zero when the dump area is not in a blackbox).
+inline int RepairFailedDump() {
+    blackbox::BlackBoxHeaders headers{};
+    if (Minidump::dump_area_in_blackbox()) {
+        int fd = open(platform::DevicePath("/dev/block/by-name/blackbox").c_str(),
+                      O_RDONLY | O_CLOEXEC);
+        if (fd >= 0) {
+            blackbox::handle_black_box_headers(fd, &headers, blackbox::HeaderPassMode::kReadOnly);
+            close(fd);
+        }
+    }
+    return Minidump::handle_minidump_fail_header(headers);
+}
 
 }  // namespace zelkor::tessel::testing

@@ -24,7 +24,7 @@ class RobustnessTest : public MinidumpTest {
         reset_minidump_state();
         time_init();
         delete_log();
-        handle_minidump_fail_header();
+        RepairFailedDump();
         int result = handle_mini_lastlog_header();
         if (result == 1) {
             handle_minidump_partition(0, 0);
