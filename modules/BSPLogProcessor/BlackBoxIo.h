@@ -24,6 +24,12 @@ ssize_t read_at(int fd, int64_t offset, void* buf, size_t len);
 // EINVAL for a negative offset, ENOSPC for bytes past the partition's end.
 ssize_t write_at(int fd, int64_t offset, const void* buf, size_t len);
 
+// True when [pos, pos + len) lies inside [0, limit), overflow-safe: the check
+// every offset and length read from a partition goes through.
+inline bool range_fits(uint64_t pos, uint64_t len, uint64_t limit) {
+    return pos <= limit && len <= limit - pos;
+}
+
 // Opens "/dev/block/by-name/blackbox" read-write for the boot run; a failure
 // is logged and gives -1.
 int open_black_box_partition();

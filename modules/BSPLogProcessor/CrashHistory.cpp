@@ -10,7 +10,6 @@
 #include "modules/BSPLogProcessor/BlackBoxDefaults.h"
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "platform/Platform.h"
 
@@ -56,8 +55,8 @@ bool open_crash_history(CrashHistoryPartition* history) {
     // The offsets come from flash: the whole ring must lie inside the
     // partition before anything is read or written there.
     const int64_t size = blackbox::partition_size(history->fd);
-    if (size < 0 || !RangeFits(static_cast<uint64_t>(history->offset), kCrashHistoryRegionSize,
-                               static_cast<uint64_t>(size))) {
+    if (size < 0 || !blackbox::range_fits(static_cast<uint64_t>(history->offset),
+                                          kCrashHistoryRegionSize, static_cast<uint64_t>(size))) {
         MD_LOGE("crash history at 0x%llx does not fit in %s (0x%llx bytes)\n",
                 static_cast<unsigned long long>(history->offset), history->path,
                 static_cast<unsigned long long>(size));

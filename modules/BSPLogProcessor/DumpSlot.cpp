@@ -8,7 +8,6 @@
 
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
 #include "platform/Properties.h"
@@ -53,7 +52,7 @@ uint64_t SectionHeadersToWalk(int64_t first, int64_t slot, uint64_t slotDistance
     uint32_t count = State().dump.section_count;
     if (count == 0) count = kDefaultSectionCount;
     uint64_t limit = partitionSize;
-    if (slotDistance != 0 && RangeFits(slot, slotDistance, partitionSize)) {
+    if (slotDistance != 0 && blackbox::range_fits(slot, slotDistance, partitionSize)) {
         limit = slot + slotDistance;
     }
     uint64_t room = uint64_t(first) < limit ? (limit - first) / sizeof(section_header) : 0;
@@ -74,7 +73,7 @@ int handle_minidump_partition(uint32_t store_index, uint32_t late_index) {
     const int64_t size = partition_size(fd);
     const int64_t slot =
             dump_slot_offset(state.lastlog, DumpAreaOffset(fd), inBlackbox, store_index);
-    if (size < 0 || slot < 0 || !RangeFits(slot, sizeof(dump_header), size)) {
+    if (size < 0 || slot < 0 || !blackbox::range_fits(slot, sizeof(dump_header), size)) {
         MD_LOGE("dump slot %u at 0x%lx lies outside %s (0x%lx bytes)\n", store_index,
                 static_cast<unsigned long>(slot), dump_partition_path(),
                 static_cast<unsigned long>(size));

@@ -14,7 +14,6 @@
 #include "modules/BSPLogProcessor/CrashLines.h"
 #include "modules/BSPLogProcessor/CrashParse.h"
 #include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "platform/Platform.h"
 #include "platform/Properties.h"
@@ -51,8 +50,8 @@ bool read_header(int fd, md_his_header* header) {
 // The partition must hold the whole area before any of it is touched.
 bool area_fits(int fd, const char* path) {
     const int64_t size = blackbox::partition_size(fd);
-    if (size >= 0 && RangeFits(kMdHistoryOffset, kMdHistoryItemsEnd - kMdHistoryOffset,
-                               static_cast<uint64_t>(size))) {
+    if (size >= 0 && blackbox::range_fits(kMdHistoryOffset, kMdHistoryItemsEnd - kMdHistoryOffset,
+                                          static_cast<uint64_t>(size))) {
         return true;
     }
     MD_LOGE("minidump history at 0x%x does not fit in %s (0x%llx bytes)\n", kMdHistoryOffset, path,

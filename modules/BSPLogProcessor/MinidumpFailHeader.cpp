@@ -11,7 +11,6 @@
 
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
 #include "platform/Platform.h"
@@ -98,7 +97,7 @@ int handle_dump_fail_header(int fd, const BlackBoxHeaders& blackbox) {
     const int64_t sectionAt = slot + sizeof(dump_header) + sizeof(dump_header_v2);
     const int64_t dataAt = sectionAt + sizeof(section_header);
     const int64_t size = partition_size(fd);
-    if (slot < 0 || size < 0 || !RangeFits(slot, dataAt - slot + kXblCopySize, size)) {
+    if (slot < 0 || size < 0 || !blackbox::range_fits(slot, dataAt - slot + kXblCopySize, size)) {
         MD_LOGE("[handle_minidump_fail_header]dump slot at 0x%lx outside the partition\n",
                 static_cast<unsigned long>(slot));
         return -1;

@@ -5,7 +5,6 @@
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/DiagFiles.h"
 #include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
 #include "modules/BSPLogProcessor/SectionWriters.h"
@@ -92,7 +91,7 @@ int parse_log(int fd, const char* name, uint64_t offset, uint64_t size, uint32_t
         return 0;
     }
     int64_t partition = blackbox::partition_size(fd);
-    if (partition < 0 || !RangeFits(offset, size, static_cast<uint64_t>(partition))) {
+    if (partition < 0 || !blackbox::range_fits(offset, size, static_cast<uint64_t>(partition))) {
         MD_LOGE("section %s out of range: offset 0x%lx size 0x%lx, partition 0x%lx bytes\n", name,
                 static_cast<unsigned long>(offset), static_cast<unsigned long>(size),
                 static_cast<unsigned long>(partition));

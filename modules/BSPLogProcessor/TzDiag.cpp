@@ -21,7 +21,6 @@
 
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/LittleEndian.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/SectionWriters.h"
 
@@ -59,7 +58,7 @@ struct TzDiagHeader {
 
 // Reads `len` bytes at `offset` of the area when they lie inside it.
 bool ReadIn(const Section& in, uint64_t offset, void* out, size_t len) {
-    return RangeFits(offset, len, in.size) &&
+    return blackbox::range_fits(offset, len, in.size) &&
            blackbox::read_at(in.fd, static_cast<int64_t>(in.offset + offset), out, len) ==
                    static_cast<ssize_t>(len);
 }

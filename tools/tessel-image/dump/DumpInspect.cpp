@@ -8,7 +8,6 @@
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
 #include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/MinidumpIo.h"
 #include "tools/tessel-image/dump/DumpArea.h"
 #include "tools/tessel-image/dump/DumpImage.h"
 
@@ -54,7 +53,7 @@ Json::Value InspectSections(int fd, uint64_t first, uint64_t end, uint32_t count
         section["flags"] = s.flags;
         section["position"] = U64(s.position);
         section["size"] = U64(s.size);
-        section["trusted"] = Minidump::RangeFits(s.position, s.size, fileSize);
+        section["trusted"] = blackbox::range_fits(s.position, s.size, fileSize);
         sections.append(section);
     }
     return sections;
@@ -68,7 +67,7 @@ Json::Value InspectSlot(int fd, const last_log_header& header, const DumpAreaBou
             Minidump::dump_slot_offset(header, static_cast<uint32_t>(area.base), inBlackbox, index);
     slot["offset"] = Json::Int64(at);
     const uint64_t end = std::min(area.limit, fileSize);
-    if (at < 0 || !Minidump::RangeFits(at, sizeof(dump_header), end)) {
+    if (at < 0 || !blackbox::range_fits(at, sizeof(dump_header), end)) {
         slot["trusted"] = false;
         return slot;
     }
@@ -92,7 +91,7 @@ Json::Value InspectSlot(int fd, const last_log_header& header, const DumpAreaBou
     const uint64_t distance =
             inBlackbox ? header.blackbox_slot_distance : header.minidump_slot_distance;
     uint64_t slotEnd = end;
-    if (distance != 0 && Minidump::RangeFits(at, distance, end)) slotEnd = at + distance;
+    if (distance != 0 && blackbox::range_fits(at, distance, end)) slotEnd = at + distance;
     slot["sections"] = InspectSections(fd, first, slotEnd, dump.section_count, fileSize);
     return slot;
 }
@@ -108,7 +107,7 @@ Json::Value InspectDumpArea(int fd, uint64_t fileSize, bool inBlackbox) {
 
     Json::Value lastLog;
     last_log_header header{};
-    if (!Minidump::RangeFits(area.base, sizeof(header), fileSize) ||
+    if (!blackbox::range_fits(area.base, sizeof(header), fileSize) ||
         read_at(fd, area.base, &header, sizeof(header)) != sizeof(header)) {
         lastLog["trusted"] = false;
         result["lastLog"] = lastLog;
