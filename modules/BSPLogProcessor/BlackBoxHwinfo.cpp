@@ -1,25 +1,24 @@
 #include "modules/BSPLogProcessor/BlackBoxHwinfo.h"
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/BSPLogProcessor/BlackBoxRead.h"
 
 namespace zelkor::tessel::blackbox {
 
 HwinfoLocation read_hwinfo_location(int fd) {
     HwinfoLocation where;
-    log_table_header table{};
-    where.table_short_read =
-            read_at(fd, 0, &table, sizeof(table)) != static_cast<ssize_t>(sizeof(table));
-    where.table_valid = table.magic == kLogTableMagic;
-    where.control_content_offset =
-            where.table_valid ? table.control_content_offset : kDefaultControlContentOffset;
-    where.boot_index = where.table_valid ? table.boot_index : kDefaultBootIndex;
+    log_table_header table;
+    const HeaderRead tableRead = read_log_table_header(fd, &table);
+    where.table_short_read = tableRead == HeaderRead::kShortRead;
+    where.table_valid = tableRead == HeaderRead::kValid;
+    where.control_content_offset = table.control_content_offset;
+    where.boot_index = table.boot_index;
 
-    control_content_header control{};
-    where.control_short_read = read_at(fd, where.control_content_offset, &control,
-                                       sizeof(control)) != static_cast<ssize_t>(sizeof(control));
-    where.control_valid = control.magic == kControlContentMagic;
-    where.hwinfo_offset = where.control_valid ? control.hwinfo_offset : kDefaultHwinfoOffset;
+    control_content_header control;
+    const HeaderRead controlRead =
+            read_control_content_header(fd, where.control_content_offset, &control);
+    where.control_short_read = controlRead == HeaderRead::kShortRead;
+    where.control_valid = controlRead == HeaderRead::kValid;
+    where.hwinfo_offset = control.hwinfo_offset;
     return where;
 }
 

@@ -7,8 +7,8 @@
 
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/BSPLogProcessor/BlackBoxRead.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "platform/Platform.h"
@@ -21,17 +21,10 @@ namespace {
 // header pass of this run has repaired them already; a header that is still
 // wrong reads as the defaults that pass stamps, so both agree on the place.
 void locate_in_blackbox(CrashHistoryPartition* history) {
-    blackbox::log_table_header table{};
-    if (blackbox::read_at(history->fd, 0, &table, sizeof(table)) != sizeof(table) ||
-        table.magic != blackbox::kLogTableMagic) {
-        blackbox::stamp_default_log_table_header(&table);
-    }
-    blackbox::control_content_header control{};
-    if (blackbox::read_at(history->fd, table.control_content_offset, &control, sizeof(control)) !=
-                sizeof(control) ||
-        control.magic != blackbox::kControlContentMagic) {
-        blackbox::stamp_default_control_content_header(&control);
-    }
+    blackbox::log_table_header table;
+    blackbox::read_log_table_header(history->fd, &table);
+    blackbox::control_content_header control;
+    blackbox::read_control_content_header(history->fd, table.control_content_offset, &control);
     history->offset = int64_t(table.control_content_offset) + control.crash_history_offset;
     history->boot_index = table.boot_index;
 }

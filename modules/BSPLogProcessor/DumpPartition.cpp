@@ -5,8 +5,7 @@
 
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/BSPLogProcessor/BlackBoxRead.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
@@ -66,13 +65,8 @@ int OpenDumpPartition(int flags) {
 
 uint32_t DumpAreaOffset(int fd) {
     if (!dump_area_in_blackbox()) return 0;
-    // A table header with a wrong magic reads as what the blackbox header pass
-    // stamps into it, so the area is found whether or not that pass ran first.
-    log_table_header table{};
-    if (read_at(fd, 0, &table, sizeof(table)) != static_cast<ssize_t>(sizeof(table)) ||
-        table.magic != kLogTableMagic) {
-        stamp_default_log_table_header(&table);
-    }
+    log_table_header table;
+    read_log_table_header(fd, &table);
     return table.minidump_offset;
 }
 

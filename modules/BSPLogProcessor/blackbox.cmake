@@ -6,6 +6,7 @@ add_library(tessel_blackbox STATIC
     BlackBoxHwinfo.cpp
     BlackBoxIo.cpp
     BlackBoxKmsg.cpp
+    BlackBoxRead.cpp
     KmsgRecords.cpp
 )
 tessel_target(tessel_blackbox)
