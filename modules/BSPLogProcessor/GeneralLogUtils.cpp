@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include "modules/BSPLogProcessor/CrashTypes.h"
+#include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "platform/Platform.h"
 #include "platform/Properties.h"
@@ -48,19 +48,14 @@ int GeneralLogUtils::add_uefilog_time(const std::string& path) {
         fprintf(stderr, "open file error");
         return -1;
     }
-    time_t now = time(nullptr);
-    struct tm local {};
-    localtime_r(&now, &local);
-    char stamp[kStampMax];
-    // Same clock text as every record of the run, space flag included; the
-    // blanks wipe what is left of the boot loader's first line.
-    int len =
-            snprintf(stamp, sizeof(stamp),
-                     "=== Dump occured at %04d-%02d-%02d% 02d:%02d:%02d ===                    \n",
-                     local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
-                     local.tm_min, local.tm_sec);
-    const size_t size = std::min(static_cast<size_t>(std::max(len, 0)), sizeof(stamp) - 1);
-    if (pwrite(fd, stamp, size, 0) != static_cast<ssize_t>(size)) fprintf(stderr, "Writing error");
+    // Same clock text as every record of the run; the blanks wipe what is left
+    // of the boot loader's first line.
+    std::string stamp =
+            "=== Dump occured at " + Minidump::local_time_text() + " ===                    \n";
+    stamp.resize(std::min(stamp.size(), kStampMax - 1));
+    if (pwrite(fd, stamp.data(), stamp.size(), 0) != static_cast<ssize_t>(stamp.size())) {
+        fprintf(stderr, "Writing error");
+    }
     close(fd);
     return 0;
 }

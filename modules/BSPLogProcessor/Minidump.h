@@ -55,6 +55,9 @@ int64_t dump_slot_offset(const blackbox::last_log_header& header, uint32_t area_
 
 // ---- run state ---------------------------------------------------------------
 
+// The local time now, as every record of the crash run stamps it
+// ("%04d-%02d-%02d% 02d:%02d:%02d").
+std::string local_time_text();
 // Takes the local time as this run's time text ("%04d-%02d-%02d% 02d:%02d:%02d").
 void time_init();
 const std::string& run_time_text();

@@ -13,7 +13,7 @@ RunState& State() {
     return state;
 }
 
-void time_init() {
+std::string local_time_text() {
     time_t now = time(nullptr);
     struct tm local {};
     localtime_r(&now, &local);
@@ -23,8 +23,12 @@ void time_init() {
     // always been stamped: a blank, and no leading zero below 10 o'clock.
     snprintf(text, sizeof(text), "%04d-%02d-%02d% 02d:%02d:%02d", local.tm_year + 1900,
              local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-    State().timeText = text;
-    MD_LOGI("current timestamp %s", text);
+    return text;
+}
+
+void time_init() {
+    State().timeText = local_time_text();
+    MD_LOGI("current timestamp %s", State().timeText.c_str());
 }
 
 const std::string& run_time_text() {

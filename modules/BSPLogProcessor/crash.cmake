@@ -18,4 +18,4 @@ add_library(tessel_crash STATIC
     XblScLog.cpp
 )
 tessel_target(tessel_crash)
-target_link_libraries(tessel_crash PUBLIC tessel_platform tessel_utils android::base android::log)
+target_link_libraries(tessel_crash PUBLIC tessel_minidump tessel_platform tessel_utils android::base android::log)
