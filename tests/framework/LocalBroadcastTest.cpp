@@ -56,6 +56,33 @@ void DrainManagerThread() {
     ASSERT_TRUE(done.wait());
 }
 
+// Keeps the "ModuleManager" thread busy in one job until release(), so that
+// broadcasts pile up before delivery starts.
+class HoldManagerThread {
+  public:
+    HoldManagerThread() {
+        ModuleManager::GetManagerHandler()->postDelayed(
+                [this] {
+                    mBlocked.open();
+                    mRelease.wait();
+                    mDone.open();
+                },
+                0);
+    }
+    // The job refers to this object: wait until it has ended.
+    ~HoldManagerThread() {
+        release();
+        mDone.wait();
+    }
+    bool held() { return mBlocked.wait(); }
+    void release() { mRelease.open(); }
+
+  private:
+    Latch mBlocked;
+    Latch mRelease;
+    Latch mDone;
+};
+
 class LocalBroadcastTest : public ::testing::Test {
   protected:
     void TearDown() override {
@@ -90,21 +117,15 @@ TEST_F(LocalBroadcastTest, DeliversOnManagerThreadOnlyToExactActionAndMatchingIn
 
 TEST_F(LocalBroadcastTest, BroadcastsSentBeforeDeliveryShareOneWakeUpAndKeepOrder) {
     Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.one", "zelkor.test.two"}));
-    Latch blocked, release;
-    ModuleManager::GetManagerHandler()->postDelayed(
-            [&] {
-                blocked.open();
-                release.wait();
-            },
-            0);
-    ASSERT_TRUE(blocked.wait());
+    HoldManagerThread hold;
+    ASSERT_TRUE(hold.held());
     HalvexMessageQueue* queue = ModuleManager::GetManagerHandler()->getLooper()->getQueue();
     size_t before = queue->size();
 
     EXPECT_TRUE(Bus().sendBroadcast(Intent("zelkor.test.two"), false));
     EXPECT_TRUE(Bus().sendBroadcast(Intent("zelkor.test.one"), false));
     EXPECT_EQ(queue->size(), before + 1);
-    release.open();
+    hold.release();
     DrainManagerThread();
 
     EXPECT_EQ(mFirst.actions(), (std::vector<std::string>{"zelkor.test.two", "zelkor.test.one"}));
@@ -131,17 +152,11 @@ TEST_F(LocalBroadcastTest, UnregisterDuringDeliverySkipsTheRestOfTheBatch) {
     Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.a", "zelkor.test.b"}));
     Bus().registerReceiver(&mSecond, IntentFilter({"zelkor.test.a", "zelkor.test.b"}));
     mFirst.mHook = [this](const Intent&) { Bus().unregisterReceiver(&mSecond); };
-    Latch blocked, release;
-    ModuleManager::GetManagerHandler()->postDelayed(
-            [&] {
-                blocked.open();
-                release.wait();
-            },
-            0);
-    ASSERT_TRUE(blocked.wait());
+    HoldManagerThread hold;
+    ASSERT_TRUE(hold.held());
     Bus().sendBroadcast(Intent("zelkor.test.a"), false);
     Bus().sendBroadcast(Intent("zelkor.test.b"), false);
-    release.open();
+    hold.release();
     DrainManagerThread();
 
     EXPECT_EQ(mFirst.actions(), (std::vector<std::string>{"zelkor.test.a", "zelkor.test.b"}));
