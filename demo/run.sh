@@ -48,8 +48,11 @@ daemon=$!
 trap 'kill $daemon $peer 2>/dev/null; wait 2>/dev/null || true' EXIT
 
 # The boot run ends with the module removing itself: "Stopped" in the dump.
+# A module not loaded yet is listed as stopped too, so first wait for the
+# run's last log line.
 for _ in $(seq 1 600); do
-    if "$bin/tesselctl" --root "$root" dump ModuleManager dump 2>/dev/null |
+    if grep -q 'log utils done, quit' "$log/tesseld.log" &&
+        "$bin/tesselctl" --root "$root" dump ModuleManager dump 2>/dev/null |
         grep -q 'BSPLogProcessor.*Stopped'; then
         break
     fi
