@@ -1,0 +1,317 @@
+// The daemon's boot run on temporary roots, driven the way a BSP engineer
+// drives it: partition images made with tessel-image, tessel-peer serving
+// the core service, tesseld booted on the root, then the properties, the
+// diagnostic files, the crash events and the images inspected afterwards.
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "Subprocess.h"
+#include "TempRoot.h"
+#include "modules/BSPLogProcessor/CrashHistory.h"
+#include "modules/BSPLogProcessor/Minidump.h"
+#include "platform/Platform.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kBlackbox[] = "/dev/block/by-name/blackbox";
+constexpr char kDiag[] = "/data/vendor/diag";
+constexpr char kBuild[] = "e2e.20261121";
+// The boot counter the blackbox is created with; the crashed boot is the one
+// before it.
+constexpr int kBootIndex = 42;
+constexpr char kSummary[] =
+        "[  163.745001][    L1] Unable to handle kernel NULL pointer dereference at virtual "
+        "address 0000000000000000";
+constexpr char kFrames[] =
+        "faulty_write+0x14;ksys_write+0x68;__arm64_sys_write+0x20;invoke_syscall+0x54;"
+        "el0_svc_common.constprop.0+0x44;do_el0_svc+0x40;el0_svc+0x20;"
+        "el0t_64_sync_handler+0xe8;";
+
+std::string LE(uint64_t value, int width) {
+    std::string bytes;
+    for (int i = 0; i < width; ++i) bytes.push_back(static_cast<char>(value >> (8 * i)));
+    return bytes;
+}
+
+// The kernel's printk records for the lines of a /dev/kmsg dump
+// ("level,seq,usec,flags;text"): 16-byte header, text, padding to 8 bytes.
+std::string PrintkRecords(const std::string& kmsgPath) {
+    std::ifstream in(kmsgPath);
+    std::string records;
+    for (std::string line; std::getline(in, line);) {
+        const size_t semicolon = line.find(';');
+        unsigned level = 0, seq = 0;
+        unsigned long long usec = 0;
+        if (semicolon == std::string::npos ||
+            sscanf(line.c_str(), "%u,%u,%llu", &level, &seq, &usec) != 3) {
+            ADD_FAILURE() << "not a kmsg line: " << line;
+            continue;
+        }
+        const std::string text = line.substr(semicolon + 1);
+        const size_t length = (16 + text.size() + 7) / 8 * 8;
+        records += LE(usec * 1000, 8) + LE(length, 2) + LE(text.size(), 2) + LE(0, 2) + LE(0, 1) +
+                   LE(level & 7, 1) + text + std::string(length - 16 - text.size(), '\0');
+    }
+    return records;
+}
+
+Json::Value ParseJson(const std::string& text) {
+    Json::Value value;
+    std::istringstream in(text);
+    std::string errors;
+    EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &value, &errors))
+            << errors << "\n"
+            << text;
+    return value;
+}
+
+class BootRunE2ETest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        for (const char* dir :
+             {"/dev/block/by-name", kDiag, "/sys/bootinfo", "/vendor/etc/vintf/manifest"}) {
+            fs::create_directories(Host(dir));
+        }
+        fs::copy_file(std::string(TESSEL_SOURCE_DIR) +
+                              "/common/default/vendor.zelkor.hardware.tessel.xml",
+                      Host("/vendor/etc/vintf/manifest/vendor.zelkor.hardware.tessel.xml"));
+        Write("/sys/bootinfo/powerup_reason", "0x20 PON_KPDPWR\n");
+        Write("/sys/bootinfo/poweroff_reason", "0x0 OTHER_HARDRESET\n");
+        Tool({"tesselctl", "--root", mRoot.path(), "setprop", "ro.build.version.incremental",
+              kBuild});
+    }
+
+    std::string Host(const std::string& devicePath) const { return mRoot.path() + devicePath; }
+    void Write(const std::string& devicePath, const std::string& text) const {
+        std::ofstream(Host(devicePath), std::ios::binary) << text;
+    }
+    std::string Read(const std::string& devicePath) const {
+        return ReadWholeFile(Host(devicePath));
+    }
+
+    // Runs a project tool to completion; its stdout.
+    std::string Tool(std::vector<std::string> args, int expectedStatus = 0) {
+        const std::string prefix = mRoot.path() + "/" + args[0];
+        Subprocess tool(std::move(args), prefix);
+        EXPECT_EQ(tool.wait(), expectedStatus) << tool.err();
+        return tool.out();
+    }
+    std::string GetProp(const std::string& name) {
+        std::string value = Tool({"tesselctl", "--root", mRoot.path(), "getprop", name});
+        if (!value.empty() && value.back() == '\n') value.pop_back();
+        return value;
+    }
+
+    void MakeBlackbox() {
+        Tool({"tessel-image", "blackbox", "create", Host(kBlackbox), "--boot-index",
+              std::to_string(kBootIndex)});
+    }
+    // A new raw dump of the real arm64 oops in slot 0, and a raw dump
+    // partition for "minidump.gz".
+    void AddOopsDump() {
+        const std::string kmsg = mRoot.path() + "/md_kmsg.bin";
+        std::ofstream(kmsg, std::ios::binary) << PrintkRecords(
+                std::string(TESSEL_SOURCE_DIR) + "/tests/data/arm64-null-write-oops.kmsg");
+        Tool({"tessel-image", "dump", "add", Host(kBlackbox), "--slot", "0", "--version", "0x2000",
+              "--boot-index", std::to_string(kBootIndex - 1), "--section", "md_kmsg=" + kmsg});
+        Write("/dev/block/by-name/rawdump", std::string(64 << 10, 'r'));
+    }
+    Json::Value Inspect(const std::string& hostPath) {
+        const std::string out = Tool({"tessel-image", "inspect", hostPath, "--json"});
+        return ParseJson(out);
+    }
+    std::vector<Json::Value> Events() const {
+        std::vector<Json::Value> events;
+        std::istringstream in(Read("/data/vendor/pellora/events.jsonl"));
+        for (std::string line; std::getline(in, line);) events.push_back(ParseJson(line));
+        return events;
+    }
+    std::vector<std::string> MdHistory() const {
+        std::vector<std::string> lines;
+        std::istringstream in(Read(std::string(kDiag) + "/md_history"));
+        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        return lines;
+    }
+
+    // Boots tesseld on the root next to tessel-peer, waits until the boot
+    // run has ended with the module removed, stops both and returns the
+    // daemon's log.
+    std::string Boot() {
+        Subprocess peer({"tessel-peer", "--root", mRoot.path()}, mRoot.path() + "/peer");
+        EXPECT_TRUE(WaitFor([&] {
+            return peer.err().find("tessel-peer is serving") != std::string::npos;
+        })) << peer.err();
+        Subprocess daemon({"tesseld", "--root", mRoot.path()}, mRoot.path() + "/tesseld");
+        const bool ended = WaitFor(
+                [&] { return daemon.err().find("Bye~ BSPLogProcessor") != std::string::npos; });
+        EXPECT_TRUE(ended) << daemon.err();
+        if (ended) {
+            const std::string modules =
+                    Tool({"tesselctl", "--root", mRoot.path(), "dump", "ModuleManager", "dump"});
+            EXPECT_NE(modules.find("BSPLogProcessor\t\tStopped"), std::string::npos) << modules;
+        }
+        EXPECT_TRUE(daemon.running()) << "the daemon keeps serving after the run";
+        daemon.signal(SIGTERM);
+        peer.signal(SIGTERM);
+        daemon.wait();
+        peer.wait();
+        return daemon.err();
+    }
+
+    // What one boot after the oops leaves, for crash number `crashNumber`.
+    void ExpectOopsReported(const std::string& log, int crashNumber) {
+        EXPECT_EQ(GetProp("vendor.minidump.crash_reason"), "kpanic");
+        EXPECT_EQ(GetProp("vendor.minidump.is.valid"), "1");
+
+        const std::vector<Json::Value> events = Events();
+        ASSERT_EQ(events.size(), 1u);
+        const Json::Value& event = events[0];
+        EXPECT_EQ(event["id"].asUInt(), 901006001u);
+        EXPECT_EQ(event["values"]["Type"].asString(), "kpanic");
+        EXPECT_EQ(event["values"]["Summary"].asString(), kSummary);
+        EXPECT_EQ(event["values"]["Stacktrace"].asString(), kFrames);
+        const std::string now = event["values"]["CurrentTime"].asString();
+        EXPECT_TRUE(std::regex_match(now, std::regex(R"(\d{4}-\d\d-\d\d \d{1,2}:\d\d:\d\d)")))
+                << now;
+        EXPECT_EQ(log.find("NOT VALID LINE"), std::string::npos);
+
+        const std::vector<std::string> history = MdHistory();
+        ASSERT_FALSE(history.empty());
+        EXPECT_EQ(history.back(), std::to_string(crashNumber) + ")[" +
+                                          std::to_string(kBootIndex - 1) + "] " + kBuild + "|" +
+                                          now + "|kpanic|" + kSummary);
+    }
+
+    TempRoot mRoot;
+};
+
+TEST_F(BootRunE2ETest, RealArm64OopsIsKpanicReportedRecordedAndTakenOnce) {
+    MakeBlackbox();
+    AddOopsDump();
+
+    ExpectOopsReported(Boot(), 1);
+    EXPECT_EQ(MdHistory().size(), 1u);
+    const std::string lastKmsg = Read(std::string(kDiag) + "/last_kmsg");
+    EXPECT_NE(lastKmsg.find("[  163.748713][    L0]  faulty_write+0x14/0x20 [faulty]\n"),
+              std::string::npos)
+            << lastKmsg;
+    struct stat gz {};
+    ASSERT_EQ(stat(Host(std::string(kDiag) + "/minidump.gz").c_str(), &gz), 0);
+    EXPECT_GT(gz.st_size, 0);
+
+    const Json::Value image = Inspect(Host(kBlackbox));
+    const Json::Value& history = image["crash_history"];
+    EXPECT_TRUE(history["valid"].asBool()) << history;
+    EXPECT_EQ(history["header"]["current_num"].asUInt(), 1u);
+    ASSERT_EQ(history["records"].size(), 1u);
+    EXPECT_EQ(history["records"][0]["text"].asString(), MdHistory().back());
+    const Json::Value& dotting = image["blackbox"]["dotting"]["boot"];
+    ASSERT_EQ(dotting.size(), 1u) << image["blackbox"]["dotting"];
+    EXPECT_NE(dotting[0].asString().find(
+                      "\"powerup_reason:0x20 PON_KPDPWR, power_off_reason:0x0 OTHER_HARDRESET\""),
+              std::string::npos)
+            << dotting[0];
+
+    // The next boot finds the dump marked as taken: its files are written
+    // again, but the boot is a normal one and nothing new is reported.
+    Boot();
+    EXPECT_EQ(GetProp("vendor.minidump.crash_reason"), "Normal");
+    EXPECT_EQ(GetProp("vendor.minidump.is.valid"), "0");
+    EXPECT_EQ(Events().size(), 1u);
+    EXPECT_EQ(MdHistory().size(), 1u);
+    EXPECT_EQ(Read(std::string(kDiag) + "/last_kmsg"), lastKmsg);
+}
+
+TEST_F(BootRunE2ETest, BootWithoutDumpIsNormalWithoutEventOrRecord) {
+    MakeBlackbox();
+    Boot();
+    EXPECT_EQ(GetProp("vendor.minidump.crash_reason"), "Normal");
+    EXPECT_EQ(GetProp("vendor.minidump.is.valid"), "0");
+    EXPECT_EQ(GetProp("vendor.blackbox.boot_index"), std::to_string(kBootIndex));
+    EXPECT_FALSE(fs::exists(Host("/data/vendor/pellora/events.jsonl")));
+    EXPECT_TRUE(MdHistory().empty());
+    EXPECT_FALSE(fs::exists(Host(std::string(kDiag) + "/minidump.gz")));
+    const Json::Value history = Inspect(Host(kBlackbox))["crash_history"];
+    EXPECT_FALSE(history["initialised"].asBool()) << history;
+}
+
+TEST_F(BootRunE2ETest, RootWithoutAnyPartitionCompletesAndTheModuleLeaves) {
+    const std::string log = Boot();
+    EXPECT_NE(log.find("[OnAllModulesLoaded] log utils done, quit"), std::string::npos) << log;
+    EXPECT_EQ(GetProp("vendor.minidump.is.valid"), "0");
+    EXPECT_FALSE(fs::exists(Host("/data/vendor/pellora/events.jsonl")));
+}
+
+TEST_F(BootRunE2ETest, The513thCrashWrapsTheRingOntoTheOldestRecord) {
+    MakeBlackbox();
+    {
+        // 512 crashes of earlier boots, written as the daemon writes them.
+        ASSERT_TRUE(platform::SetRoot(mRoot.path()));
+        Minidump::time_init();
+        Minidump::CrashHistoryPartition history;
+        ASSERT_TRUE(Minidump::open_crash_history(&history));
+        for (int crash = 1; crash <= 512; ++crash) {
+            ASSERT_EQ(Minidump::write_to_partition_crash_history(
+                              history, Minidump::CRASH_MAIN_KERNEL, Minidump::CRASH_KPANIC,
+                              "kpanic", "earlier crash " + std::to_string(crash)),
+                      0);
+        }
+        Minidump::close_crash_history(&history);
+    }
+    AddOopsDump();
+
+    ExpectOopsReported(Boot(), 513);
+    const std::vector<std::string> lines = MdHistory();
+    ASSERT_EQ(lines.size(), 512u);
+    EXPECT_EQ(lines.front().substr(0, 7), "2)[41] ");
+    EXPECT_NE(lines.front().find("|earlier crash 2"), std::string::npos) << lines.front();
+    EXPECT_NE(lines[510].find("|earlier crash 512"), std::string::npos) << lines[510];
+
+    const Json::Value history = Inspect(Host(kBlackbox))["crash_history"];
+    EXPECT_EQ(history["header"]["current_num"].asUInt(), 513u);
+    EXPECT_EQ(history["header"]["next_position"].asUInt(), 1u);
+    ASSERT_EQ(history["records"].size(), 512u);
+    EXPECT_EQ(history["records"][511]["slot"].asUInt(), 0u);
+    EXPECT_EQ(history["sub_type_counters"][0]["count"].asUInt(), 513u);
+}
+
+// A loop device over the image: the run sizes and reads a real block device.
+TEST_F(BootRunE2ETest, BlackboxOnALoopDevice) {
+    MakeBlackbox();
+    AddOopsDump();
+    const std::string image = mRoot.path() + "/blackbox.img";
+    fs::rename(Host(kBlackbox), image);
+    FILE* attach = popen(("losetup --find --show " + image + " 2>&1").c_str(), "r");
+    ASSERT_NE(attach, nullptr);
+    char output[256] = {};
+    const bool read = fgets(output, sizeof(output), attach) != nullptr;
+    const int status = pclose(attach);
+    std::string device = read ? output : "";
+    if (!device.empty() && device.back() == '\n') device.pop_back();
+    if (status != 0 || device.rfind("/dev/loop", 0) != 0) {
+        GTEST_SKIP() << "this machine does not allow losetup: " << device;
+    }
+    struct Detach {
+        std::string device;
+        ~Detach() { (void)system(("losetup -d " + device).c_str()); }
+    } detach{device};
+    fs::create_symlink(device, Host(kBlackbox));
+
+    ExpectOopsReported(Boot(), 1);
+    const Json::Value image_view = Inspect(device);
+    EXPECT_EQ(image_view["size"].asUInt64(), fs::file_size(image));
+    EXPECT_EQ(image_view["crash_history"]["header"]["current_num"].asUInt(), 1u);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing
