@@ -2,8 +2,9 @@
 """Prints Halvex side by side with the baseline from Google Benchmark JSON.
 
 Runs are paired by name: "<workload>/halvex" against "<workload>/baseline"
-(a trailing "/real_time" is ignored). With repetitions, the median aggregate
-is used; otherwise the single run.
+(a trailing "/real_time" or "/manual_time" is ignored). With repetitions, the
+median aggregate is used; otherwise the single run. A workload without any of
+the counters below is shown by its time per iteration.
 """
 import json
 import sys
@@ -16,7 +17,21 @@ METRICS = {
     "median_us": ("us", False, lambda v: f"{v:.1f}"),
     "p99_us": ("us", False, lambda v: f"{v:.1f}"),
     "allocs_per_msg": ("allocs/msg", False, lambda v: f"{v:.3f}"),
+    "wall_s": ("s", False, lambda v: f"{v:.2f}"),
+    "peak_rss_mib": ("MiB", False, lambda v: f"{v:.1f}"),
+    "time_us": ("us", False, lambda v: f"{v:.1f}"),
 }
+
+# What each benchmark program's baseline is.
+BASELINES = [
+    ("message loop", "a std::mutex + std::condition_variable + std::deque<std::function<void()>> "
+     "queue (the consumer has a core to itself unless noted)"),
+    ("binder call", "the same exchange as a bare ping-pong over a Unix socket pair"),
+    ("boot run", "reading the partitions once and compressing the raw dump once with zlib -9, "
+     "in process; peak memory is tesseld's VmHWM"),
+]
+
+TO_US = {"ns": 1e-3, "us": 1.0, "ms": 1e3, "s": 1e6}
 
 # The rows of the table, in order: workload, label, counter. Workloads not
 # listed here still get a row for every counter they report.
@@ -30,6 +45,8 @@ ROWS = [
     ("latency/shared_core", "post-to-run latency, median, one shared core", "median_us"),
     ("latency/shared_core", "post-to-run latency, p99, one shared core", "p99_us"),
     ("allocations", "allocations after warm-up", "allocs_per_msg"),
+    ("round_trip_small", "binder call, small, round trip", "time_us"),
+    ("round_trip_1MiB", "binder call, 1 MiB byte[], round trip", "time_us"),
 ]
 
 
@@ -42,7 +59,8 @@ def si(value):
 
 def split_name(run_name):
     """("throughput/producers:1", "halvex") from "throughput/producers:1/halvex/real_time"."""
-    parts = [p for p in run_name.split("/") if p not in ("real_time", "manual_time")]
+    parts = [p for p in run_name.split("/") if p not in ("real_time", "manual_time")
+             and not p.startswith(("iterations:", "repeats:"))]
     impl = next((p for p in parts if p in IMPLS), None)
     if impl is None:
         return None, None
@@ -63,6 +81,8 @@ def load(paths):
             workload, impl = split_name(run.get("run_name", run["name"]))
             if workload is None:
                 continue
+            if not any(c in run for c in METRICS) and "real_time" in run:
+                run["time_us"] = run["real_time"] * TO_US.get(run.get("time_unit", "ns"), 1e-3)
             slot = runs.setdefault(workload, {})
             # A median beats a single run of the same benchmark.
             if is_aggregate or impl not in slot:
@@ -110,14 +130,10 @@ def main(paths):
 
     widths = [max(len(row[i]) for row in table) for i in range(len(table[0]))]
     print()
-    print("Halvex message loop vs a std::mutex + std::condition_variable + "
-          "std::deque<std::function<void()>> queue")
-    cpus = context.get("num_cpus", "?")
-    repetitions = ""
-    some_run = next(iter(next(iter(runs.values()), {}).values()), {})
-    if some_run.get("run_type") == "aggregate":
-        repetitions = f", median of {some_run.get('repetitions', '?')} runs"
-    print(f"({cpus} CPUs{repetitions}; the consumer has a core to itself unless noted)")
+    print("Halvex side by side with what a user would pick instead:")
+    for name, baseline in BASELINES:
+        print(f"  {name}: {baseline}")
+    print(f"({context.get('num_cpus', '?')} CPUs; medians where a benchmark repeats)")
     print()
     for i, row in enumerate(table):
         print("  ".join(cell.ljust(w) if c == 0 else cell.rjust(w)
@@ -126,7 +142,7 @@ def main(paths):
             print("  ".join("-" * w for w in widths))
     print()
     print("halvex vs baseline: > 1.00x means Halvex is better (more msgs/s, "
-          "fewer us); '-' where a figure is zero or missing.")
+          "fewer us, s or MiB); '-' where a figure is zero or missing.")
 
 
 if __name__ == "__main__":

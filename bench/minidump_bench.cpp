@@ -19,86 +19,18 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <string>
 #include <vector>
 
+#include "BenchImage.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "platform/Platform.h"
-#include "tools/tessel-image/dump/DumpImage.h"
 
 namespace zelkor::tessel::bench {
 namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
-
-constexpr const char* kKinds[] = {"zeros", "text", "random"};
-
-std::string LE(uint64_t v, int width) {
-    std::string bytes;
-    for (int i = 0; i < width; ++i) bytes.push_back(static_cast<char>(v >> (8 * i)));
-    return bytes;
-}
-
-// Kernel log lines as printk records, `size` bytes of them.
-std::string PrintkRecords(uint64_t size, std::mt19937_64& random) {
-    std::string out;
-    for (uint64_t ts = 1000000; out.size() + 128 < size; ts += random() % 5000000) {
-        std::string text = "cpu" + std::to_string(random() % 8) + ": driver event " +
-                           std::to_string(random()) + " handled in " +
-                           std::to_string(random() % 1000) + " us";
-        size_t len = (16 + text.size() + 3) / 4 * 4;
-        out += LE(ts, 8) + LE(len, 2) + LE(text.size(), 2) + LE(0, 2) + LE(0, 1) + LE(6, 1);
-        out += text + std::string(len - 16 - text.size(), '\0');
-    }
-    return out;
-}
-
-std::string PmsgRecords(uint64_t size, std::mt19937_64& random) {
-    std::string out;
-    while (out.size() + 256 < size) {
-        std::string payload = std::string(1, 4) + "ActivityManager" + '\0' + "Start proc " +
-                              std::to_string(random() % 30000) + '\0';
-        out += "l" + LE(18 + payload.size(), 2) + LE(1000, 2) + LE(random() % 30000, 2) + LE(0, 1) +
-               LE(random() % 30000, 2) + LE(1700000000 + out.size(), 4) + LE(0, 4) + payload;
-    }
-    return out;
-}
-
-std::string TextLines(uint64_t size, const std::string& line) {
-    std::string out;
-    for (int i = 0; out.size() + line.size() + 12 < size; ++i) {
-        out += line + " " + std::to_string(i) + "\n";
-    }
-    return out;
-}
-
-// The trust-zone diagnostic area: header, boot and reset tables, a full ring.
-std::string TzDiag(const std::string& ring) {
-    std::string area(0x400, '\0');
-    auto put = [&](size_t at, uint32_t v) { area.replace(at, 4, LE(v, 4)); };
-    put(0, 0x747A6461);
-    put(4, 0x00030000);
-    put(8, 8);
-    put(16, 168);
-    put(20, 360);
-    put(28, 0x400);
-    put(32, ring.size());
-    area.replace(0x3FE, 2, LE(ring.size() - 1, 2));
-    return area + ring;
-}
-
-// The hypervisor diagnostic area: header for 8 CPUs, then a ring that has not
-// wrapped yet.
-std::string HypDiag(const std::string& ring) {
-    std::string area(88, '\0');
-    area.replace(0, 4, LE(0x6879706D, 4));  // "hypm"
-    area.replace(4, 4, LE(8, 4));
-    area.replace(8, 4, LE(area.size(), 4));   // ring offset
-    area.replace(14, 2, LE(ring.size(), 2));  // next write offset
-    return area + ring;
-}
 
 // A host root with a blackbox image holding ten dumps, and raw dumps of each
 // kind; built once, removed at exit.
@@ -131,74 +63,9 @@ class BenchRoot {
         platform::SetRoot(mRoot);
         fs::create_directories(mRoot + "/dev/block/by-name");
         fs::create_directories(mRoot + "/data/vendor/diag");
-        const char* mb = getenv("TESSEL_BENCH_RAWDUMP_MB");
-        mRawdumpSize = uint64_t(mb != nullptr ? atoi(mb) : 256) << 20;
-        BuildBlackbox();
-        BuildRawdumps();
-    }
-
-    void BuildBlackbox() {
-        std::mt19937_64 random(1);
-        std::vector<std::pair<std::string, std::string>> sections = {
-                {"md_kmsg", PrintkRecords(8 << 20, random)},
-                {"md_KMDT0x110.BIN", PrintkRecords(256 << 10, random)},
-                {"md_pmsg", PmsgRecords(512 << 10, random)},
-                {"md_cpusys", TextLines(64 << 10, "edac_ppi_interrupt_handler status")},
-                {"md_TZ_DIAG", TzDiag(TextLines(16 << 10, "[12.3](42 1 2)"))},
-                {"md_ltz", TextLines(64 << 10, "[12.3](7 3 9)")},
-                {"md_HYP_DIAG", HypDiag(TextLines(8 << 10, "hyp"))},
-                {"md_XBL_LOG", TextLines(128 << 10, "XBL boot step")},
-                {"md_TZ_IMEM", std::string(4096, '\x5a')},
-                {"md_TZ_AES_KEY", std::string(256, 'k')},
-                {"md_TZ_AES_IV", std::string(16, 'i')},
-                {"md_TZ_HMAC", std::string(32, 'h')},
-                {"md_encr_key_aes", std::string(256, 'k')},
-                {"md_encr_key_iv", std::string(16, 'i')},
-                {"md_encr_key_mac", std::string(32, 'm')},
-                {"md_TZ_DUMP", std::string(4096, 'd')},
-                {"md_MDMP_LOG", TextLines(16 << 10, "mdmp")},
-                {"load.cmm", TextLines(4 << 10, "d.load.elf")},
-                {"md_shrm", std::string(4096, 's')},
-                {"md_aop", std::string(4096, 'a')},
-        };
-        image::DumpAddOptions options;
-        options.image = mRoot + "/dev/block/by-name/blackbox";
-        options.time = "2024-05-06 7:08:09";
-        for (auto& [name, data] : sections) {
-            std::string file = mRoot + "/section." + name;
-            std::ofstream(file, std::ios::binary) << data;
-            options.sections.push_back({name, file});
-            mDumpBytes += data.size();
-        }
-        // Slots 1 .. 9 first, then the newest in slot 0: a raw dump with nine
-        // stored ones behind it.
-        for (uint32_t slot : {1, 2, 3, 4, 5, 6, 7, 8, 9, 0}) {
-            options.slot = slot;
-            std::string error;
-            if (!image::WriteDump(options, &error)) {
-                fprintf(stderr, "bench: %s\n", error.c_str());
-                abort();
-            }
-        }
-    }
-
-    void BuildRawdumps() {
-        std::ofstream(rawdump("zeros")).close();
-        fs::resize_file(rawdump("zeros"), mRawdumpSize);
-        std::mt19937_64 random(2);
-        std::ofstream text(rawdump("text"), std::ios::binary);
-        std::ofstream noise(rawdump("random"), std::ios::binary);
-        std::string chunk;
-        for (uint64_t done = 0; done < mRawdumpSize; done += chunk.size()) {
-            chunk = PrintkRecords(1 << 20, random);
-            chunk.resize(std::min<uint64_t>(1 << 20, mRawdumpSize - done), '\0');
-            text << chunk;
-            for (size_t i = 0; i + 8 <= chunk.size(); i += 8) {
-                uint64_t v = random();
-                memcpy(&chunk[i], &v, 8);
-            }
-            noise << chunk;
-        }
+        mRawdumpSize = RawdumpSizeFromEnv(256);
+        mDumpBytes = WriteBenchBlackbox(mRoot + "/dev/block/by-name/blackbox", mRoot);
+        for (const char* kind : kRawdumpKinds) WriteRawdump(rawdump(kind), kind, mRawdumpSize);
     }
 
     std::string mRoot;
@@ -323,38 +190,19 @@ void BM_Gzip(benchmark::State& state, const char* kind) {
 void BM_ZlibLevel(benchmark::State& state, const char* kind) {
     const BenchRoot& root = BenchRoot::Get();
     const int level = static_cast<int>(state.range(0));
-    std::vector<unsigned char> in(512 << 10), out(512 << 10);
     uint64_t packed = 0;
     for (auto _ : state) {
-        FILE* file = fopen(root.rawdump(kind).c_str(), "rb");
-        if (file == nullptr) {
+        packed = ZlibCompressFile(root.rawdump(kind), level, -1);
+        if (packed == 0) {
             state.SkipWithError("raw dump missing");
             break;
         }
-        z_stream zs{};
-        deflateInit2(&zs, level, Z_DEFLATED, MAX_WBITS, MAX_MEM_LEVEL, Z_DEFAULT_STRATEGY);
-        packed = 0;
-        int flush = Z_NO_FLUSH;
-        do {
-            size_t n = fread(in.data(), 1, in.size(), file);
-            flush = n < in.size() ? Z_FINISH : Z_NO_FLUSH;
-            zs.next_in = in.data();
-            zs.avail_in = static_cast<uInt>(n);
-            do {
-                zs.next_out = out.data();
-                zs.avail_out = static_cast<uInt>(out.size());
-                deflate(&zs, flush);
-                packed += out.size() - zs.avail_out;
-            } while (zs.avail_out == 0);
-        } while (flush != Z_FINISH);
-        deflateEnd(&zs);
-        fclose(file);
     }
     SetRatio(state, root.rawdumpSize(), packed);
 }
 
 void RegisterCompression() {
-    for (const char* kind : kKinds) {
+    for (const char* kind : kRawdumpKinds) {
         const std::string name = std::string("compress/") + kind;
         benchmark::RegisterBenchmark((name + "/halvex").c_str(), BM_CompressMinidump, kind)
                 ->UseRealTime()

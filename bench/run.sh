@@ -17,12 +17,13 @@ mkdir -p "$out_dir"
 
 # Short repetitions, reported as their median: on a small shared machine one
 # long run can land in a bad patch and skew a whole row, a median of five
-# rarely does. The whole set stays well under two minutes on two cores.
+# rarely does. The boot run repeats three single runs of its own (each takes
+# seconds); the whole set takes about four minutes on two cores.
 defaults=(--benchmark_min_time=0.5 --benchmark_repetitions=5
           --benchmark_report_aggregates_only=true)
 
 results=()
-for name in message_loop binder; do
+for name in message_loop binder boot_run; do
     bin=$build_dir/bin/bench_$name
     if [ ! -x "$bin" ]; then
         echo "bench: $bin is missing; build the bench_$name target first" >&2

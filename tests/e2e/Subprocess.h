@@ -71,6 +71,7 @@ class Subprocess {
     Subprocess& operator=(const Subprocess&) = delete;
 
     bool started() const { return mPid > 0; }
+    pid_t pid() const { return mPid; }
     bool running() const { return mPid > 0 && !mExited; }
 
     // Exit status once the process ended, or -1 when it is still running at
