@@ -92,7 +92,10 @@ void handle_stored_minidumps();
 int parse_log(int fd, const char* name, uint64_t offset, uint64_t size, uint32_t late_index);
 
 // Compresses "/dev/block/by-name/rawdump" into "/data/vendor/diag/minidump.gz"
-// as one zlib stream (RFC 1950). 1 on failure, 0 otherwise.
+// as one zlib stream (RFC 1950). A second call of the same run keeps the file
+// when the raw dump and the file are unchanged since the last compression
+// (logged "minidump.gz already holds this raw dump, not compressed again").
+// 1 on failure, 0 otherwise.
 int compress_minidump();
 
 // ---- repair after a dump the boot loader could not finish ------------------

@@ -39,8 +39,8 @@ void minidump_main() {
         update_minidump_history();
     }
 
-    // The run has always compressed a new dump a second time here; the file
-    // is rewritten with the same content.
+    // Asked again for a new dump; compress_minidump() keeps the file the
+    // first request wrote when the raw dump has not changed since.
     if (new_crash_found()) compress_minidump();
 
     if (blackbox) blackbox::copy_kmsg_to_black_box(&headers);

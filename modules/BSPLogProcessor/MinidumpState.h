@@ -1,12 +1,28 @@
 // Process-wide state of the minidump steps of one boot run (see Minidump.h).
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <string>
 
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
 
 namespace zelkor::tessel::Minidump {
+
+// What the last finished compression of the run read and wrote.
+struct CompressedDump {
+    bool valid = false;
+    dev_t inDev = 0;
+    ino_t inIno = 0;
+    dev_t inRdev = 0;
+    int64_t size = 0;
+    uint32_t adler = 0;  // of the raw dump's bytes, as the stream's trailer holds it
+    dev_t outDev = 0;
+    ino_t outIno = 0;
+    off_t outSize = 0;
+    struct timespec outMtime {};
+};
 
 struct RunState {
     // As read by handle_mini_lastlog_header(), or as the repair left it.
@@ -16,6 +32,7 @@ struct RunState {
     blackbox::dump_header_v2 dumpV2{};
     bool newCrash = false;
     std::string timeText;
+    CompressedDump compressed;
 };
 
 RunState& State();

@@ -66,5 +66,41 @@ TEST_F(CompressTest, FailuresAreReported) {
     EXPECT_TRUE(mLog.contains(kTag, "Failed opening output file!"));
 }
 
+TEST_F(CompressTest, SecondCallKeepsTheFileOnlyWhileRawDumpAndFileAreUnchanged) {
+    const std::string kept = "minidump.gz already holds this raw dump, not compressed again";
+    MakeImage(kRawdump, 0);
+    Put(kRawdump, 0, std::string(300000, 'a'));
+    ASSERT_EQ(compress_minidump(), 0);
+    struct stat first {};
+    ASSERT_EQ(stat(Host(kGz).c_str(), &first), 0);
+
+    ASSERT_EQ(compress_minidump(), 0);
+    EXPECT_EQ(mLog.count(kTag, kept), 1);
+    struct stat second {};
+    ASSERT_EQ(stat(Host(kGz).c_str(), &second), 0);
+    EXPECT_EQ(second.st_mtim.tv_nsec, first.st_mtim.tv_nsec);
+    EXPECT_EQ(second.st_mtim.tv_sec, first.st_mtim.tv_sec);
+
+    // Same node, same size, one byte changed: compressed again.
+    Put(kRawdump, 123456, "b");
+    ASSERT_EQ(compress_minidump(), 0);
+    EXPECT_EQ(mLog.count(kTag, kept), 1);
+    std::string changed(300000, 'a');
+    changed[123456] = 'b';
+    EXPECT_TRUE(Inflate(ReadFile(kGz), changed.size()) == changed);
+
+    // The file replaced behind the run's back: compressed again.
+    std::filesystem::remove(Host(kGz));
+    { std::ofstream(Host(kGz)) << "stale"; }
+    ASSERT_EQ(compress_minidump(), 0);
+    EXPECT_EQ(mLog.count(kTag, kept), 1);
+    EXPECT_TRUE(Inflate(ReadFile(kGz), changed.size()) == changed);
+
+    // A new run starts from nothing.
+    reset_minidump_state();
+    ASSERT_EQ(compress_minidump(), 0);
+    EXPECT_EQ(mLog.count(kTag, kept), 1);
+}
+
 }  // namespace
 }  // namespace zelkor::tessel::testing
