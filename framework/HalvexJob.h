@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -49,6 +50,17 @@ class HalvexJob {
 
     void operator()(Object* arg) { mOps->invoke(mStorage, arg); }
 
+    // Calls the callable once and leaves the job empty. The callable moves
+    // out of the job before it runs, so the job is already empty meanwhile
+    // and may even be given a new callable. One indirect call in all: a
+    // posted job runs this way once per message.
+    void runOnce(Object* arg) {
+        if (const Ops* ops = mOps) {
+            mOps = nullptr;
+            ops->runOnce(mStorage, arg);
+        }
+    }
+
     void reset() {
         if (mOps != nullptr) {
             mOps->destroy(mStorage);
@@ -61,6 +73,7 @@ class HalvexJob {
         void (*invoke)(void* storage, Object* arg);
         void (*move)(void* dst, void* src);  // move-constructs into dst, destroys src
         void (*destroy)(void* storage);
+        void (*runOnce)(void* storage, Object* arg);  // moves out, destroys src, calls
     };
 
     template <typename Fn>
@@ -86,6 +99,12 @@ class HalvexJob {
                 static_cast<Fn*>(src)->~Fn();
             },
             [](void* s) { static_cast<Fn*>(s)->~Fn(); },
+            [](void* s, Object* arg) {
+                Fn* stored = static_cast<Fn*>(s);
+                Fn fn(std::move(*stored));
+                stored->~Fn();
+                call(fn, arg);
+            },
     };
 
     template <typename Fn>
@@ -93,6 +112,10 @@ class HalvexJob {
             [](void* s, Object* arg) { call(**static_cast<Fn**>(s), arg); },
             [](void* dst, void* src) { *static_cast<Fn**>(dst) = *static_cast<Fn**>(src); },
             [](void* s) { delete *static_cast<Fn**>(s); },
+            [](void* s, Object* arg) {
+                std::unique_ptr<Fn> fn(*static_cast<Fn**>(s));
+                call(*fn, arg);
+            },
     };
 
     void moveFrom(HalvexJob& other) {

@@ -1,39 +1,8 @@
 #include "framework/HalvexMessage.h"
 
+#include <algorithm>
+
 namespace zelkor::tessel {
-namespace {
-
-// Most records keep the default label: compare before writing, a write of a
-// string costs more than the check.
-void resetName(HalvexMessage* msg) {
-    static const std::string kUndef = "Undef";
-    if (msg->name != kUndef) msg->name = kUndef;
-}
-
-}  // namespace
-
-void HalvexMessageList::pushBack(HalvexMessage* msg) {
-    msg->mPrev = nullptr;
-    msg->mNext = nullptr;
-    (tail != nullptr ? tail->mNext : head) = msg;
-    tail = msg;
-    ++count;
-}
-
-HalvexMessage* HalvexMessageList::popFront() {
-    HalvexMessage* msg = head;
-    if (msg == nullptr) return nullptr;
-    head = msg->mNext;
-    if (head == nullptr) tail = nullptr;
-    msg->mNext = nullptr;
-    --count;
-    return msg;
-}
-
-void HalvexMessageList::moveFront(size_t n, HalvexMessageList& to) {
-    while (n-- > 0 && head != nullptr) to.pushBack(popFront());
-}
-
 namespace {
 
 constexpr size_t kThreadCacheMax = 64;  // idle records one thread keeps
@@ -41,10 +10,29 @@ constexpr size_t kBatch = 32;           // records traded with the shared pool a
 
 }  // namespace
 
-// A thread's own idle records; handed back to the shared pool when the thread ends.
+// A thread's own idle records, a stack whose top is the last one given back;
+// handed back to the shared pool when the thread ends.
 struct ThreadMessageCache {
-    HalvexMessageList records;
-    ~ThreadMessageCache() { HalvexMessageManager::getInstance().giveBack(records, records.count); }
+    HalvexMessage* records[kThreadCacheMax + 1];
+    size_t count = 0;
+
+    ~ThreadMessageCache() { HalvexMessageManager::getInstance().giveBack(records, count); }
+
+    // The per-message paths: they touch the shared pool, and its lock, only
+    // once per batch.
+    HalvexMessage* take() {
+        if (count == 0) count = HalvexMessageManager::getInstance().takeIdle(records, kBatch);
+        if (count == 0) return HalvexMessageManager::getInstance().create();
+        return records[--count];
+    }
+    void put(HalvexMessage* msg) {
+        msg->clear();
+        records[count++] = msg;
+        if (count > kThreadCacheMax) {
+            count -= kBatch;
+            HalvexMessageManager::getInstance().giveBack(records + count, kBatch);
+        }
+    }
 };
 
 namespace {
@@ -58,49 +46,46 @@ HalvexMessageManager& HalvexMessageManager::getInstance() {
 }
 
 HalvexMessage* HalvexMessageManager::obtain() {
-    HalvexMessageList& own = tCache.records;
-    if (own.count == 0) {
-        std::lock_guard<std::mutex> lock(mLock);
-        mIdle.moveFront(kBatch, own);
-    }
-    if (HalvexMessage* msg = own.popFront()) return msg;
-    return new HalvexMessage;
-}
-
-void HalvexMessageManager::giveBack(HalvexMessageList& records, size_t n) {
-    if (n == 0) return;
-    std::lock_guard<std::mutex> lock(mLock);
-    records.moveFront(n, mIdle);
+    return tCache.take();
 }
 
 void HalvexMessageManager::recycle(HalvexMessage* msg) {
-    msg->what = -1;
-    msg->arg1 = 0;
-    msg->arg2 = 0;
-    msg->arg3 = 0;
-    resetName(msg);
-    msg->flags = HalvexMessage::FLAG_DEFAULT;
-    msg->target = nullptr;
-    delete msg->obj;
-    msg->obj = nullptr;
-    msg->releaseRunnable();
-    // A payload the sender still shares stays with the record until reuse.
-    if (msg->sharedPayload && msg->sharedPayload.use_count() == 1) msg->sharedPayload.reset();
+    tCache.put(msg);
+}
 
-    HalvexMessageList& own = tCache.records;
-    own.pushBack(msg);
-    if (own.count > kThreadCacheMax) giveBack(own, kBatch);
+size_t HalvexMessageManager::takeIdle(HalvexMessage** to, size_t n) {
+    std::lock_guard<std::mutex> lock(mLock);
+    n = std::min(n, mIdle.size());
+    std::copy(mIdle.end() - n, mIdle.end(), to);
+    mIdle.resize(mIdle.size() - n);
+    return n;
+}
+
+void HalvexMessageManager::giveBack(HalvexMessage* const* records, size_t n) {
+    if (n == 0) return;
+    std::lock_guard<std::mutex> lock(mLock);
+    mIdle.insert(mIdle.end(), records, records + n);
+}
+
+HalvexMessage* HalvexMessageManager::create() {
+    const size_t alive = ++mAlive;
+    {
+        // Grown here, with the record, rather than when records come back.
+        std::lock_guard<std::mutex> lock(mLock);
+        if (mIdle.capacity() < alive) mIdle.reserve(2 * alive);
+    }
+    return new HalvexMessage;
 }
 
 size_t HalvexMessageManager::idleCount() {
     std::lock_guard<std::mutex> lock(mLock);
-    return mIdle.count + tCache.records.count;
+    return mIdle.size() + tCache.count;
 }
 
 HalvexMessage* HalvexMessage::obtain(int what, Object* obj, short flags) {
     // A record comes new or recycled, and recycling already cleared the
     // arguments, name, payload and job; only the due time is left to reset.
-    HalvexMessage* msg = HalvexMessageManager::getInstance().obtain();
+    HalvexMessage* msg = tCache.take();
     msg->what = what;
     msg->obj = obj;
     msg->flags = flags;
@@ -109,17 +94,33 @@ HalvexMessage* HalvexMessage::obtain(int what, Object* obj, short flags) {
 }
 
 void HalvexMessage::recycle(HalvexMessage* msg) {
-    if (msg != nullptr) HalvexMessageManager::getInstance().recycle(msg);
+    if (msg != nullptr) tCache.put(msg);
 }
 
-void HalvexMessage::emplaceRunnable(HalvexJob&& job) {
-    releaseRunnable();
-    runnable = new (mRunnableStorage) HalvexRunnable(std::move(job));
+void HalvexMessage::clear() {
+    what = -1;
+    arg1 = 0;
+    arg2 = 0;
+    arg3 = 0;
+    // Most records keep the default label: compare before writing, a write of
+    // a string costs more than the check.
+    if (name != kDefaultName) name = kDefaultName;
+    flags = FLAG_DEFAULT;
+    target = nullptr;
+    if (obj != nullptr) {
+        delete obj;
+        obj = nullptr;
+    }
+    if (runnable != nullptr) releaseRunnable();
+    // A payload the sender still shares stays with the record until reuse.
+    if (sharedPayload && sharedPayload.use_count() == 1) sharedPayload.reset();
 }
 
 void HalvexMessage::releaseRunnable() {
     if (runnable == reinterpret_cast<HalvexRunnable*>(mRunnableStorage)) {
-        runnable->~HalvexRunnable();
+        // Built here by emplaceRunnable(), so exactly a HalvexRunnable: no
+        // virtual call needed to destroy it.
+        runnable->HalvexRunnable::~HalvexRunnable();
     } else {
         delete runnable;
     }
@@ -129,6 +130,7 @@ void HalvexMessage::releaseRunnable() {
 HalvexMessage::~HalvexMessage() {
     delete obj;
     releaseRunnable();
+    --HalvexMessageManager::getInstance().mAlive;
 }
 
 }  // namespace zelkor::tessel

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "framework/HalvexRunnable.h"
 #include "framework/Object.h"
@@ -28,7 +32,10 @@ class HalvexMessage : public Object {
 
     // Builds the job's runnable inside this record, so a posted job costs no
     // allocation and no second pool; `runnable` then points into the record.
-    void emplaceRunnable(HalvexJob&& job);
+    void emplaceRunnable(HalvexJob&& job) {
+        if (runnable != nullptr) releaseRunnable();
+        runnable = new (mRunnableStorage) HalvexRunnable(std::move(job));
+    }
 
     int what = 0;
     int64_t when = 0;  // uptime ms; 0 is "now", ahead of everything queued
@@ -36,7 +43,7 @@ class HalvexMessage : public Object {
     int32_t arg1 = 0;
     int64_t arg2 = 0;
     int64_t arg3 = 0;
-    std::string name = "Undef";
+    std::string name{kDefaultName};
     Object* obj = nullptr;                  // owned payload
     HalvexRunnable* runnable = nullptr;     // owned job of a posted message
     std::shared_ptr<Object> sharedPayload;  // shared with the sender
@@ -46,29 +53,21 @@ class HalvexMessage : public Object {
   private:
     friend class HalvexMessageQueue;
     friend class HalvexMessageManager;
-    friend struct HalvexMessageList;
+    friend struct ThreadMessageCache;
+
+    static constexpr std::string_view kDefaultName = "Undef";
 
     HalvexMessage() = default;
+    // Destroys the payload and the job and puts every field but the due time
+    // back to its default, ready for the pool.
+    void clear();
     // Destroys the owned runnable, in place or on the heap, and clears it.
     void releaseRunnable();
 
-    // Intrusive links: a record is in at most one queue or in the pool, so the
-    // lists need no nodes of their own and moving a record allocates nothing.
-    HalvexMessage* mPrev = nullptr;
+    // Intrusive link: a record is in at most one queue, so the queue needs no
+    // nodes of its own and queueing a record allocates nothing.
     HalvexMessage* mNext = nullptr;
     alignas(HalvexRunnable) unsigned char mRunnableStorage[sizeof(HalvexRunnable)];
-};
-
-// A first-in first-out chain of idle records, linked through the records.
-struct HalvexMessageList {
-    HalvexMessage* head = nullptr;
-    HalvexMessage* tail = nullptr;
-    size_t count = 0;
-
-    void pushBack(HalvexMessage* msg);
-    HalvexMessage* popFront();
-    // Moves up to n records from the front of this list to the back of `to`.
-    void moveFront(size_t n, HalvexMessageList& to);
 };
 
 // The process-wide pool of idle message records. It has no bound and never
@@ -77,7 +76,15 @@ struct HalvexMessageList {
 // Each thread keeps a few idle records of its own and trades them with the
 // shared pool in batches: a looper thread that recycles and a thread that
 // posts then meet on the pool's lock once per batch, not once per message.
-// Within a thread, records are reused in the order they came back.
+// Both reuse the most recently returned record first. Handing out the oldest
+// instead would cycle through every record the pool ever grew to, and at a
+// few cache lines per record a busy loop would then miss the cache on each
+// message.
+//
+// Idle records are held by pointer, not linked through the records: a batch
+// changes hands by copying pointers. Walking a chain of records instead costs
+// a cache miss per record once the pool outgrows the cache, one after the
+// other, as each link is only known once the record before it has loaded.
 class HalvexMessageManager {
   public:
     static HalvexMessageManager& getInstance();
@@ -88,12 +95,21 @@ class HalvexMessageManager {
     size_t idleCount();
 
   private:
+    friend class HalvexMessage;
     friend struct ThreadMessageCache;
     HalvexMessageManager() = default;
-    void giveBack(HalvexMessageList& records, size_t n);
+
+    // Moves up to n idle records from the shared pool to `to`; returns how many.
+    size_t takeIdle(HalvexMessage** to, size_t n);
+    void giveBack(HalvexMessage* const* records, size_t n);
+    // A record for when the pool has none idle.
+    HalvexMessage* create();
 
     std::mutex mLock;
-    HalvexMessageList mIdle;  // guarded by mLock
+    // Its capacity never falls below the number of records alive, so giving
+    // records back never allocates.
+    std::vector<HalvexMessage*> mIdle;  // guarded by mLock
+    std::atomic<size_t> mAlive{0};
 };
 
 }  // namespace zelkor::tessel

@@ -38,19 +38,26 @@ HalvexMessageQueue::~HalvexMessageQueue() {
     pthread_mutex_destroy(&mMutex);
 }
 
-void HalvexMessageQueue::insertBefore(HalvexMessage* pos, HalvexMessage* msg) {
-    msg->mNext = pos;
-    msg->mPrev = pos != nullptr ? pos->mPrev : mTail;
-    (msg->mPrev != nullptr ? msg->mPrev->mNext : mHead) = msg;
-    (pos != nullptr ? pos->mPrev : mTail) = msg;
-    mCount.fetch_add(1, std::memory_order_relaxed);
+void HalvexMessageQueue::linkAt(HalvexMessage** link, HalvexMessage* msg) {
+    msg->mNext = *link;
+    *link = msg;
+    // A plain store, not a locked add: only holders of mMutex write the count.
+    mCount.store(mCount.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
-void HalvexMessageQueue::unlink(HalvexMessage* msg) {
-    (msg->mPrev != nullptr ? msg->mPrev->mNext : mHead) = msg->mNext;
-    (msg->mNext != nullptr ? msg->mNext->mPrev : mTail) = msg->mPrev;
-    msg->mPrev = msg->mNext = nullptr;
-    mCount.fetch_sub(1, std::memory_order_relaxed);
+HalvexMessage* HalvexMessageQueue::unlinkAt(HalvexMessage** link) {
+    HalvexMessage* msg = *link;
+    *link = msg->mNext;
+    msg->mNext = nullptr;
+    mCount.store(mCount.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
+    return msg;
+}
+
+HalvexMessage** HalvexMessageQueue::findLink(HalvexMessage* msg) {
+    for (HalvexMessage** link = &mHead; *link != nullptr; link = &(*link)->mNext) {
+        if (*link == msg) return link;
+    }
+    return nullptr;
 }
 
 template <typename Pred>
@@ -61,12 +68,9 @@ bool HalvexMessageQueue::anyQueued(Pred pred) const {
     return false;
 }
 
-bool HalvexMessageQueue::contains(HalvexMessage* msg) const {
-    return anyQueued([msg](HalvexMessage* it) { return it == msg; });
-}
-
 int HalvexMessageQueue::wait(const timespec* deadline) {
     ++mWaiters;
+    mWakePending = false;
     int rc = deadline != nullptr ? pthread_cond_timedwait(&mCond, &mMutex, deadline)
                                  : pthread_cond_wait(&mCond, &mMutex);
     --mWaiters;
@@ -85,14 +89,15 @@ void HalvexMessageQueue::offer(HalvexMessage* msg) {
             return;
         }
         if (msg->when == 0 || msg->when < mNextWakeTime) {
-            insertBefore(mHead, msg);
+            linkAt(&mHead, msg);
             if (msg->when != 0) mNextWakeTime = msg->when;
         } else {
-            HalvexMessage* pos = mHead;
-            while (pos != nullptr && pos->when <= msg->when) pos = pos->mNext;
-            insertBefore(pos, msg);
+            HalvexMessage** link = &mHead;
+            while (*link != nullptr && (*link)->when <= msg->when) link = &(*link)->mNext;
+            linkAt(link, msg);
         }
-        wake = mWaiters > 0;
+        wake = mWaiters > 0 && !mWakePending;
+        if (wake) mWakePending = true;
     }
     if (wake) pthread_cond_broadcast(&mCond);
 }
@@ -124,10 +129,8 @@ HalvexMessage* HalvexMessageQueue::take(bool ignoreTime) {
         // looper asked to quit is never held back by a delayed message.
         if (mNonBlock) return nullptr;
     }
-    HalvexMessage* msg = mHead;
-    unlink(msg);
     mNextWakeTime = -1;
-    return msg;
+    return unlinkAt(&mHead);
 }
 
 void HalvexMessageQueue::setNonBlockWhenTake(bool nonBlock) {
@@ -156,8 +159,10 @@ void HalvexMessageQueue::quit() {
 
 void HalvexMessageQueue::removeMessage(HalvexMessage* msg, bool keep) {
     MutexLock lock(&mMutex);
-    if (mQuit || msg == nullptr || !contains(msg)) return;
-    unlink(msg);
+    if (mQuit || msg == nullptr) return;
+    HalvexMessage** link = findLink(msg);
+    if (link == nullptr) return;
+    unlinkAt(link);
     if (!keep) delete msg;
 }
 
@@ -168,16 +173,13 @@ bool HalvexMessageQueue::hasMessages(int what) {
 
 bool HalvexMessageQueue::hasMessage(HalvexMessage* msg) {
     MutexLock lock(&mMutex);
-    return !mQuit && contains(msg);
+    return !mQuit && findLink(msg) != nullptr;
 }
 
 void HalvexMessageQueue::clear() {
     pthread_cond_broadcast(&mCond);
     MutexLock lock(&mMutex);
-    while (HalvexMessage* msg = mHead) {
-        unlink(msg);
-        delete msg;
-    }
+    while (mHead != nullptr) delete unlinkAt(&mHead);
 }
 
 }  // namespace zelkor::tessel

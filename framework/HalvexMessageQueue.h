@@ -47,22 +47,30 @@ class HalvexMessageQueue {
     void dump() {}
 
   private:
-    void insertBefore(HalvexMessage* pos, HalvexMessage* msg);  // pos null: append
-    void unlink(HalvexMessage* msg);
+    // The queue is a chain through the records' own links; `link` is mHead or
+    // the link field of a queued record.
+    void linkAt(HalvexMessage** link, HalvexMessage* msg);
+    HalvexMessage* unlinkAt(HalvexMessage** link);
+    // The link that points at msg, or null when msg is not queued.
+    HalvexMessage** findLink(HalvexMessage* msg);
     template <typename Pred>
     bool anyQueued(Pred pred) const;
-    bool contains(HalvexMessage* msg) const;
     int wait(const timespec* deadline);  // null: no time limit
 
     pthread_mutex_t mMutex;
     pthread_cond_t mCond;
     HalvexMessage* mHead = nullptr;
-    HalvexMessage* mTail = nullptr;
+    // Written under mMutex only; atomic so that size() may be read without it.
     std::atomic<size_t> mCount{0};
     bool mQuit = false;
     bool mNonBlock = false;
     bool mInterrupted = false;
     int mWaiters = 0;  // takers inside a wait; offers skip the wake-up without them
+    // Every taker inside a wait has been woken since it began waiting and will
+    // look at the queue again before it sleeps: further offers need not wake
+    // it. Without this, a producer that outruns a woken but not yet running
+    // taker (always the case when both share a core) pays a wake-up per offer.
+    bool mWakePending = false;
     // Due time the taker sleeps until, or -1 when no timed wait is in progress.
     int64_t mNextWakeTime = -1;
 };

@@ -3,10 +3,8 @@
 namespace zelkor::tessel {
 
 void HalvexRunnable::operator()(Object* arg) {
-    if (!mJob) return;
-    // Moved out first so the job is gone even if it posts itself again.
-    HalvexJob job = std::move(mJob);
-    job(arg);
+    // The job is gone before it runs, even if it posts itself again.
+    mJob.runOnce(arg);
 }
 
 }  // namespace zelkor::tessel

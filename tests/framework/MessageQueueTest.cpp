@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -99,6 +103,42 @@ TEST(MessageQueueTest, NonBlockingModeReleasesABlockedTaker) {
     EXPECT_EQ(got, nullptr);
 }
 
+TEST(MessageQueueTest, BurstsOfferedToASleepingTakerAllArrive) {
+    // Only the first offer of a burst wakes the taker; the rest find it woken
+    // but not yet running. None of them may be stranded.
+    HalvexMessageQueue queue;
+    std::mutex lock;
+    std::condition_variable cond;
+    int taken = 0;
+    std::atomic<bool> stop{false};
+    std::thread taker([&] {
+        while (!stop) {
+            HalvexMessage* msg = queue.take();
+            if (msg == nullptr) continue;  // woken with nothing to return
+            HalvexMessage::recycle(msg);
+            {
+                std::lock_guard<std::mutex> guard(lock);
+                ++taken;
+            }
+            cond.notify_all();
+        }
+    });
+    constexpr int kRounds = 200;
+    constexpr int kBurst = 50;
+    bool allArrived = true;
+    for (int round = 1; round <= kRounds && allArrived; ++round) {
+        // The taker has drained the last burst and is going back to sleep.
+        for (int i = 0; i < kBurst; ++i) queue.offer(HalvexMessage::obtain(i));
+        std::unique_lock<std::mutex> guard(lock);
+        allArrived = cond.wait_for(guard, std::chrono::seconds(10),
+                                   [&] { return taken == round * kBurst; });
+    }
+    stop = true;
+    queue.setNonBlockWhenTake(true);  // releases the taker even if it missed a wake-up
+    taker.join();
+    EXPECT_TRUE(allArrived) << "taken " << taken;
+}
+
 TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangers) {
     HalvexMessageQueue queue;
     bool keptDestroyed = false, droppedDestroyed = false, strangerDestroyed = false;
@@ -160,7 +200,8 @@ TEST(MessagePoolTest, RecycledRecordComesBackClean) {
     EXPECT_EQ(ran, 0) << "recycling must not run the job";
     EXPECT_EQ(msg->sharedPayload, shared) << "a payload the sender still holds stays";
 
-    // Records are reused first-in first-out, so drain the pool down to ours.
+    // The last record given back is reused first, unless the thread's own
+    // cache overflowed into the shared pool; take records until ours is back.
     HalvexMessage* again = nullptr;
     std::vector<HalvexMessage*> others;
     while ((again = HalvexMessage::obtain(8, nullptr, 2)) != msg) others.push_back(again);
