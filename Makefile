@@ -5,7 +5,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test bench demo clean
+.PHONY: all deps configure build test asan bench demo clean
 
 all: build
 
@@ -23,6 +23,13 @@ build: configure
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
+# Every test again on a build with AddressSanitizer and UBSan (in its own
+# folder; no benchmarks there).
+ASAN_DIR ?= build-asan
+asan: deps
+	$(MAKE) test BUILD_DIR=$(ASAN_DIR) \
+		CMAKE_FLAGS="-DTESSEL_SANITIZE=ON -DTESSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS)"
+
 bench: build
 	@bash bench/run.sh $(BUILD_DIR)
 
@@ -31,4 +38,4 @@ demo: build
 	@bash demo/run.sh $(BUILD_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR)
