@@ -53,8 +53,11 @@ TEST_F(DaemonE2ETest, WaiterInAnotherProcessWakesOnSet) {
 TEST_F(DaemonE2ETest, DaemonStartsModulesAndParks) {
     Subprocess daemon({"tesseld", "--root", mRoot.path()}, out("tesseld"));
     ASSERT_TRUE(daemon.started());
+    // Modules load on the manager's thread while main goes on: wait for both.
     ASSERT_TRUE(WaitFor([&] {
-        return daemon.err().find("[_loadModules] Loaded") != std::string::npos;
+        const std::string log = daemon.err();
+        return log.find("[_loadModules] Loaded") != std::string::npos &&
+               log.find("Tessel is started!") != std::string::npos;
     })) << daemon.err();
     const std::string log = daemon.err();
     size_t starting = log.find("Tessel is starting...");
