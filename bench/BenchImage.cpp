@@ -13,18 +13,14 @@
 #include <utility>
 #include <vector>
 
+#include "LogRecords.h"
 #include "tools/tessel-image/dump/DumpImage.h"
 
 namespace zelkor::tessel::bench {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string LE(uint64_t v, int width) {
-    std::string bytes;
-    for (int i = 0; i < width; ++i) bytes.push_back(static_cast<char>(v >> (8 * i)));
-    return bytes;
-}
+using testing::LittleEndian;
 
 // Kernel log lines as printk records, `size` bytes of them.
 std::string PrintkRecords(uint64_t size, std::mt19937_64& random) {
@@ -33,9 +29,7 @@ std::string PrintkRecords(uint64_t size, std::mt19937_64& random) {
         std::string text = "cpu" + std::to_string(random() % 8) + ": driver event " +
                            std::to_string(random()) + " handled in " +
                            std::to_string(random() % 1000) + " us";
-        size_t len = (16 + text.size() + 3) / 4 * 4;
-        out += LE(ts, 8) + LE(len, 2) + LE(text.size(), 2) + LE(0, 2) + LE(0, 1) + LE(6, 1);
-        out += text + std::string(len - 16 - text.size(), '\0');
+        out += testing::PrintkRecord(ts, 6, text, 4);
     }
     return out;
 }
@@ -43,10 +37,9 @@ std::string PrintkRecords(uint64_t size, std::mt19937_64& random) {
 std::string PmsgRecords(uint64_t size, std::mt19937_64& random) {
     std::string out;
     while (out.size() + 256 < size) {
-        std::string payload = std::string(1, 4) + "ActivityManager" + '\0' + "Start proc " +
-                              std::to_string(random() % 30000) + '\0';
-        out += "l" + LE(18 + payload.size(), 2) + LE(1000, 2) + LE(random() % 30000, 2) + LE(0, 1) +
-               LE(random() % 30000, 2) + LE(1700000000 + out.size(), 4) + LE(0, 4) + payload;
+        const uint16_t pid = random() % 30000, tid = random() % 30000;
+        out += testing::PmsgRecord(0, pid, tid, 1700000000 + out.size(), 0, 4, "ActivityManager",
+                                   "Start proc " + std::to_string(random() % 30000));
     }
     return out;
 }
@@ -62,7 +55,7 @@ std::string TextLines(uint64_t size, const std::string& line) {
 // The trust-zone diagnostic area: header, boot and reset tables, a full ring.
 std::string TzDiag(const std::string& ring) {
     std::string area(0x400, '\0');
-    auto put = [&](size_t at, uint32_t v) { area.replace(at, 4, LE(v, 4)); };
+    auto put = [&](size_t at, uint32_t v) { area.replace(at, 4, LittleEndian(v, 4)); };
     put(0, 0x747A6461);
     put(4, 0x00030000);
     put(8, 8);
@@ -70,7 +63,7 @@ std::string TzDiag(const std::string& ring) {
     put(20, 360);
     put(28, 0x400);
     put(32, ring.size());
-    area.replace(0x3FE, 2, LE(ring.size() - 1, 2));
+    area.replace(0x3FE, 2, LittleEndian(ring.size() - 1, 2));
     return area + ring;
 }
 
@@ -78,10 +71,10 @@ std::string TzDiag(const std::string& ring) {
 // wrapped yet.
 std::string HypDiag(const std::string& ring) {
     std::string area(88, '\0');
-    area.replace(0, 4, LE(0x6879706D, 4));  // "hypm"
-    area.replace(4, 4, LE(8, 4));
-    area.replace(8, 4, LE(area.size(), 4));   // ring offset
-    area.replace(14, 2, LE(ring.size(), 2));  // next write offset
+    area.replace(0, 4, LittleEndian(0x6879706D, 4));  // "hypm"
+    area.replace(4, 4, LittleEndian(8, 4));
+    area.replace(8, 4, LittleEndian(area.size(), 4));   // ring offset
+    area.replace(14, 2, LittleEndian(ring.size(), 2));  // next write offset
     return area + ring;
 }
 

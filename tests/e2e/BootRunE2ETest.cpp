@@ -12,6 +12,7 @@
 #include <regex>
 #include <sstream>
 
+#include "LogRecords.h"
 #include "Subprocess.h"
 #include "TempRoot.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"
@@ -37,14 +38,8 @@ constexpr char kFrames[] =
         "el0_svc_common.constprop.0+0x44;do_el0_svc+0x40;el0_svc+0x20;"
         "el0t_64_sync_handler+0xe8;";
 
-std::string LE(uint64_t value, int width) {
-    std::string bytes;
-    for (int i = 0; i < width; ++i) bytes.push_back(static_cast<char>(value >> (8 * i)));
-    return bytes;
-}
-
 // The kernel's printk records for the lines of a /dev/kmsg dump
-// ("level,seq,usec,flags;text"): 16-byte header, text, padding to 8 bytes.
+// ("level,seq,usec,flags;text").
 std::string PrintkRecords(const std::string& kmsgPath) {
     std::ifstream in(kmsgPath);
     std::string records;
@@ -57,10 +52,7 @@ std::string PrintkRecords(const std::string& kmsgPath) {
             ADD_FAILURE() << "not a kmsg line: " << line;
             continue;
         }
-        const std::string text = line.substr(semicolon + 1);
-        const size_t length = (16 + text.size() + 7) / 8 * 8;
-        records += LE(usec * 1000, 8) + LE(length, 2) + LE(text.size(), 2) + LE(0, 2) + LE(0, 1) +
-                   LE(level & 7, 1) + text + std::string(length - 16 - text.size(), '\0');
+        records += PrintkRecord(usec * 1000, level & 7, line.substr(semicolon + 1));
     }
     return records;
 }

@@ -26,13 +26,9 @@ class MinidumpMainTest : public HistoryTest {
     // One printk record at `at`: 16-byte header, text, padding to 8 bytes.
     // Returns its length.
     uint64_t PutPrintk(uint64_t at, uint64_t nsec, const std::string& text) {
-        const uint64_t length = (16 + text.size() + 7) / 8 * 8;
-        Put64(kBlackbox, at, nsec);
-        Put16(kBlackbox, at + 8, length);
-        Put16(kBlackbox, at + 10, text.size());
-        Put(kBlackbox, at + 15, std::string(1, '\0'));  // level 0
-        Put(kBlackbox, at + 16, text);
-        return length;
+        const std::string record = PrintkRecord(nsec, 0, text);
+        Put(kBlackbox, at, record);
+        return record.size();
     }
 
     // A new raw dump in the blackbox's dump area: slot 0 of a v2 dump of the

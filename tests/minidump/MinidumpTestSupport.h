@@ -18,6 +18,7 @@
 #include <string>
 
 #include "LogCapture.h"
+#include "LogRecords.h"
 #include "TempRoot.h"
 #include "modules/BSPLogProcessor/BlackBoxHeaders.h"
 #include "modules/BSPLogProcessor/Minidump.h"
@@ -69,9 +70,7 @@ class MinidumpTest : public ::testing::Test {
     }
     // Little-endian integers, byte by byte.
     void PutLE(const std::string& devicePath, uint64_t offset, uint64_t value, int width) const {
-        std::string bytes;
-        for (int i = 0; i < width; ++i) bytes.push_back(static_cast<char>(value >> (8 * i)));
-        Put(devicePath, offset, bytes);
+        Put(devicePath, offset, LittleEndian(value, width));
     }
     void Put16(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 2); }
     void Put32(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 4); }

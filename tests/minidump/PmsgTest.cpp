@@ -1,25 +1,11 @@
 // "md_pmsg": liblog's pmsg records, written here byte by byte, as logcat lines.
+#include "LogRecords.h"
 #include "MinidumpTestSupport.h"
 
 namespace zelkor::tessel::testing {
 namespace {
 
 using namespace Minidump;
-
-std::string LE(uint64_t v, int width) {
-    std::string bytes;
-    for (int i = 0; i < width; ++i) bytes.push_back(static_cast<char>(v >> (8 * i)));
-    return bytes;
-}
-
-// android_pmsg_log_header_t, android_log_header_t, then prio, tag, message.
-std::string Record(uint8_t logId, uint16_t pid, uint16_t tid, uint32_t sec, uint32_t nsec,
-                   uint8_t prio, const std::string& tag, const std::string& msg) {
-    std::string payload = std::string(1, static_cast<char>(prio)) + tag + '\0' + msg + '\0';
-    std::string r = "l" + LE(7 + 11 + payload.size(), 2) + LE(1000, 2) + LE(pid, 2);
-    r += std::string(1, static_cast<char>(logId)) + LE(tid, 2) + LE(sec, 4) + LE(nsec, 4);
-    return r + payload;
-}
 
 // 2023-11-14 22:13:20 UTC.
 constexpr uint32_t kSec = 1700000000;
@@ -37,9 +23,9 @@ class PmsgTest : public MinidumpTest {
 };
 
 TEST_F(PmsgTest, TextRecordsBecomeLogcatLines) {
-    std::string section = Record(0, 1234, 5678, kSec, 123456789, 4, "MyTag", "hello world\n") +
-                          Record(3, 1, 2, kSec + 61, 999999999, 6, "Sys", "two\nlines") +
-                          Record(4, 7, 7, kSec, 0, 7, "DEBUG", "Abort message");
+    std::string section = PmsgRecord(0, 1234, 5678, kSec, 123456789, 4, "MyTag", "hello world\n") +
+                          PmsgRecord(3, 1, 2, kSec + 61, 999999999, 6, "Sys", "two\nlines") +
+                          PmsgRecord(4, 7, 7, kSec, 0, 7, "DEBUG", "Abort message");
     EXPECT_EQ(Decode(section),
               "11-14 22:13:20.123 1234 5678 I MyTag:\thello world\n"
               "11-14 22:14:21.999 1 2 E Sys:\ttwo\n"
@@ -49,10 +35,10 @@ TEST_F(PmsgTest, TextRecordsBecomeLogcatLines) {
 }
 
 TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreSteppedOver) {
-    std::string first = Record(0, 10, 11, kSec, 0, 3, "A", "first");
-    std::string torn = Record(0, 12, 13, kSec, 0, 5, "B", "lost in the middle");
-    std::string events = Record(2, 14, 15, kSec, 0, 0, "", "");
-    std::string second = Record(0, 16, 17, kSec, 0, 2, "C", "second");
+    std::string first = PmsgRecord(0, 10, 11, kSec, 0, 3, "A", "first");
+    std::string torn = PmsgRecord(0, 12, 13, kSec, 0, 5, "B", "lost in the middle");
+    std::string events = PmsgRecord(2, 14, 15, kSec, 0, 0, "", "");
+    std::string second = PmsgRecord(0, 16, 17, kSec, 0, 2, "C", "second");
     std::string section = std::string("\x01l\xff\x00zzl", 7) + first + torn.substr(0, 24) + events +
                           second + second.substr(0, 20);
     EXPECT_EQ(Decode(section),
@@ -63,14 +49,14 @@ TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreSteppedOver) {
 }
 
 TEST_F(PmsgTest, PstoreRingIsReadFromItsOldestByte) {
-    std::string logical = Record(0, 1, 1, kSec, 0, 4, "Old", "oldest") +
-                          Record(0, 2, 2, kSec + 1, 0, 4, "New", "newest");
+    std::string logical = PmsgRecord(0, 1, 1, kSec, 0, 4, "Old", "oldest") +
+                          PmsgRecord(0, 2, 2, kSec + 1, 0, 4, "New", "newest");
     // The ring wrapped 10 bytes before the end of the newest record: its
     // last 10 bytes are at the start of the buffer.
     const size_t start = 10;
     std::string ring =
             logical.substr(logical.size() - start) + logical.substr(0, logical.size() - start);
-    std::string section = "DBGC" + LE(start, 4) + LE(ring.size(), 4) + ring;
+    std::string section = "DBGC" + LittleEndian(start, 4) + LittleEndian(ring.size(), 4) + ring;
     // "DBGC" read as a little-endian word is the pstore signature.
     ASSERT_EQ(section.substr(0, 4), std::string("\x44\x42\x47\x43", 4));
     EXPECT_EQ(Decode(section),
