@@ -70,10 +70,12 @@ bool EnsureStoreDir(const std::string& dir) {
 
 std::optional<std::string> ReadValue(const std::string& key) {
     if (!IsLegalPropertyName(key)) return std::nullopt;
-    unique_fd fd(open((StoreDir() + "/" + key).c_str(), O_RDONLY | O_CLOEXEC));
+    // Values are regular files written by SetProperty: a link, a FIFO (which
+    // would block the open) or anything larger than a value is not one.
+    unique_fd fd(
+            open((StoreDir() + "/" + key).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat st;
-    // Files only ever come from SetProperty; anything larger is not a value.
-    if (fd < 0 || fstat(fd, &st) != 0 || st.st_size < 0 ||
+    if (fd < 0 || fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
         static_cast<size_t>(st.st_size) > kStoredValueMax) {
         return std::nullopt;
     }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <fstream>
 #include <thread>
 
 #include "TempRoot.h"
@@ -37,11 +38,17 @@ TEST_F(PropertiesTest, OversizedOrForeignFilesAreNotValues) {
     const std::string dir = mRoot.path() + "/dev/__properties__";
     EXPECT_EQ(GetProperty("vendor.test.any", "dflt"), "dflt") << "no store folder yet";
     ASSERT_TRUE(SetProperty("vendor.test.any", "1"));
-    // Planted by hand: 1 MiB in a property file, and a folder in place of one.
+    // Planted by hand: 1 MiB in a property file, a folder, a FIFO (an open
+    // would block) and a link to a file outside the store in place of one.
     ASSERT_EQ(truncate((dir + "/vendor.test.any").c_str(), 1 << 20), 0);
     ASSERT_EQ(mkdir((dir + "/vendor.test.dir").c_str(), 0755), 0);
-    EXPECT_EQ(GetProperty("vendor.test.any", "dflt"), "dflt");
-    EXPECT_EQ(GetProperty("vendor.test.dir", "dflt"), "dflt");
+    ASSERT_EQ(mkfifo((dir + "/vendor.test.fifo").c_str(), 0644), 0);
+    { std::ofstream(mRoot.path() + "/outside") << "secret"; }
+    ASSERT_EQ(symlink((mRoot.path() + "/outside").c_str(), (dir + "/vendor.test.link").c_str()), 0);
+    for (const char* key :
+         {"vendor.test.any", "vendor.test.dir", "vendor.test.fifo", "vendor.test.link"}) {
+        EXPECT_EQ(GetProperty(key, "dflt"), "dflt") << key;
+    }
 }
 
 TEST_F(PropertiesTest, BoolValues) {
