@@ -287,6 +287,29 @@ TEST(ParcelTest, GeneratedParcelableRoundTrip) {
     EXPECT_EQ(after, 77);
 }
 
+TEST(ParcelTest, ParcelableVectorLengthsAreBoundedByMemoryNotOnlyByWireBytes) {
+    // Four wire bytes per claimed element would pass the length check, but
+    // as records the claim would need hundreds of times that in memory.
+    const int32_t claimed = (int32_t{8} << 20) / 4;
+    Parcel parcel = NewParcel();
+    ASSERT_EQ(AParcel_writeInt32(parcel.get(), claimed), STATUS_OK);
+    const std::vector<int8_t> filler(size_t{8} << 20);
+    ASSERT_EQ(ndk::AParcel_writeVector(parcel.get(), filler), STATUS_OK);
+    Rewind(parcel);
+    std::vector<Record> records;
+    EXPECT_NE(ndk::AParcel_readVector(parcel.get(), &records), STATUS_OK);
+    EXPECT_TRUE(records.empty());
+
+    // A modest vector still reads.
+    Parcel small = NewParcel();
+    ASSERT_EQ(
+            ndk::AParcel_writeVector(small.get(), std::vector<Record>{MakeRecord(), MakeRecord()}),
+            STATUS_OK);
+    Rewind(small);
+    ASSERT_EQ(ndk::AParcel_readVector(small.get(), &records), STATUS_OK);
+    EXPECT_EQ(records.size(), 2u);
+}
+
 TEST(ParcelTest, CorruptParcelableSizeIsAnError) {
     Record record = MakeRecord();
     Parcel parcel = NewParcel();

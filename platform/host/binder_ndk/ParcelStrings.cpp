@@ -30,7 +30,9 @@ binder_status_t ReadString16(const AParcel* parcel, std::string* utf8, bool* isN
     *isNull = units == -1;
     if (*isNull) return STATUS_OK;
     if (units < 0) return STATUS_BAD_VALUE;
-    const size_t bytes = (static_cast<size_t>(units) + 1) * 2;
+    // Widened before the arithmetic, so that no unit count can wrap it.
+    const uint64_t bytes = (static_cast<uint64_t>(units) + 1) * 2;
+    if (bytes > parcel->available()) return STATUS_NOT_ENOUGH_DATA;
     const uint8_t* in = parcel->readInplace(bytes);
     if (in == nullptr) return STATUS_NOT_ENOUGH_DATA;
     if (in[bytes - 2] != 0 || in[bytes - 1] != 0) return STATUS_BAD_VALUE;

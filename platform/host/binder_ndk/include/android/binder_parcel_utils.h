@@ -69,10 +69,15 @@ static inline bool AParcel_nullableStdVectorAllocator(void* vectorData, int32_t 
     return true;
 }
 
-// vector<T> filled element by element (bool, strings, parcelables).
+// vector<T> filled element by element (bool, strings, parcelables). The
+// length is checked against the bytes left at four per element, but one
+// element can take far more memory than four wire bytes: the vector itself is
+// capped like an out array.
 template <typename T>
 static inline bool AParcel_stdVectorExternalAllocator(void* vectorData, int32_t length) {
-    if (length < 0) return false;
+    if (length < 0 || static_cast<size_t>(length) > internal::kMaxOutArrayBytes / sizeof(T)) {
+        return false;
+    }
     static_cast<std::vector<T>*>(vectorData)->resize(static_cast<size_t>(length));
     return true;
 }
@@ -85,6 +90,7 @@ static inline bool AParcel_nullableStdVectorExternalAllocator(void* vectorData, 
         *vec = std::nullopt;
         return true;
     }
+    if (static_cast<size_t>(length) > internal::kMaxOutArrayBytes / sizeof(T)) return false;
     vec->emplace(static_cast<size_t>(length));
     return true;
 }
