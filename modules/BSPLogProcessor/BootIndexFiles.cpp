@@ -41,10 +41,7 @@ int GeneralLogUtils::get_boot_index(const std::string& path) {
         return -1;
     }
     std::string_view line;
-    while (lines.next(&line)) {
-        if (line.find("boot_index") != std::string_view::npos) return FirstNumber(line);
-    }
-    return -1;
+    return Minidump::skip_past_line(lines, "boot_index", &line) ? FirstNumber(line) : -1;
 }
 
 int GeneralLogUtils::compareBootIndex(const std::string& a, const std::string& b) {

@@ -57,10 +57,7 @@ const std::string& crash_stacktrace() {
 
 void record_crash_calltrace(LogLines& kmsg, std::string& trace) {
     std::string_view line;
-    bool found = false;
-    while (!found && kmsg.next(&line))
-        found = line.find(kCallTraceMarker) != std::string_view::npos;
-    if (!found) return;
+    if (!skip_past_line(kmsg, kCallTraceMarker, &line)) return;
     const std::string tag = ContextTag(line);
 
     int counted = 0;

@@ -55,11 +55,10 @@ int write_to_partition_crash_history(const CrashHistoryPartition& history,
         MD_LOGE("crash_history: read header fail %d(%s)\n", errno, strerror(errno));
         return -1;
     }
-    if (!crash_history_magic_ok(header)) {
-        init_header(&header);
-    } else if (header.magic2 != kCrashHistoryMagic2) {
-        header.magic2 = kCrashHistoryMagic2;
-    }
+    // A wrong magic starts the history over; a wrong second magic alone is
+    // only restored.
+    if (!crash_history_magic_ok(header)) init_header(&header);
+    header.magic2 = kCrashHistoryMagic2;
     MD_PRINT(
             "crash_history: header info before write: version = 0x%x, current_num = %d, "
             "next_position = %d \n",

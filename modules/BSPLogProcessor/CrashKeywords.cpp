@@ -47,6 +47,8 @@ constexpr const char* kUndefInstr[] = {"pc : do_undefinstr"};
 
 constexpr const char* kUefiLog[] = {"OCP Occured", "PON by SMPL", "PBS_NACK"};
 static_assert(std::string_view(kUefiLog[kUefiSmpl]) == "PON by SMPL");
+// The crash types are looked up by a hit's rank: one index per keyword.
+static_assert(std::size(kUefiLog) == kUefiPbsNack + 1);
 
 constexpr const char* kWarmResetXbl[] = {
         "OCP\r\n",
@@ -56,6 +58,8 @@ constexpr const char* kWarmResetXbl[] = {
         "OCP Occured",
 };
 static_assert(std::string_view(kWarmResetXbl[kXblMdTableMissing]) == "MD table is not initialized");
+// The scan keeps one slot per keyword and the SMPL marker after the last.
+static_assert(std::size(kWarmResetXbl) == kXblOcpDetail + 1);
 
 constexpr const char* kTzReset[] = {
         "NON_SECURE_WDT",

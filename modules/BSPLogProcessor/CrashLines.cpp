@@ -60,10 +60,12 @@ FirstHit scan_first_hit(LogLines& lines, const LineRanker& ranker) {
     return hit;
 }
 
-bool skip_past_line(LogLines& lines, const char* marker) {
+bool skip_past_line(LogLines& lines, const char* marker, std::string_view* hit) {
     std::string_view line;
     while (lines.next(&line)) {
-        if (line.find(marker) != std::string_view::npos) return true;
+        if (line.find(marker) == std::string_view::npos) continue;
+        if (hit != nullptr) *hit = line;
+        return true;
     }
     return false;
 }

@@ -75,7 +75,8 @@ struct FirstHit {
 // rank over the whole file in turn, in one pass.
 FirstHit scan_first_hit(LogLines& lines, const LineRanker& ranker);
 
-// Reads lines up to and including the first one that contains `marker`.
-bool skip_past_line(LogLines& lines, const char* marker);
+// Reads lines up to and including the first one that contains `marker`;
+// that line is left in `hit` when one is given.
+bool skip_past_line(LogLines& lines, const char* marker, std::string_view* hit = nullptr);
 
 }  // namespace zelkor::tessel::Minidump

@@ -48,8 +48,8 @@ int GeneralLogUtils::add_uefilog_time(const std::string& path) {
         fprintf(stderr, "open file error");
         return -1;
     }
-    // Same clock text as every record of the run; the blanks wipe what is left
-    // of the boot loader's first line.
+    // The clock text of the run's records, read afresh; the blanks wipe what
+    // is left of the boot loader's first line.
     std::string stamp =
             "=== Dump occured at " + Minidump::local_time_text() + " ===                    \n";
     stamp.resize(std::min(stamp.size(), kStampMax - 1));

@@ -9,12 +9,14 @@
 
 #include <string>
 
+#include "modules/BSPLogProcessor/CrashParse.h"
+
 namespace zelkor::tessel {
 
 class GeneralLogUtils {
   public:
     static constexpr char kLogDir[] = "/dev/logfs";
-    static constexpr char kUefiLog[] = "/dev/logfs/UefiLog0.txt";
+    static constexpr const char* kUefiLog = Minidump::kUefiLog0;
     static constexpr char kOtherUefiLog[] = "/dev/logfs/UefiLog_other0.txt";
     static constexpr char kKeptLogPrefix[] = "Other_Ufilog_";
     static constexpr char kPmicPonLog[] = "/sys/kernel/pmic_pon_log/pon_log_full";
@@ -23,7 +25,7 @@ class GeneralLogUtils {
     // The whole step; 0, or -1 when old copies could not be pruned.
     static int log_utils_main();
 
-    // Writes "=== Dump occured at <local time> ===" and blanks, 64 bytes at
+    // Writes "=== Dump occured at <local time> ===" and blanks, 69 bytes at
     // most, over the start of the file; the file keeps its length when it is
     // longer. -1 when the file cannot be opened.
     static int add_uefilog_time(const std::string& path);

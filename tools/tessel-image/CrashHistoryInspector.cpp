@@ -57,7 +57,7 @@ class Inspection {
     bool Header(const crash_history_header& header) {
         Json::Value& out = mOut["header"];
         out["magic"] = Printable(std::string_view(header.magic, sizeof(header.magic)));
-        if (memcmp(header.magic, kCrashHistoryMagic, sizeof(header.magic)) != 0) {
+        if (!crash_history_magic_ok(header)) {
             Error("crash_history_header: bad magic " + out["magic"].asString() + ", expected " +
                   kCrashHistoryMagic);
             return false;
