@@ -88,15 +88,17 @@ void HalvexMessageQueue::offer(HalvexMessage* msg) {
             delete msg;
             return;
         }
-        if (msg->when == 0 || msg->when < mNextWakeTime) {
-            linkAt(&mHead, msg);
-            if (msg->when != 0) mNextWakeTime = msg->when;
-        } else {
-            HalvexMessage** link = &mHead;
+        // The chain is the only record of order: immediate messages (when 0)
+        // first, newest first, then timed ones by due time, equal due times in
+        // arrival order.
+        HalvexMessage** link = &mHead;
+        if (msg->when != 0) {
             while (*link != nullptr && (*link)->when <= msg->when) link = &(*link)->mNext;
-            linkAt(link, msg);
         }
-        wake = mWaiters > 0 && !mWakePending;
+        linkAt(link, msg);
+        // A taker sleeps until the head is due (or for any message when the
+        // queue is empty), so only a new head changes what it waits for.
+        wake = link == &mHead && mWaiters > 0 && !mWakePending;
         if (wake) mWakePending = true;
     }
     if (wake) pthread_cond_broadcast(&mCond);
@@ -111,25 +113,22 @@ HalvexMessage* HalvexMessageQueue::take(bool ignoreTime) {
             return nullptr;
         }
         if (mHead == nullptr) {
-            mNextWakeTime = -1;
             if (mNonBlock) return nullptr;
             if (wait(nullptr) != 0 || mHead == nullptr) return nullptr;
             continue;
         }
-        if (ignoreTime) break;
-        if (mNextWakeTime > 0 && mHead->when != 0) {
-            timespec deadline = TimeUtil::ms2ts(mNextWakeTime);
-            wait(&deadline);
-            if (mHead == nullptr || mQuit || mInterrupted) continue;
-        }
         // An immediate message is always due: no clock read for it.
-        if (mHead->when == 0 || UptimeMs() >= mHead->when) break;
-        mNextWakeTime = mHead->when;
+        if (ignoreTime || mHead->when == 0) break;
+        // The wake time is always the head's own due time, read afresh after
+        // every wake-up: an offer or removal may have changed the head.
+        const int64_t due = mHead->when;
+        if (UptimeMs() >= due) break;
         // A non-blocking queue never sleeps, not even until a due time, so a
         // looper asked to quit is never held back by a delayed message.
         if (mNonBlock) return nullptr;
+        const timespec deadline = TimeUtil::ms2ts(due);
+        wait(&deadline);
     }
-    mNextWakeTime = -1;
     return unlinkAt(&mHead);
 }
 
@@ -174,6 +173,11 @@ bool HalvexMessageQueue::hasMessages(int what) {
 bool HalvexMessageQueue::hasMessage(HalvexMessage* msg) {
     MutexLock lock(&mMutex);
     return !mQuit && findLink(msg) != nullptr;
+}
+
+bool HalvexMessageQueue::isPolling() {
+    MutexLock lock(&mMutex);
+    return mWaiters > 0;
 }
 
 void HalvexMessageQueue::clear() {

@@ -42,6 +42,8 @@ class HalvexMessageQueue {
     bool hasMessage(HalvexMessage* msg);
     size_t size() const { return mCount.load(std::memory_order_relaxed); }
     bool empty() const { return size() == 0; }
+    // Whether a taker is asleep in take(), waiting for a message or a due time.
+    bool isPolling();
     // Wakes all takers, then destroys every queued message.
     void clear();
     void dump() {}
@@ -71,8 +73,6 @@ class HalvexMessageQueue {
     // it. Without this, a producer that outruns a woken but not yet running
     // taker (always the case when both share a core) pays a wake-up per offer.
     bool mWakePending = false;
-    // Due time the taker sleeps until, or -1 when no timed wait is in progress.
-    int64_t mNextWakeTime = -1;
 };
 
 }  // namespace zelkor::tessel

@@ -98,12 +98,16 @@ TEST_F(LooperTest, PriorityMessageWakesALoopWaitingOnADelayedOne) {
 
 TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
     Recorder order;
+    // The looper is held until the removal is done, so however slow the
+    // machine, the job to remove cannot have run (and been recycled) first.
+    auto gate = block();
     HalvexMessage* removed = mHandler->postDelayed([&] { order.add(99); }, 20);
     mHandler->postDelayed([&] { order.add(2); }, 40);
     mHandler->postDelayed([&] { order.add(1); }, 10);
     EXPECT_TRUE(mHandler->hasMessage(removed));
     mHandler->removeMessage(removed, false);
     EXPECT_FALSE(mHandler->hasMessage(removed));
+    gate->open();
     Latch done;
     mHandler->postDelayed([&] { done.open(); }, 60);
     ASSERT_TRUE(done.wait());

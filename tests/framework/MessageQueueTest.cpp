@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "TestSupport.h"
 #include "framework/HalvexMessageQueue.h"
 #include "framework/HalvexRunnable.h"
 #include "utils/TimeUtil.h"
@@ -92,6 +93,35 @@ TEST(MessageQueueTest, SleepingTakerWakesForAnEarlierMessageAndAtDueTime) {
     EXPECT_GE(Now() - start, 50);
     producer.join();
     EXPECT_EQ(queue.size(), 1u);
+}
+
+TEST(MessageQueueTest, ImmediateMessageStaysAheadOfATimedOneOfferedBeforeTheTakerRuns) {
+    // The taker sleeps until a far due time. An immediate message wakes it and,
+    // before it runs, a message due well before the far one arrives: the
+    // immediate one must still come out first rather than wait behind it.
+    HalvexMessageQueue queue;
+    queue.offer(Timed(1, Now() + 60 * 60 * 1000));
+    std::atomic<int> first{-1};
+    testing::Latch taken;
+    std::thread taker([&] {
+        first = TakeWhat(queue);
+        taken.open();
+    });
+    // Bounded, so a taker that never goes to sleep fails the test instead of hanging it.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!queue.isPolling() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    const bool asleep = queue.isPolling();
+    queue.offer(HalvexMessage::obtain(2));
+    queue.offer(Timed(3, Now() + 5000));
+    const bool took = taken.wait();
+    queue.setNonBlockWhenTake(true);  // releases a taker still asleep
+    taker.join();
+    EXPECT_TRUE(asleep);
+    EXPECT_TRUE(took);
+    EXPECT_EQ(first.load(), 2);
+    EXPECT_EQ(queue.size(), 2u);
 }
 
 TEST(MessageQueueTest, NonBlockingModeReleasesABlockedTaker) {
