@@ -75,8 +75,11 @@ TEST_F(PeerE2ETest, PartitionSizeAndReports) {
     int64_t size = -1;
     ASSERT_TRUE(mCore->GetPartitionSize("test", "blackbox", &size).isOk());
     EXPECT_EQ(size, 5 * 4096);
-    ndk::ScopedAStatus bad = mCore->GetPartitionSize("test", "../blackbox", &size);
-    EXPECT_EQ(bad.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
+    for (const char* name : {"../blackbox", "..", "."}) {
+        EXPECT_EQ(mCore->GetPartitionSize("test", name, &size).getExceptionCode(),
+                  EX_ILLEGAL_ARGUMENT)
+                << name;
+    }
     EXPECT_EQ(mCore->GetPartitionSize("test", "missing", &size).getExceptionCode(),
               EX_SERVICE_SPECIFIC);
 

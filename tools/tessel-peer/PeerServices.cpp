@@ -21,31 +21,37 @@
 namespace zelkor::tessel::peer {
 namespace {
 
-// True when host (an existing path) resolves to a place inside the root, so
-// that a symbolic link cannot carry a mode change out of it.
-bool InsideRoot(const std::string& host) {
+// True when the node behind `fd` (opened O_PATH, links followed) lies inside
+// the root, which is kept resolved; a symbolic link cannot carry a mode change
+// out of it.
+bool InsideRoot(int fd) {
     char resolved[PATH_MAX];
-    char root[PATH_MAX];
-    if (realpath(host.c_str(), resolved) == nullptr) return false;
-    if (realpath(platform::Root().c_str(), root) == nullptr) return false;
-    size_t length = strlen(root);
-    return strncmp(resolved, root, length) == 0 &&
-           (resolved[length] == '/' || resolved[length] == '\0');
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t length = readlink(self.c_str(), resolved, sizeof(resolved) - 1);
+    if (length < 0) return false;
+    resolved[length] = '\0';
+    const std::string& root = platform::Root();
+    return strncmp(resolved, root.c_str(), root.size()) == 0 &&
+           (resolved[root.size()] == '/' || resolved[root.size()] == '\0');
 }
 
 }  // namespace
 
 ndk::ScopedAStatus TesselCoreService::ChangeMode(const std::string& path, int32_t mode,
                                                  std::vector<std::string>* retDesc, bool* result) {
-    const std::string host = platform::DevicePath(path);
+    // The path is resolved once: the check and the change act on the same
+    // node, so a link swapped in between cannot redirect the change.
     std::string desc;
+    android::base::unique_fd node;
     if (path.empty() || path[0] != '/') {
         desc = "path must be absolute";
-    } else if (access(host.c_str(), F_OK) != 0) {
+    } else if (node.reset(open(platform::DevicePath(path).c_str(), O_PATH | O_CLOEXEC));
+               !node.ok()) {
         desc = std::string("no such path: ") + strerror(errno);
-    } else if (!InsideRoot(host)) {
+    } else if (!InsideRoot(node.get())) {
         desc = "path leads outside the root";
-    } else if (chmod(host.c_str(), static_cast<mode_t>(mode) & 07777) != 0) {
+    } else if (chmod(("/proc/self/fd/" + std::to_string(node.get())).c_str(),
+                     static_cast<mode_t>(mode) & 07777) != 0) {
         desc = std::string("chmod failed: ") + strerror(errno);
     }
     *result = desc.empty();
@@ -59,7 +65,8 @@ ndk::ScopedAStatus TesselCoreService::GetPartitionSize(const std::string& caller
                                                        const std::string& partitionName,
                                                        int64_t* result) {
     *result = -1;
-    if (partitionName.empty() || partitionName.find('/') != std::string::npos) {
+    if (partitionName.empty() || partitionName == "." || partitionName == ".." ||
+        partitionName.find('/') != std::string::npos) {
         return ndk::ScopedAStatus(AStatus_fromExceptionCodeWithMessage(
                 EX_ILLEGAL_ARGUMENT, "partition name must be a bare name"));
     }
