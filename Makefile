@@ -26,7 +26,7 @@ test: build
 # Every test again on a build with AddressSanitizer and UBSan (in its own
 # folder; no benchmarks there).
 ASAN_DIR ?= build-asan
-asan: deps
+asan:
 	$(MAKE) test BUILD_DIR=$(ASAN_DIR) \
 		CMAKE_FLAGS="-DTESSEL_SANITIZE=ON -DTESSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS)"
 
