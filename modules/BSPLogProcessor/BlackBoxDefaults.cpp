@@ -49,6 +49,14 @@ void stamp_default_black_box_log_header(black_box_log_header* header, const char
     header->dump_process_fail = 0;
 }
 
+void stamp_default_last_log_geometry(last_log_header* header) {
+    header->slot0_offset = kDefaultSlot0Offset;
+    header->reserved0 = kDefaultLastLogReserved0;
+    header->reserved1 = kDefaultLastLogReserved1;
+    header->blackbox_slot_distance = kDefaultBlackboxSlotDistance;
+    header->minidump_slot_distance = kDefaultMinidumpSlotDistance;
+}
+
 void reset_dotting_fields(black_box_log_header* header) {
     header->dotting_magic = kDottingMagic;
     header->dotting_reserved = kDefaultDottingReserved;

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/BSPLogProcessor/BlackBoxRead.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
@@ -45,25 +46,55 @@ bool MarkTaken(int fd, int64_t slot) {
     return true;
 }
 
-// How many section headers of the dump at `slot` can be read: the header's
-// count (0 means 20), but none past the slot's end or the partition's.
-uint64_t SectionHeadersToWalk(int64_t first, int64_t slot, uint64_t slotDistance,
-                              uint64_t partitionSize) {
-    uint32_t count = State().dump.section_count;
-    if (count == 0) count = kDefaultSectionCount;
-    uint64_t limit = partitionSize;
-    if (slotDistance != 0 && blackbox::range_fits(slot, slotDistance, partitionSize)) {
-        limit = slot + slotDistance;
-    }
-    uint64_t room = uint64_t(first) < limit ? (limit - first) / sizeof(section_header) : 0;
-    if (count > room) {
+// How many section headers of the dump being taken can be read: none past the
+// end of its slot.
+uint64_t SectionHeadersToWalk(int64_t first, uint64_t slotEnd) {
+    const uint32_t count = announced_section_count(State().dump.section_count);
+    const uint64_t walk = section_headers_to_walk(count, first, slotEnd);
+    if (walk < count) {
         MD_LOGE("dump says %u sections, only %lu fit in its slot\n", count,
-                static_cast<unsigned long>(room));
+                static_cast<unsigned long>(walk));
     }
-    return std::min<uint64_t>(count, room);
+    return walk;
+}
+
+void LogSlotOutsideArea(uint32_t store_index, int64_t slot, const DumpAreaSpan& area) {
+    MD_LOGE("dump slot %u at 0x%lx lies outside the dump area [0x%lx, 0x%lx) of %s\n", store_index,
+            static_cast<unsigned long>(slot), static_cast<unsigned long>(area.begin),
+            static_cast<unsigned long>(area.end), dump_partition_path());
 }
 
 }  // namespace
+
+bool DumpAreaSpan::holds_slot_bytes(int64_t pos, uint64_t len) const {
+    if (pos < 0) return false;
+    const uint64_t at = static_cast<uint64_t>(pos);
+    return at >= begin + sizeof(last_log_header) && blackbox::range_fits(at, len, end);
+}
+
+DumpAreaSpan dump_area_span(bool in_blackbox, const log_table_header& table,
+                            uint64_t partition_size) {
+    if (!in_blackbox) return {0, partition_size};
+    const uint64_t begin = table.minidump_offset;
+    const uint64_t end = std::min<uint64_t>(table.control_content_offset, partition_size);
+    return {begin, std::max(begin, end)};
+}
+
+uint64_t dump_slot_end(int64_t slot, uint64_t distance, uint64_t area_end) {
+    if (slot >= 0 && distance != 0 && blackbox::range_fits(slot, distance, area_end)) {
+        return static_cast<uint64_t>(slot) + distance;
+    }
+    return area_end;
+}
+
+uint32_t announced_section_count(uint32_t header_count) {
+    return header_count == 0 ? kDefaultSectionCount : header_count;
+}
+
+uint64_t section_headers_to_walk(uint32_t header_count, uint64_t first, uint64_t slot_end) {
+    const uint64_t room = first < slot_end ? (slot_end - first) / sizeof(section_header) : 0;
+    return std::min<uint64_t>(announced_section_count(header_count), room);
+}
 
 int handle_minidump_partition(uint32_t store_index, uint32_t late_index) {
     RunState& state = State();
@@ -71,12 +102,16 @@ int handle_minidump_partition(uint32_t store_index, uint32_t late_index) {
     if (fd < 0) return -1;
     const bool inBlackbox = dump_area_in_blackbox();
     const int64_t size = partition_size(fd);
+    // The slot is found with distances read from flash; it is taken (and
+    // marked) only inside the dump area, never in the blackbox's log slots or
+    // control block.
+    log_table_header table{};
+    if (inBlackbox) read_log_table_header(fd, &table);
+    const DumpAreaSpan area = dump_area_span(inBlackbox, table, size < 0 ? 0 : size);
     const int64_t slot =
-            dump_slot_offset(state.lastlog, DumpAreaOffset(fd), inBlackbox, store_index);
-    if (size < 0 || slot < 0 || !blackbox::range_fits(slot, sizeof(dump_header), size)) {
-        MD_LOGE("dump slot %u at 0x%lx lies outside %s (0x%lx bytes)\n", store_index,
-                static_cast<unsigned long>(slot), dump_partition_path(),
-                static_cast<unsigned long>(size));
+            dump_slot_offset(state.lastlog, table.minidump_offset, inBlackbox, store_index);
+    if (!area.holds_slot_bytes(slot, sizeof(dump_header))) {
+        LogSlotOutsideArea(store_index, slot, area);
         close(fd);
         return -1;
     }
@@ -98,6 +133,12 @@ int handle_minidump_partition(uint32_t store_index, uint32_t late_index) {
         close(fd);
         return -1;
     }
+    // Marking may write the time into the extension: it must be in the area too.
+    if (!area.holds_slot_bytes(slot, sections - slot)) {
+        LogSlotOutsideArea(store_index, slot, area);
+        close(fd);
+        return -1;
+    }
     if (strncmp(state.dump.parse_mark, kParsedMark, sizeof(state.dump.parse_mark)) != 0 &&
         !MarkTaken(fd, slot)) {
         close(fd);
@@ -110,7 +151,7 @@ int handle_minidump_partition(uint32_t store_index, uint32_t late_index) {
 
     const uint64_t distance = inBlackbox ? state.lastlog.blackbox_slot_distance
                                          : state.lastlog.minidump_slot_distance;
-    const uint64_t walk = SectionHeadersToWalk(sections, slot, distance, size);
+    const uint64_t walk = SectionHeadersToWalk(sections, dump_slot_end(slot, distance, area.end));
     int64_t pos = sections;
     for (uint64_t i = 0; i < walk; ++i) {
         section_header section{};

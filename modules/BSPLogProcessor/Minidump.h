@@ -29,14 +29,6 @@ constexpr uint32_t kDefaultSectionCount = 20;
 constexpr char kParsedMark[] = "DESRAP";
 constexpr uint64_t kParseMarkOffset = 16;
 
-// Values the header repair stamps into a last-log header; tessel-image uses
-// the same ones for the dump areas it writes.
-constexpr uint64_t kDefaultSlot0Offset = 1024;
-constexpr uint64_t kDefaultLastLogReserved0 = 0x100000;
-constexpr uint64_t kDefaultLastLogReserved1 = 0x200000;
-constexpr uint64_t kDefaultBlackboxSlotDistance = 0xA00000;
-constexpr uint64_t kDefaultMinidumpSlotDistance = 0x600000;
-
 // ---- where the dump area lies ---------------------------------------------
 
 // True when the dump area is inside the blackbox partition. The partition is
@@ -52,6 +44,35 @@ const char* dump_partition_path();
 // distance, summed in 32 bits and sign-extended as the boot loader does.
 int64_t dump_slot_offset(const blackbox::last_log_header& header, uint32_t area_offset,
                          bool in_blackbox, uint32_t index);
+
+// The bytes of the dump partition the dump slots may take, [begin, end): in
+// the blackbox partition from `minidump_offset` up to
+// `control_content_offset`, where the control block and the crash history
+// begin; the minidump partition holds nothing else. Never past the partition's
+// end; empty when the offsets leave no room. The last-log header lies at
+// `begin`.
+struct DumpAreaSpan {
+    uint64_t begin = 0;
+    uint64_t end = 0;
+
+    // True when [pos, pos + len) lies inside the area and behind its last-log
+    // header, the only place a dump slot's bytes may take; a negative `pos`
+    // (a slot formula that wrapped) never does.
+    bool holds_slot_bytes(int64_t pos, uint64_t len) const;
+};
+DumpAreaSpan dump_area_span(bool in_blackbox, const blackbox::log_table_header& table,
+                            uint64_t partition_size);
+
+// Where the dump slot at `slot` ends: `slot + distance` when the distance is
+// known (not 0) and that lies before `area_end`, else `area_end`.
+uint64_t dump_slot_end(int64_t slot, uint64_t distance, uint64_t area_end);
+
+// The number of section headers a dump header announces: its count, or
+// kDefaultSectionCount when that is 0.
+uint32_t announced_section_count(uint32_t header_count);
+// How many section headers of a dump to read: the announced count, but none
+// that would reach past `slot_end`; the headers begin at `first`.
+uint64_t section_headers_to_walk(uint32_t header_count, uint64_t first, uint64_t slot_end);
 
 // ---- run state ---------------------------------------------------------------
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
@@ -78,12 +79,9 @@ int headle_laster_log_fail_header(int fd, const BlackBoxHeaders& blackbox) {
         return -1;
     }
     if (header.magic == kLastLogMagic) return 0;
+    // The store index and counts stay as the boot loader left them.
     header.magic = kLastLogMagic;
-    header.slot0_offset = kDefaultSlot0Offset;
-    header.reserved0 = kDefaultLastLogReserved0;
-    header.reserved1 = kDefaultLastLogReserved1;
-    header.blackbox_slot_distance = kDefaultBlackboxSlotDistance;
-    header.minidump_slot_distance = kDefaultMinidumpSlotDistance;
+    stamp_default_last_log_geometry(&header);
     if (write_at(fd, at, &header, sizeof(header)) < 0) {
         MD_LOGE("[headle_laster_log_fail_header]write laster log header fail %d(%s)\n", errno,
                 strerror(errno));
@@ -96,10 +94,21 @@ int handle_dump_fail_header(int fd, const BlackBoxHeaders& blackbox) {
     const int64_t slot = RepairSlot(blackbox);
     const int64_t sectionAt = slot + sizeof(dump_header) + sizeof(dump_header_v2);
     const int64_t dataAt = sectionAt + sizeof(section_header);
+    // The store index comes from flash as it is (all ones when erased): the
+    // headers and the copied log are written only when all of them land inside
+    // the dump area, never over the blackbox's headers, log slots or crash
+    // history. A slot outside is refused like a failed dump header write.
     const int64_t size = partition_size(fd);
-    if (slot < 0 || size < 0 || !blackbox::range_fits(slot, dataAt - slot + kXblCopySize, size)) {
-        MD_LOGE("[handle_minidump_fail_header]dump slot at 0x%lx outside the partition\n",
-                static_cast<unsigned long>(slot));
+    const DumpAreaSpan area =
+            dump_area_span(dump_area_in_blackbox(), blackbox.table, size < 0 ? 0 : size);
+    if (!area.holds_slot_bytes(slot, dataAt - slot + kXblCopySize)) {
+        MD_LOGE("[handle_minidump_fail_header]dump slot at 0x%lx outside the dump area [0x%lx, "
+                "0x%lx)\n",
+                static_cast<unsigned long>(slot), static_cast<unsigned long>(area.begin),
+                static_cast<unsigned long>(area.end));
+        MD_LOGE("[handle_minidump_fail_header]write dump_header  err=%d(%s)\n", ERANGE,
+                strerror(ERANGE));
+        errno = ERANGE;  // for the caller's log line
         return -1;
     }
 

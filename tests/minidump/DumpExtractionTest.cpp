@@ -220,6 +220,45 @@ TEST_F(DumpExtractionTest, SlotWithoutSignatureFails) {
     EXPECT_EQ(handle_minidump_partition(200, 0), -1);
 }
 
+TEST_F(DumpExtractionTest, SlotOutsideTheDumpAreaIsNeitherTakenNorMarked) {
+    // A slot distance from flash that puts slot 1 into the control block at
+    // 0x3F0000, inside the partition.
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "Raw_Dmp!", 1, 1, 0x2F0000, 0);
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    CpusysDump(kBlackbox, 0x3F0400, "cpu0 online\n");
+    EXPECT_EQ(handle_minidump_partition(1, 0), -1);
+    EXPECT_EQ(mLog.count(kTag,
+                         "dump slot 1 at 0x3f0400 lies outside the dump area [0x100000, "
+                         "0x3f0000)"),
+              1);
+    EXPECT_EQ(Get(kBlackbox, 0x3F0400 + 16, 8), std::string(8, '\0'));
+    EXPECT_FALSE(Exists(Diag("last_cpusys")));
+
+    // A v2 dump whose header ends 4 bytes before the control block: its
+    // extension, where the run time would be written, does not fit.
+    reset_minidump_state();
+    const uint64_t slot = 0x3F0000 - 60;
+    LastLog(kBlackbox, kArea, "Raw_Dmp!", 1, 1, slot - SlotAt(0), 0);
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    DumpHeader(kBlackbox, slot, 0x2000, 1);
+    const std::string before = Get(kBlackbox, slot, 88);
+    EXPECT_EQ(handle_minidump_partition(1, 0), -1);
+    EXPECT_EQ(Get(kBlackbox, slot, 88), before);
+}
+
+TEST_F(DumpExtractionTest, SectionWalkStopsAtTheEndOfTheDumpArea) {
+    // Slot 0 plus the slot distance reaches 0x400 past the control block: the
+    // walk ends at the control block instead, (0x3F0000 - (slot + 56)) / 64
+    // headers.
+    MakeBlackbox();
+    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, 0x2F0000, 0);
+    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+    DumpHeader(kBlackbox, SlotAt(0), 0x1000, 0xFFFFFFFF);
+    EXPECT_EQ(handle_minidump_partition(0, 0), 0);
+    EXPECT_TRUE(mLog.contains(kTag, "dump says 4294967295 sections, only 48111 fit in its slot\n"));
+}
+
 TEST_F(DumpExtractionTest, LastLogHeaderResults) {
     EXPECT_EQ(handle_mini_lastlog_header(), -1);
     EXPECT_EQ(mLog.count(kTag, "open minidump partition fail"), 1);

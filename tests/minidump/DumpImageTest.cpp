@@ -1,7 +1,10 @@
 // tessel-image's dump writer and inspector: the bytes it writes, checked at
 // explicit offsets, and the boot run taking the dump it wrote.
+#include <sys/stat.h>
+
 #include <random>
 #include <sstream>
+#include <thread>
 
 #include "MinidumpTestSupport.h"
 #include "tools/tessel-image/dump/DumpImage.h"
@@ -197,6 +200,69 @@ TEST_F(DumpImageTest, WriteFailuresAreReported) {
             Add({Host(kBlackbox), "--slot", "9", "--section", "md_kmsg=" + Data("k", "0123456789")},
                 &err),
             1);
+}
+
+// A section's data from a FIFO: stat() says 0 bytes, the reader gets what the
+// other end writes. `bytes` are written at once (less than a pipe holds) and
+// the write end closed.
+class FifoWriter {
+  public:
+    FifoWriter(const std::string& path, std::string bytes) : mBytes(std::move(bytes)) {
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+        mThread = std::thread([this, path] {
+            int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);  // waits for the reader
+            if (fd < 0) return;
+            mWritten = write(fd, mBytes.data(), mBytes.size());
+            close(fd);
+        });
+    }
+    ~FifoWriter() {
+        if (mThread.joinable()) mThread.join();
+    }
+    // What write() returned, once the other end has been read.
+    ssize_t written() {
+        if (mThread.joinable()) mThread.join();
+        return mWritten;
+    }
+
+  private:
+    std::string mBytes;
+    ssize_t mWritten = -1;
+    std::thread mThread;
+};
+
+TEST_F(DumpImageTest, DataBeyondTheSlotRoomFromAFifoIsRejected) {
+    // A history with 4 KiB minidump slots: slot 0 at 0x400, its data from
+    // 0x400 + 160 (v2 header, one section header, 16-byte aligned), so 3936
+    // bytes of room.
+    MakeImage(kMinidump, 0x4000);
+    LastLog(kMinidump, 0, "cigamgol", 0, 1, 0, 0x1000);
+    const std::string image = Get(kMinidump, 0, 0x4000);
+
+    const std::string tooBig = mRoot.path() + "/too-big";
+    FifoWriter big(tooBig, std::string(3937, 'k'));
+    std::string err;
+    EXPECT_EQ(Add({Host(kMinidump), "--minidump-partition", "--slot", "0", "--section",
+                   "md_kmsg=" + tooBig},
+                  &err),
+              1);
+    EXPECT_EQ(big.written(), 3937);
+    EXPECT_NE(err.find(tooBig + ": more than 3936 bytes do not fit in the dump slot"),
+              std::string::npos)
+            << err;
+    EXPECT_EQ(Get(kMinidump, 0, 0x4000), image) << "nothing is written";
+
+    const std::string fits = mRoot.path() + "/fits";
+    FifoWriter exact(fits, std::string(3936, 'k'));
+    EXPECT_EQ(Add({Host(kMinidump), "--minidump-partition", "--slot", "0", "--section",
+                   "md_kmsg=" + fits},
+                  &err),
+              0)
+            << err;
+    EXPECT_EQ(exact.written(), 3936);
+    EXPECT_EQ(GetLE(kMinidump, 0x400 + 88 + 12, 8), 0x400u + 160);  // position
+    EXPECT_EQ(GetLE(kMinidump, 0x400 + 88 + 20, 8), 3936u);         // size
+    EXPECT_EQ(Get(kMinidump, 0x400 + 160, 3937), std::string(3936, 'k') + '\0');
 }
 
 TEST_F(DumpImageTest, InspectorDoesNotTrustWhatDoesNotFit) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "modules/BSPLogProcessor/BlackBoxIo.h"
+
 namespace zelkor::tessel::image {
 
 class ImageFile {
@@ -15,7 +17,7 @@ class ImageFile {
 
     uint64_t size() const { return mSize; }
     bool Contains(uint64_t offset, uint64_t length) const {
-        return offset <= mSize && length <= mSize - offset;
+        return blackbox::range_fits(offset, length, mSize);
     }
     // Exactly `length` bytes at `offset`; false when the span leaves the file
     // or the read comes back short.

@@ -1,6 +1,6 @@
 #include "tools/tessel-image/dump/DumpArea.h"
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/BSPLogProcessor/BlackBoxRead.h"
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
 
 namespace zelkor::tessel::image {
@@ -9,11 +9,11 @@ using namespace blackbox;
 
 DumpAreaBounds LocateDumpArea(int fd, bool inBlackbox, uint64_t fileLimit) {
     if (!inBlackbox) return {0, fileLimit, false};
+    // A table header that is short or has the wrong magic reads as the
+    // defaults, as the boot run takes it.
     log_table_header table{};
-    if (read_at(fd, 0, &table, sizeof(table)) == sizeof(table) && table.magic == kLogTableMagic) {
-        return {table.minidump_offset, table.control_content_offset, true};
-    }
-    return {kDefaultMinidumpOffset, kDefaultControlContentOffset, false};
+    const bool valid = read_log_table_header(fd, &table) == HeaderRead::kValid;
+    return {table.minidump_offset, table.control_content_offset, valid};
 }
 
 }  // namespace zelkor::tessel::image

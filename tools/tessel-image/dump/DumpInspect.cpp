@@ -36,12 +36,10 @@ std::string FieldText(const char* field, size_t size) {
     return std::string(field, strnlen(field, size));
 }
 
-Json::Value InspectSections(int fd, uint64_t first, uint64_t end, uint32_t count,
+Json::Value InspectSections(int fd, uint64_t first, uint64_t slotEnd, uint32_t count,
                             uint64_t fileSize) {
     Json::Value sections(Json::arrayValue);
-    const uint64_t walk =
-            std::min<uint64_t>(count == 0 ? Minidump::kDefaultSectionCount : count,
-                               first < end ? (end - first) / sizeof(section_header) : 0);
+    const uint64_t walk = Minidump::section_headers_to_walk(count, first, slotEnd);
     for (uint64_t i = 0; i < walk; ++i) {
         section_header s{};
         if (read_at(fd, first + i * sizeof(s), &s, sizeof(s)) != sizeof(s)) break;
@@ -90,9 +88,8 @@ Json::Value InspectSlot(int fd, const last_log_header& header, const DumpAreaBou
     }
     const uint64_t distance =
             inBlackbox ? header.blackbox_slot_distance : header.minidump_slot_distance;
-    uint64_t slotEnd = end;
-    if (distance != 0 && blackbox::range_fits(at, distance, end)) slotEnd = at + distance;
-    slot["sections"] = InspectSections(fd, first, slotEnd, dump.section_count, fileSize);
+    slot["sections"] = InspectSections(fd, first, Minidump::dump_slot_end(at, distance, end),
+                                       dump.section_count, fileSize);
     return slot;
 }
 

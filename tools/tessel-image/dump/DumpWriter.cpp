@@ -16,8 +16,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 
+#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
 #include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/BlackboxLayout.h"
 #include "modules/BSPLogProcessor/Minidump.h"
@@ -50,16 +50,19 @@ last_log_header NextLastLogHeader(const last_log_header& old, uint32_t slot) {
         header = last_log_header{};
         header.magic = kRawDumpMagic;
         header.counts = 0;
-        header.slot0_offset = Minidump::kDefaultSlot0Offset;
-        header.reserved0 = Minidump::kDefaultLastLogReserved0;
-        header.reserved1 = Minidump::kDefaultLastLogReserved1;
-        header.blackbox_slot_distance = Minidump::kDefaultBlackboxSlotDistance;
-        header.minidump_slot_distance = Minidump::kDefaultMinidumpSlotDistance;
+        stamp_default_last_log_geometry(&header);
     }
     header.store_index = slot;
     return header;
 }
 
+std::string TooBig(const std::string& path, const std::string& size) {
+    return path + ": " + size + " bytes do not fit in the dump slot";
+}
+
+// The section's bytes, at most `maxSize` of them. The size is checked before
+// and while reading: for a FIFO or a file that grows after stat(), reading
+// stops as soon as more than `maxSize` bytes came and the section is refused.
 bool ReadDataFile(const std::string& path, uint64_t maxSize, std::string* data,
                   std::string* error) {
     struct stat st {};
@@ -68,12 +71,25 @@ bool ReadDataFile(const std::string& path, uint64_t maxSize, std::string* data,
         return false;
     }
     if (static_cast<uint64_t>(st.st_size) > maxSize) {
-        *error = path + ": " + std::to_string(st.st_size) + " bytes do not fit in the dump slot";
+        *error = TooBig(path, std::to_string(st.st_size));
         return false;
     }
     std::ifstream in(path, std::ios::binary);
-    data->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (!in.good() && !in.eof()) {
+    if (!in.is_open()) {
+        *error = Errno(path);
+        return false;
+    }
+    data->clear();
+    char chunk[64 * 1024];
+    while (in.read(chunk, sizeof(chunk)) || in.gcount() > 0) {
+        const uint64_t got = static_cast<uint64_t>(in.gcount());
+        if (got > maxSize - data->size()) {
+            *error = TooBig(path, "more than " + std::to_string(maxSize));
+            return false;
+        }
+        data->append(chunk, got);
+    }
+    if (in.bad()) {
         *error = path + ": read failed";
         return false;
     }
