@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "BenchImage.h"
-#include "Subprocess.h"
+#include "DaemonRoot.h"
 
 namespace zelkor::tessel::bench {
 namespace {
@@ -106,15 +106,7 @@ class BootRoot {
     BootRoot() {
         char tmpl[] = "/tmp/tessel-bootrun.XXXXXX";
         mRoot = mkdtemp(tmpl);
-        for (const char* dir :
-             {kByName, "/data/vendor/diag", "/sys/bootinfo", "/vendor/etc/vintf/manifest"}) {
-            fs::create_directories(mRoot + dir);
-        }
-        fs::copy_file(std::string(TESSEL_SOURCE_DIR) +
-                              "/common/default/vendor.zelkor.hardware.tessel.xml",
-                      mRoot + "/vendor/etc/vintf/manifest/vendor.zelkor.hardware.tessel.xml");
-        std::ofstream(mRoot + "/sys/bootinfo/powerup_reason") << "0x20 PON_KPDPWR\n";
-        std::ofstream(mRoot + "/sys/bootinfo/poweroff_reason") << "0x0 OTHER_HARDRESET\n";
+        testing::PrepareBootRoot(mRoot);
         mPristine = mRoot + "/blackbox.pristine";
         WriteBenchBlackbox(mPristine, mRoot);
         mSize = RawdumpSizeFromEnv(256);
@@ -129,9 +121,8 @@ class BootRoot {
 
 void BM_BootRun(benchmark::State& state, bool large) {
     const BootRoot& root = BootRoot::Get();
-    Subprocess peer({"tessel-peer", "--root", root.root()}, root.root() + "/peer");
-    if (!testing::WaitFor(
-                [&] { return peer.err().find("tessel-peer is serving") != std::string::npos; })) {
+    const std::unique_ptr<Subprocess> peer = testing::StartPeer(root.root());
+    if (!testing::PeerServing(*peer)) {
         state.SkipWithError("tessel-peer did not start");
         return;
     }

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "Subprocess.h"
+#include "DaemonRoot.h"
 #include "TempRoot.h"
 
 namespace zelkor::tessel::testing {
@@ -13,14 +13,7 @@ namespace {
 
 class BinderE2ETest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        // The daemon's manifest fragment, installed as the device build does.
-        const std::string manifests = mRoot.path() + "/vendor/etc/vintf/manifest";
-        std::filesystem::create_directories(manifests);
-        std::filesystem::copy_file(std::string(TESSEL_SOURCE_DIR) +
-                                           "/common/default/vendor.zelkor.hardware.tessel.xml",
-                                   manifests + "/vendor.zelkor.hardware.tessel.xml");
-    }
+    void SetUp() override { InstallDaemonManifest(mRoot.path()); }
     std::string out(const std::string& name) const { return mRoot.path() + "/" + name; }
     std::string ctl(std::vector<std::string> args, int* status = nullptr,
                     std::string* err = nullptr) {
@@ -32,11 +25,8 @@ class BinderE2ETest : public ::testing::Test {
         return tool.out();
     }
     std::unique_ptr<Subprocess> startPeer() {
-        auto peer = std::make_unique<Subprocess>(
-                std::vector<std::string>{"tessel-peer", "--root", mRoot.path()}, out("peer"));
-        EXPECT_TRUE(WaitFor([&] {
-            return peer->err().find("tessel-peer is serving") != std::string::npos;
-        })) << peer->err();
+        auto peer = StartPeer(mRoot.path());
+        EXPECT_TRUE(PeerServing(*peer)) << peer->err();
         return peer;
     }
     std::unique_ptr<Subprocess> startDaemon() {

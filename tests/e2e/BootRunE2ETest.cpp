@@ -12,8 +12,8 @@
 #include <regex>
 #include <sstream>
 
+#include "DaemonRoot.h"
 #include "LogRecords.h"
-#include "Subprocess.h"
 #include "TempRoot.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"
 #include "modules/BSPLogProcessor/Minidump.h"
@@ -70,15 +70,7 @@ Json::Value ParseJson(const std::string& text) {
 class BootRunE2ETest : public ::testing::Test {
   protected:
     void SetUp() override {
-        for (const char* dir :
-             {"/dev/block/by-name", kDiag, "/sys/bootinfo", "/vendor/etc/vintf/manifest"}) {
-            fs::create_directories(Host(dir));
-        }
-        fs::copy_file(std::string(TESSEL_SOURCE_DIR) +
-                              "/common/default/vendor.zelkor.hardware.tessel.xml",
-                      Host("/vendor/etc/vintf/manifest/vendor.zelkor.hardware.tessel.xml"));
-        Write("/sys/bootinfo/powerup_reason", "0x20 PON_KPDPWR\n");
-        Write("/sys/bootinfo/poweroff_reason", "0x0 OTHER_HARDRESET\n");
+        PrepareBootRoot(mRoot.path());
         Tool({"tesselctl", "--root", mRoot.path(), "setprop", "ro.build.version.incremental",
               kBuild});
     }
@@ -139,10 +131,8 @@ class BootRunE2ETest : public ::testing::Test {
     // run has ended with the module removed, stops both and returns the
     // daemon's log.
     std::string Boot() {
-        Subprocess peer({"tessel-peer", "--root", mRoot.path()}, mRoot.path() + "/peer");
-        EXPECT_TRUE(WaitFor([&] {
-            return peer.err().find("tessel-peer is serving") != std::string::npos;
-        })) << peer.err();
+        const std::unique_ptr<Subprocess> peer = StartPeer(mRoot.path());
+        EXPECT_TRUE(PeerServing(*peer)) << peer->err();
         Subprocess daemon({"tesseld", "--root", mRoot.path()}, mRoot.path() + "/tesseld");
         const bool ended = WaitFor(
                 [&] { return daemon.err().find("Bye~ BSPLogProcessor") != std::string::npos; });
@@ -154,9 +144,9 @@ class BootRunE2ETest : public ::testing::Test {
         }
         EXPECT_TRUE(daemon.running()) << "the daemon keeps serving after the run";
         daemon.signal(SIGTERM);
-        peer.signal(SIGTERM);
+        peer->signal(SIGTERM);
         daemon.wait();
-        peer.wait();
+        peer->wait();
         return daemon.err();
     }
 
