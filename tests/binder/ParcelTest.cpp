@@ -472,6 +472,17 @@ TEST(ParcelTest, CorruptStatusHeadersAreErrors) {
     Rewind(stackTrace);
     EXPECT_EQ(AParcel_readStatusHeader(stackTrace.get(), read.getR()), STATUS_BAD_VALUE);
     EXPECT_EQ(read.get(), nullptr);
+
+    // A reply header smaller than its own size word would be read again as
+    // the exception code.
+    for (int32_t size : {0, 2}) {
+        Parcel header = NewParcel();
+        ASSERT_EQ(AParcel_writeInt32(header.get(), -128), STATUS_OK);
+        ASSERT_EQ(AParcel_writeInt32(header.get(), size), STATUS_OK);
+        ASSERT_EQ(AParcel_writeInt32(header.get(), EX_NONE), STATUS_OK);
+        Rewind(header);
+        EXPECT_EQ(AParcel_readStatusHeader(header.get(), read.getR()), STATUS_BAD_VALUE) << size;
+    }
 }
 
 TEST(ParcelTest, ResetMarshalAndAppend) {

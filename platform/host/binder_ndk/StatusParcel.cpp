@@ -13,15 +13,18 @@ namespace {
 constexpr int32_t kExHasReplyHeader = -128;
 
 // Skips a size-prefixed block (the size counts its own four bytes); the size
-// must fit in what is left.
+// must fit in what is left. A size below four would lead back into the size
+// word (or between its bytes) and mis-read everything after it; only a zero
+// where that means "no block" is allowed.
 binder_status_t SkipSizedBlock(const AParcel* parcel, bool zeroMeansEmpty) {
     const size_t start = parcel->position;
     const size_t available = parcel->available();
     int32_t size = 0;
     binder_status_t status = parcel->read(&size);
     if (status != STATUS_OK) return status;
-    if (size < 0 || static_cast<size_t>(size) > available) return STATUS_BAD_VALUE;
-    if (size != 0 || !zeroMeansEmpty) parcel->position = start + static_cast<size_t>(size);
+    if (size == 0 && zeroMeansEmpty) return STATUS_OK;
+    if (size < 4 || static_cast<size_t>(size) > available) return STATUS_BAD_VALUE;
+    parcel->position = start + static_cast<size_t>(size);
     return STATUS_OK;
 }
 
@@ -63,7 +66,8 @@ binder_status_t AParcel_readStatusHeader(const AParcel* parcel, AStatus** status
     if (exception == EX_SERVICE_SPECIFIC) {
         result = parcel->read(&errorCode);
     } else if (exception == EX_PARCELABLE) {
-        result = SkipSizedBlock(parcel, false);
+        // Writers send an empty blob as a zero size.
+        result = SkipSizedBlock(parcel, true);
     }
     if (result != STATUS_OK) return result;
     *status = new AStatus{exception, errorCode, std::move(message)};
