@@ -458,6 +458,22 @@ TEST(ParcelTest, StatusHeaderLayout) {
     EXPECT_EQ(AParcel_getDataSize(failed.get()), 0);
 }
 
+TEST(ParcelTest, ParcelableExceptionWithItsEmptyBlobRoundTrips) {
+    ndk::ScopedAStatus sent =
+            ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_PARCELABLE, "blob");
+    Parcel parcel = NewParcel();
+    ASSERT_EQ(AParcel_writeStatusHeader(parcel.get(), sent.get()), STATUS_OK);
+    ASSERT_EQ(AParcel_writeInt32(parcel.get(), 77), STATUS_OK);
+    Rewind(parcel);
+    ndk::ScopedAStatus read;
+    ASSERT_EQ(AParcel_readStatusHeader(parcel.get(), read.getR()), STATUS_OK);
+    EXPECT_EQ(read.getExceptionCode(), EX_PARCELABLE);
+    EXPECT_STREQ(read.getMessage(), "blob");
+    int32_t after = 0;
+    ASSERT_EQ(AParcel_readInt32(parcel.get(), &after), STATUS_OK);
+    EXPECT_EQ(after, 77);
+}
+
 TEST(ParcelTest, CorruptStatusHeadersAreErrors) {
     ndk::ScopedAStatus read;
     Parcel truncated = NewParcel();
