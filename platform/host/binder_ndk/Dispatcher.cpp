@@ -44,8 +44,7 @@ Deadline ReplyDeadline() {
 CallerIdentity CallerOf(const Frame& frame, int fd) {
     if (frame.sender) return {frame.sender->pid, frame.sender->uid};
     ucred cred{};
-    socklen_t length = sizeof(cred);
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &length) == 0) return {cred.pid, cred.uid};
+    if (PeerCredentials(fd, &cred)) return {cred.pid, cred.uid};
     return {0, static_cast<uid_t>(-1)};
 }
 

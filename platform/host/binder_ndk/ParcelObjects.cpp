@@ -58,8 +58,7 @@ binder_status_t ExportLocal(LocalBinder* local, unique_fd* peer) {
 
 pid_t PeerPid(int fd) {
     ucred cred{};
-    socklen_t length = sizeof(cred);
-    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &length) == 0 ? cred.pid : -1;
+    return PeerCredentials(fd, &cred) ? cred.pid : -1;
 }
 
 // The object a received record stands for: one of this process's own

@@ -1,5 +1,6 @@
 // Service sockets: naming, publishing, lookup and waiting.
 #include "platform/host/binder_ndk/ServiceRegistry.h"
+#include "platform/host/binder_ndk/Wire.h"
 
 #include <android-base/logging.h>
 #include <fcntl.h>
@@ -183,8 +184,7 @@ BinderRef LookupService(const std::string& instance) {
         return nullptr;
     }
     ucred owner{};
-    socklen_t length = sizeof(owner);
-    if (getsockopt(connection.get(), SOL_SOCKET, SO_PEERCRED, &owner, &length) != 0) return nullptr;
+    if (!PeerCredentials(connection.get(), &owner)) return nullptr;
     fcntl(connection.get(), F_SETFL, fcntl(connection.get(), F_GETFL) | O_NONBLOCK);
     // The owner's pid leads the key, as for objects received in parcels, and
     // keeps a reused inode number from matching an older service's proxy.

@@ -186,6 +186,11 @@ IoStatus ReceiveFrame(int fd, Frame* frame, Deadline firstByte) {
     return frame->fds.size() == header.fdCount ? IoStatus::kOk : IoStatus::kMalformed;
 }
 
+bool PeerCredentials(int fd, ucred* cred) {
+    socklen_t length = sizeof(*cred);
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, cred, &length) == 0;
+}
+
 bool MakeConnectionPair(unique_fd* serving, unique_fd* peer) {
     int sv[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, sv) != 0) return false;

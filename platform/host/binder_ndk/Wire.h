@@ -73,4 +73,8 @@ IoStatus ReceiveFrame(int fd, Frame* frame, Deadline firstByte);
 // sender credentials.
 bool MakeConnectionPair(android::base::unique_fd* serving, android::base::unique_fd* peer);
 
+// The kernel-checked credentials of the process at the other end of the
+// connected socket `fd`; false when the socket has none.
+bool PeerCredentials(int fd, ucred* cred);
+
 }  // namespace zelkor::tessel::binder
