@@ -156,6 +156,15 @@ binder_exception_t PublishService(const std::string& instance, LocalBinder* bind
         PLOG(ERROR) << "cannot register " << instance << " in " << dir;
         unlinkat(dirFd.get(), temporary.c_str(), 0);
         dispatcher.stopListening(listenerId);
+        // The earlier registration still serves the visible socket: it stays
+        // on record, so that it can be found and replaced later.
+        Registrations& own = OwnRegistrations();
+        std::lock_guard<std::mutex> lock(own.lock);
+        if (previous.listener != 0) {
+            own.byInstance[instance] = std::move(previous);
+        } else {
+            own.byInstance.erase(instance);
+        }
         return EX_ILLEGAL_STATE;
     }
     if (previous.listener != 0) dispatcher.stopListening(previous.listener);
