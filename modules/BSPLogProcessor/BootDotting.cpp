@@ -7,10 +7,10 @@
 
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/CrashParse.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "modules/blackbox/BlackBoxIo.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::Minidump {

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
-#include "modules/BSPLogProcessor/BlackBoxDotting.h"
-#include "modules/BSPLogProcessor/BlackBoxHeaders.h"
+#include "modules/blackbox/BlackBoxDotting.h"
+#include "modules/blackbox/BlackBoxHeaders.h"
 
 namespace zelkor::tessel::Minidump {
 

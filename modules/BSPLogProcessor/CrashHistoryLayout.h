@@ -16,7 +16,7 @@
 #include <cstring>
 #include <vector>
 
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/blackbox/BlackboxLayout.h"
 
 namespace zelkor::tessel::Minidump {
 

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "modules/blackbox/BlackBoxIo.h"
 
 namespace zelkor::tessel::Minidump {
 

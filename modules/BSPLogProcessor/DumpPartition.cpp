@@ -5,10 +5,10 @@
 
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxRead.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
+#include "modules/blackbox/BlackBoxRead.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::Minidump {

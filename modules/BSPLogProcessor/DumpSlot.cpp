@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
-#include "modules/BSPLogProcessor/BlackBoxRead.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
+#include "modules/blackbox/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxRead.h"
 #include "platform/Properties.h"
 
 namespace zelkor::tessel::Minidump {

@@ -7,7 +7,6 @@
 
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/BootDotting.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"
 #include "modules/BSPLogProcessor/CrashKeywords.h"
@@ -15,6 +14,7 @@
 #include "modules/BSPLogProcessor/CrashParse.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "modules/blackbox/BlackBoxIo.h"
 #include "platform/Platform.h"
 #include "platform/Properties.h"
 

@@ -10,10 +10,10 @@
 // it.
 #include <algorithm>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/LittleEndian.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/SectionWriters.h"
+#include "modules/blackbox/BlackBoxIo.h"
 
 namespace zelkor::tessel::Minidump {
 

@@ -4,10 +4,10 @@
 
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"
 #include "modules/BSPLogProcessor/DiagFiles.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "modules/blackbox/BlackBoxIo.h"
 
 namespace zelkor::tessel::Minidump {
 

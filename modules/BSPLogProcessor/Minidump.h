@@ -12,8 +12,8 @@
 #include <cstdint>
 #include <string>
 
-#include "modules/BSPLogProcessor/BlackBoxHeaders.h"
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/blackbox/BlackBoxHeaders.h"
+#include "modules/blackbox/BlackboxLayout.h"
 
 namespace zelkor::tessel::Minidump {
 

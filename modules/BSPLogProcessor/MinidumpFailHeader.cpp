@@ -9,11 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
+#include "modules/blackbox/BlackBoxDefaults.h"
+#include "modules/blackbox/BlackBoxIo.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::Minidump {

@@ -4,12 +4,12 @@
 
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxKmsg.h"
 #include "modules/BSPLogProcessor/BootDotting.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"
 #include "modules/BSPLogProcessor/FallbackHistory.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "modules/blackbox/BlackBoxKmsg.h"
 #include "platform/Properties.h"
 
 namespace zelkor::tessel::Minidump {

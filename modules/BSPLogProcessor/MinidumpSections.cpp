@@ -2,12 +2,12 @@
 #include <cstring>
 #include <string>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
 #include "modules/BSPLogProcessor/DiagFiles.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
 #include "modules/BSPLogProcessor/SectionWriters.h"
+#include "modules/blackbox/BlackBoxIo.h"
 
 namespace zelkor::tessel::Minidump {
 

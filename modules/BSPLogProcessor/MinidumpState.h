@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/blackbox/BlackboxLayout.h"
 
 namespace zelkor::tessel::Minidump {
 

@@ -11,7 +11,7 @@
 
 #include "TempRoot.h"
 #include "TestImage.h"
-#include "modules/BSPLogProcessor/BlackBoxHeaders.h"
+#include "modules/blackbox/BlackBoxHeaders.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::testing {

@@ -4,7 +4,7 @@
 
 #include "BlackBoxFixture.h"
 #include "LogCapture.h"
-#include "modules/BSPLogProcessor/BlackBoxDotting.h"
+#include "modules/blackbox/BlackBoxDotting.h"
 
 namespace zelkor::tessel::testing {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "BlackBoxFixture.h"
 #include "LogCapture.h"
-#include "modules/BSPLogProcessor/BlackBoxHwinfo.h"
+#include "modules/blackbox/BlackBoxHwinfo.h"
 #include "platform/Properties.h"
 
 namespace zelkor::tessel::testing {

@@ -6,7 +6,7 @@
 
 #include "BlackBoxFixture.h"
 #include "LogCapture.h"
-#include "modules/BSPLogProcessor/BlackBoxKmsg.h"
+#include "modules/blackbox/BlackBoxKmsg.h"
 
 namespace zelkor::tessel::testing {
 namespace {

@@ -20,9 +20,9 @@
 #include "LogCapture.h"
 #include "LogRecords.h"
 #include "TempRoot.h"
-#include "modules/BSPLogProcessor/BlackBoxHeaders.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/TzLogDict.h"
+#include "modules/blackbox/BlackBoxHeaders.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::testing {

@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxDefaults.h"
+#include "modules/blackbox/BlackBoxIo.h"
 #include "tools/tessel-image/Commands.h"
 
 namespace zelkor::tessel::image {

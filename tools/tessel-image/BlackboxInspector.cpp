@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
+#include "modules/blackbox/BlackBoxDefaults.h"
 #include "tools/tessel-image/ImageFile.h"
 
 namespace zelkor::tessel::image {

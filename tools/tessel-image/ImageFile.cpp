@@ -3,7 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxIo.h"
 
 namespace zelkor::tessel::image {
 

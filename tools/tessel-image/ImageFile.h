@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxIo.h"
 
 namespace zelkor::tessel::image {
 

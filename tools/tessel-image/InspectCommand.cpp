@@ -11,8 +11,8 @@
 #include <cstring>
 #include <iostream>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/blackbox/BlackBoxIo.h"
+#include "modules/blackbox/BlackboxLayout.h"
 #include "tools/tessel-image/BlackboxInspector.h"
 #include "tools/tessel-image/Commands.h"
 #include "tools/tessel-image/CrashHistoryInspector.h"

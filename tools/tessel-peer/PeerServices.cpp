@@ -15,7 +15,7 @@
 #include <cstring>
 
 #include "framework/InternalBroadcastManager.h"
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxIo.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::peer {

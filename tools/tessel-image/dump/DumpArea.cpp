@@ -1,7 +1,7 @@
 #include "tools/tessel-image/dump/DumpArea.h"
 
-#include "modules/BSPLogProcessor/BlackBoxRead.h"
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/blackbox/BlackBoxRead.h"
+#include "modules/blackbox/BlackboxLayout.h"
 
 namespace zelkor::tessel::image {
 

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <string>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
 #include "modules/BSPLogProcessor/Minidump.h"
+#include "modules/blackbox/BlackBoxIo.h"
+#include "modules/blackbox/BlackboxLayout.h"
 #include "tools/tessel-image/dump/DumpArea.h"
 #include "tools/tessel-image/dump/DumpImage.h"
 

@@ -17,10 +17,10 @@
 #include <cstring>
 #include <fstream>
 
-#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
 #include "modules/BSPLogProcessor/Minidump.h"
+#include "modules/blackbox/BlackBoxDefaults.h"
+#include "modules/blackbox/BlackBoxIo.h"
+#include "modules/blackbox/BlackboxLayout.h"
 #include "tools/tessel-image/dump/DumpArea.h"
 #include "tools/tessel-image/dump/DumpImage.h"
 

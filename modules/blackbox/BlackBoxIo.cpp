@@ -1,4 +1,4 @@
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxIo.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -10,8 +10,8 @@
 #include <cstring>
 #include <string>
 
-#include "modules/BSPLogProcessor/BlackBoxLog.h"
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/blackbox/BlackBoxLog.h"
+#include "modules/blackbox/BlackboxLayout.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::blackbox {

@@ -2,7 +2,7 @@
 // the boot run, the blackbox service and tessel-image produce the same bytes.
 #pragma once
 
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/blackbox/BlackboxLayout.h"
 
 namespace zelkor::tessel::blackbox {
 

@@ -1,4 +1,4 @@
-#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
+#include "modules/blackbox/BlackBoxDefaults.h"
 
 #include <cstring>
 

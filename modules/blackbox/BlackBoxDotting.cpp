@@ -1,11 +1,11 @@
-#include "modules/BSPLogProcessor/BlackBoxDotting.h"
+#include "modules/blackbox/BlackBoxDotting.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
-#include "modules/BSPLogProcessor/BlackBoxLog.h"
+#include "modules/blackbox/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxLog.h"
 
 namespace zelkor::tessel::blackbox {
 namespace {

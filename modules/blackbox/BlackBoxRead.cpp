@@ -1,7 +1,7 @@
-#include "modules/BSPLogProcessor/BlackBoxRead.h"
+#include "modules/blackbox/BlackBoxRead.h"
 
-#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxDefaults.h"
+#include "modules/blackbox/BlackBoxIo.h"
 
 namespace zelkor::tessel::blackbox {
 namespace {

@@ -5,7 +5,7 @@
 // whether or not that pass ran first.
 #pragma once
 
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/blackbox/BlackboxLayout.h"
 
 namespace zelkor::tessel::blackbox {
 

@@ -1,4 +1,4 @@
-#include "modules/BSPLogProcessor/KmsgRecords.h"
+#include "modules/blackbox/KmsgRecords.h"
 
 #include <android-base/stringprintf.h>
 

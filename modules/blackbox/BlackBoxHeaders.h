@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "modules/BSPLogProcessor/BlackboxLayout.h"
+#include "modules/blackbox/BlackboxLayout.h"
 
 namespace zelkor::tessel::blackbox {
 

@@ -18,7 +18,7 @@
 #include <functional>
 #include <string_view>
 
-#include "modules/BSPLogProcessor/BlackBoxHeaders.h"
+#include "modules/blackbox/BlackBoxHeaders.h"
 
 namespace zelkor::tessel::blackbox {
 

@@ -1,4 +1,4 @@
-#include "modules/BSPLogProcessor/BlackBoxKmsg.h"
+#include "modules/blackbox/BlackBoxKmsg.h"
 
 #include <cutils/android_get_control_file.h>
 #include <fcntl.h>
@@ -10,9 +10,9 @@
 #include <cstring>
 #include <string>
 
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
-#include "modules/BSPLogProcessor/BlackBoxLog.h"
-#include "modules/BSPLogProcessor/KmsgRecords.h"
+#include "modules/blackbox/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxLog.h"
+#include "modules/blackbox/KmsgRecords.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::blackbox {

@@ -1,6 +1,6 @@
-#include "modules/BSPLogProcessor/BlackBoxHwinfo.h"
+#include "modules/blackbox/BlackBoxHwinfo.h"
 
-#include "modules/BSPLogProcessor/BlackBoxRead.h"
+#include "modules/blackbox/BlackBoxRead.h"
 
 namespace zelkor::tessel::blackbox {
 

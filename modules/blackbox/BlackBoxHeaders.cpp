@@ -1,4 +1,4 @@
-#include "modules/BSPLogProcessor/BlackBoxHeaders.h"
+#include "modules/blackbox/BlackBoxHeaders.h"
 
 #include <android-base/logging.h>
 #include <android-base/stringprintf.h>
@@ -8,9 +8,9 @@
 #include <cstring>
 #include <string>
 
-#include "modules/BSPLogProcessor/BlackBoxDefaults.h"
-#include "modules/BSPLogProcessor/BlackBoxIo.h"
-#include "modules/BSPLogProcessor/BlackBoxLog.h"
+#include "modules/blackbox/BlackBoxDefaults.h"
+#include "modules/blackbox/BlackBoxIo.h"
+#include "modules/blackbox/BlackBoxLog.h"
 #include "platform/Properties.h"
 
 namespace zelkor::tessel::blackbox {

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "modules/BSPLogProcessor/BlackBoxHeaders.h"
+#include "modules/blackbox/BlackBoxHeaders.h"
 
 namespace zelkor::tessel::blackbox {
 
