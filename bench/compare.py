@@ -9,7 +9,8 @@ the counters below is shown by its time per iteration.
 import json
 import sys
 
-IMPLS = ("halvex", "baseline")
+# "pigz" is a second baseline, shown on a row of its own.
+IMPLS = ("halvex", "baseline", "pigz")
 
 # counter -> (unit heading, higher is better, formatter)
 METRICS = {
@@ -20,6 +21,8 @@ METRICS = {
     "wall_s": ("s", False, lambda v: f"{v:.2f}"),
     "peak_rss_mib": ("MiB", False, lambda v: f"{v:.1f}"),
     "time_us": ("us", False, lambda v: f"{v:.1f}"),
+    "mib_per_s": ("MiB/s", True, lambda v: f"{v:.1f}"),
+    "size_mib": ("MiB", False, lambda v: f"{v:.2f}"),
 }
 
 # What each benchmark program's baseline is.
@@ -27,6 +30,7 @@ BASELINES = [
     ("message loop", "a std::mutex + std::condition_variable + std::deque<std::function<void()>> "
      "queue (the consumer has a core to itself unless noted)"),
     ("binder call", "the same exchange as a bare ping-pong over a Unix socket pair"),
+    ("compress", "zlib -9 on one thread, in process; pigz -9 -z with the same thread count"),
     ("boot run", "reading the partitions once and compressing the raw dump once with zlib -9, "
      "in process; peak memory is tesseld's VmHWM"),
 ]
@@ -127,6 +131,10 @@ def main(paths):
         b_value, b_text = figure(pair.get("baseline"), counter)
         table.append((label, METRICS[counter][0], h_text, b_text,
                       ratio(counter, h_value, b_value)))
+        if "pigz" in pair:
+            p_value, p_text = figure(pair.get("pigz"), counter)
+            table.append((label + ", vs pigz", METRICS[counter][0], h_text, p_text,
+                          ratio(counter, h_value, p_value)))
 
     widths = [max(len(row[i]) for row in table) for i in range(len(table[0]))]
     print()

@@ -9,6 +9,9 @@
 // raw dump is the same node with the same size and the same Adler-32 of its
 // bytes (the checksum the stream's trailer already holds), and "minidump.gz"
 // is still the file this run wrote. Anything else compresses again.
+//
+// The deflating itself runs on every core (independent blocks, one stream;
+// see BlockDeflate.h), or as one stream on a machine with a single CPU.
 #include <sys/stat.h>
 #include <zlib.h>
 
@@ -17,6 +20,7 @@
 #include <memory>
 #include <vector>
 
+#include "modules/BSPLogProcessor/BlockDeflate.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
@@ -111,46 +115,28 @@ int compress_minidump() {
     }
     FilePtr out(outFile);
 
-    z_stream zs{};
-    if (deflateInit2(&zs, Z_BEST_COMPRESSION, Z_DEFLATED, MAX_WBITS, MAX_MEM_LEVEL,
-                     Z_DEFAULT_STRATEGY) != Z_OK) {
-        MD_LOGE("tdefl_compress() failed with status %i!\n", Z_STREAM_ERROR);
-        return 1;
-    }
-    std::vector<unsigned char> outBuf(kBufferSize);
-    uint64_t remaining = static_cast<uint64_t>(size);
-    bool failed = false;
-    for (;;) {
-        if (zs.avail_in == 0 && remaining > 0) {
-            size_t want = remaining < kBufferSize ? remaining : kBufferSize;
-            if (fread(inBuf.data(), 1, want, in.get()) != want) {
-                MD_LOGE("Failed reading from input file!");
-                failed = true;
-                break;
-            }
-            zs.next_in = inBuf.data();
-            zs.avail_in = static_cast<uInt>(want);
-            remaining -= want;
-        }
-        zs.next_out = outBuf.data();
-        zs.avail_out = static_cast<uInt>(outBuf.size());
-        int status = deflate(&zs, remaining == 0 ? Z_FINISH : Z_NO_FLUSH);
-        // Z_BUF_ERROR only says that no progress was possible this round.
-        if (status < 0 && status != Z_BUF_ERROR) {
-            MD_LOGE("tdefl_compress() failed with status %i!\n", status);
-            failed = true;
+    const DeflateResult result = DeflateStream(
+            static_cast<uint64_t>(size),
+            [&in](unsigned char* buf, size_t len) { return fread(buf, 1, len, in.get()) == len; },
+            [&out](const unsigned char* data, size_t len) {
+                return fwrite(data, 1, len, out.get()) == len;
+            });
+    bool failed = true;
+    switch (result.error) {
+        case DeflateError::kNone:
+            failed = false;
             break;
-        }
-        size_t produced = outBuf.size() - zs.avail_out;
-        if (produced > 0 && fwrite(outBuf.data(), 1, produced, out.get()) != produced) {
+        case DeflateError::kRead:
+            MD_LOGE("Failed reading from input file!");
+            break;
+        case DeflateError::kWrite:
             MD_LOGE("Failed writing to output file!");
-            failed = true;
             break;
-        }
-        if (status == Z_STREAM_END) break;
+        case DeflateError::kDeflate:
+            MD_LOGE("tdefl_compress() failed with status %i!\n", result.zlibStatus);
+            break;
     }
-    const uLong adler = zs.adler;
-    deflateEnd(&zs);
+    const uLong adler = result.adler;
     if (fclose(out.release()) != 0 && !failed) {
         MD_LOGE("Failed writing to output file!");
         failed = true;

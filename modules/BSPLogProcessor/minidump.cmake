@@ -1,6 +1,7 @@
 # Minidump extraction, last-log files and trust-zone log translation.
 find_package(ZLIB REQUIRED)
 add_library(tessel_minidump STATIC
+    BlockDeflate.cpp
     CompressMinidump.cpp
     DeleteLog.cpp
     DiagFiles.cpp
@@ -21,4 +22,4 @@ add_library(tessel_minidump STATIC
 )
 tessel_target(tessel_minidump)
 target_link_libraries(tessel_minidump PUBLIC tessel_blackbox tessel_platform tessel_utils android::base android::log
-    PRIVATE ZLIB::ZLIB)
+    PRIVATE ZLIB::ZLIB Threads::Threads)
