@@ -1,6 +1,7 @@
 // A binder call over the host runtime side by side with what a user would
 // write instead: a bare ping-pong over a Unix socket pair, for a small call
-// and for a 1 MiB payload. Both servers run in a child process. Runs are
+// and for payloads of 64 KiB, 1 MiB and 16 MiB as byte[] and as String (the
+// socket carries the same number of payload bytes). Both servers run in a child process. Runs are
 // named "<workload>/halvex" (host binder) and "<workload>/baseline" (socket)
 // so that bench/compare.py can pair them.
 
@@ -28,8 +29,6 @@ namespace zelkor::tessel::bench {
 namespace {
 
 using aidl::tessel::test::ITestService;
-
-constexpr size_t kLarge = size_t{1} << 20;
 
 std::shared_ptr<ITestService> gService;
 
@@ -78,16 +77,28 @@ void BinderSmallCall(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * 4 * 2));
 }
 
-void BinderLargeCall(benchmark::State& state) {
-    std::vector<int8_t> payload(kLarge, 'p');
+void BinderBytesCall(benchmark::State& state, size_t size) {
+    std::vector<int8_t> payload(size, 'p');
     std::vector<int8_t> back;
     for (auto _ : state) {
-        if (!gService->echoBytes(payload, &back).isOk()) {
+        if (!gService->echoBytes(payload, &back).isOk() || back.size() != size) {
             state.SkipWithError("call failed");
             break;
         }
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kLarge * 2));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * size * 2));
+}
+
+void BinderStringCall(benchmark::State& state, size_t size) {
+    std::string payload(size, 'p');
+    std::string back;
+    for (auto _ : state) {
+        if (!gService->echoUtf8(payload, &back).isOk() || back.size() != size) {
+            state.SkipWithError("call failed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * size * 2));
 }
 
 // The binder service, served from a child process on the bench's root.
@@ -143,10 +154,17 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark("round_trip_small/halvex", bench::BinderSmallCall);
     benchmark::RegisterBenchmark("round_trip_small/baseline",
                                  [](benchmark::State& state) { bench::SocketRoundTrip(state, 4); });
-    benchmark::RegisterBenchmark("round_trip_1MiB/halvex", bench::BinderLargeCall);
-    benchmark::RegisterBenchmark("round_trip_1MiB/baseline", [](benchmark::State& state) {
-        bench::SocketRoundTrip(state, bench::kLarge);
-    });
+    for (auto [label, size] :
+         {std::pair{"64KiB", size_t{64} << 10}, std::pair{"1MiB", size_t{1} << 20},
+          std::pair{"16MiB", size_t{16} << 20}}) {
+        const std::string name = std::string("round_trip_") + label;
+        benchmark::RegisterBenchmark((name + "/halvex").c_str(), bench::BinderBytesCall, size);
+        benchmark::RegisterBenchmark((name + "_string/halvex").c_str(), bench::BinderStringCall,
+                                     size);
+        benchmark::RegisterBenchmark((name + "/baseline").c_str(), bench::SocketRoundTrip, size);
+        benchmark::RegisterBenchmark((name + "_string/baseline").c_str(), bench::SocketRoundTrip,
+                                     size);
+    }
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
 

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "TestService.h"
+#include "platform/host/binder_ndk/Limits.h"
 
 namespace zelkor::tessel::testing {
 namespace {
@@ -146,6 +147,44 @@ TEST(ParcelTest, StringsInUtf8OverUtf16) {
     ASSERT_EQ(AParcel_setDataPosition(parcel.get(), AParcel_getDataSize(parcel.get()) - 4),
               STATUS_OK);
     EXPECT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_UNEXPECTED_NULL);
+}
+
+TEST(ParcelTest, AsciiRunsOfEveryLengthAroundOtherCharacters) {
+    // ASCII is widened and narrowed several bytes at a time: runs of every
+    // length against characters whose units look ASCII in one byte ("Ł" is
+    // 0x0141), take two bytes, three, or a surrogate pair.
+    for (const std::string other : {"Ł", "é", "€", "𝄞"}) {
+        for (size_t before = 0; before < 12; ++before) {
+            for (size_t after : {size_t{0}, size_t{3}, size_t{9}}) {
+                const std::string text =
+                        std::string(before, 'a') + other + std::string(after, 'z') + other;
+                Parcel parcel = NewParcel();
+                ASSERT_EQ(ndk::AParcel_writeString(parcel.get(), text), STATUS_OK);
+                Rewind(parcel);
+                int32_t units = 0;
+                ASSERT_EQ(AParcel_readInt32(parcel.get(), &units), STATUS_OK);
+                EXPECT_EQ(units, int32_t(before + after + (other == "𝄞" ? 4 : 2)));
+                Rewind(parcel);
+                std::string read;
+                ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
+                EXPECT_EQ(read, text) << before << " " << after;
+            }
+        }
+    }
+    // A lone surrogate between ASCII runs reads as U+FFFD, the rest intact.
+    Parcel parcel = NewParcel();
+    ASSERT_EQ(AParcel_writeInt32(parcel.get(), 11), STATUS_OK);
+    const uint16_t units[12] = {'a', 'b', 'c', 'd', 'e', 0xD800, 'f', 'g', 'h', 'i', 'j', 0};
+    for (size_t i = 0; i < 12; i += 2) {
+        ASSERT_EQ(AParcel_writeInt32(parcel.get(), int32_t(units[i] | (units[i + 1] << 16))),
+                  STATUS_OK);
+    }
+    Rewind(parcel);
+    std::string read;
+    ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
+    EXPECT_EQ(read,
+              "abcde\xEF\xBF\xBD"
+              "fghij");
 }
 
 TEST(ParcelTest, InvalidUtf8IsRefused) {
@@ -372,8 +411,13 @@ TEST(ParcelTest, DescriptorCountAndSizeAreCapped) {
     close(fds[0]);
     close(fds[1]);
 
+    // The length word and the bytes fill the parcel exactly; one byte more
+    // (padded to four) does not fit.
+    Parcel full = NewParcel();
+    std::vector<int8_t> bytes(binder::kMaxParcelBytes - 4);
+    EXPECT_EQ(ndk::AParcel_writeVector(full.get(), bytes), STATUS_OK);
     Parcel big = NewParcel();
-    std::vector<int8_t> bytes(17 << 20);
+    bytes.push_back(0);
     EXPECT_EQ(ndk::AParcel_writeVector(big.get(), bytes), STATUS_NO_MEMORY);
 }
 

@@ -10,8 +10,9 @@ namespace zelkor::tessel::binder {
 // Data bytes of one parcel, in either direction. A device's binder buffer is
 // 1 MiB per process; the host allows more so that bulk transfers through byte
 // arrays are not the limit, and still refuses anything a buggy or hostile
-// peer could use to make the receiver allocate without bound.
-constexpr size_t kMaxParcelBytes = size_t{16} << 20;
+// peer could use to make the receiver allocate without bound. A String
+// travels as UTF-16: this is room for one of 16 MiB and its call's header.
+constexpr size_t kMaxParcelBytes = (size_t{32} << 20) + (size_t{64} << 10);
 
 // File descriptors in one parcel. All of a frame's descriptors travel in one
 // SCM_RIGHTS message, whose kernel limit (SCM_MAX_FD) this is.

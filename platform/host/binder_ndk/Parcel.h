@@ -6,6 +6,7 @@
 #include <android-base/unique_fd.h>
 #include <android/binder_parcel.h>
 
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <string>
@@ -14,13 +15,21 @@
 #include <utility>
 #include <vector>
 
+#include "platform/host/binder_ndk/BufferPool.h"
+
 namespace zelkor::tessel::binder {
 
 // Leaves bytes uninitialised when a buffer grows: they are about to be
-// overwritten, and the pages of a large buffer are only touched (and become
-// resident) as data actually lands in them.
+// overwritten. Large buffers are recycled (BufferPool.h) rather than faulted
+// in afresh for every call.
 template <typename T>
 struct UninitializedAllocator : std::allocator<T> {
+    T* allocate(size_t n) {
+        if (n > SIZE_MAX / sizeof(T)) throw std::bad_alloc();
+        return static_cast<T*>(AllocateBuffer(n * sizeof(T)));
+    }
+    void deallocate(T* p, size_t n) noexcept { FreeBuffer(p, n * sizeof(T)); }
+
     template <typename U>
     struct rebind {
         using other = UninitializedAllocator<U>;
@@ -98,6 +107,10 @@ namespace zelkor::tessel::binder {
 binder_status_t WriteString16(AParcel* parcel, const char* utf8, size_t length);
 // *isNull tells a null string from an empty one.
 binder_status_t ReadString16(const AParcel* parcel, std::string* utf8, bool* isNull);
+// The same string's UTF-16 units, left in the parcel: `*in` points at
+// `*units` of them (unaligned), checked for size and terminator.
+binder_status_t ReadString16Units(const AParcel* parcel, const uint8_t** in, size_t* units,
+                                  bool* isNull);
 
 // Array lengths: -1 for a null array (which must come with null data on
 // write). A read checks that `length` elements of at least

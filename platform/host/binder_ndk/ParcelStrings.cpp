@@ -23,7 +23,8 @@ binder_status_t WriteString16(AParcel* parcel, const char* utf8, size_t length) 
     return STATUS_OK;
 }
 
-binder_status_t ReadString16(const AParcel* parcel, std::string* utf8, bool* isNull) {
+binder_status_t ReadString16Units(const AParcel* parcel, const uint8_t** in, size_t* count,
+                                  bool* isNull) {
     int32_t units = 0;
     binder_status_t status = parcel->read(&units);
     if (status != STATUS_OK) return status;
@@ -33,11 +34,20 @@ binder_status_t ReadString16(const AParcel* parcel, std::string* utf8, bool* isN
     // Widened before the arithmetic, so that no unit count can wrap it.
     const uint64_t bytes = (static_cast<uint64_t>(units) + 1) * 2;
     if (bytes > parcel->available()) return STATUS_NOT_ENOUGH_DATA;
-    const uint8_t* in = parcel->readInplace(bytes);
-    if (in == nullptr) return STATUS_NOT_ENOUGH_DATA;
-    if (in[bytes - 2] != 0 || in[bytes - 1] != 0) return STATUS_BAD_VALUE;
-    *utf8 = DecodeUtf16(in, static_cast<size_t>(units));
+    const uint8_t* data = parcel->readInplace(bytes);
+    if (data == nullptr) return STATUS_NOT_ENOUGH_DATA;
+    if (data[bytes - 2] != 0 || data[bytes - 1] != 0) return STATUS_BAD_VALUE;
+    *in = data;
+    *count = static_cast<size_t>(units);
     return STATUS_OK;
+}
+
+binder_status_t ReadString16(const AParcel* parcel, std::string* utf8, bool* isNull) {
+    const uint8_t* in = nullptr;
+    size_t units = 0;
+    binder_status_t status = ReadString16Units(parcel, &in, &units, isNull);
+    if (status == STATUS_OK && !*isNull) *utf8 = DecodeUtf16(in, units);
+    return status;
 }
 
 }  // namespace zelkor::tessel::binder
@@ -50,20 +60,23 @@ namespace {
 // the length with the terminator, or -1 (and no buffer) for a null string.
 template <typename Allocate>
 binder_status_t ReadStringInto(const AParcel* parcel, Allocate allocate) {
-    std::string text;
+    const uint8_t* in = nullptr;
+    size_t units = 0;
     bool isNull = false;
-    binder_status_t status = ReadString16(parcel, &text, &isNull);
+    binder_status_t status = ReadString16Units(parcel, &in, &units, &isNull);
     if (status != STATUS_OK) return status;
     if (isNull) return allocate(-1, nullptr) ? STATUS_OK : STATUS_UNEXPECTED_NULL;
-    if (text.size() >= static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
+    // Decoded straight into the caller's buffer, sized first.
+    const size_t length = Utf8Length(in, units);
+    if (length >= static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
         return STATUS_BAD_VALUE;
     }
     char* buffer = nullptr;
-    if (!allocate(static_cast<int32_t>(text.size() + 1), &buffer) || buffer == nullptr) {
+    if (!allocate(static_cast<int32_t>(length + 1), &buffer) || buffer == nullptr) {
         return STATUS_NO_MEMORY;
     }
-    memcpy(buffer, text.data(), text.size());
-    buffer[text.size()] = '\0';
+    DecodeUtf16(in, units, buffer);
+    buffer[length] = '\0';
     return STATUS_OK;
 }
 

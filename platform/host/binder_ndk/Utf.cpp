@@ -53,22 +53,103 @@ uint16_t GetUnit(const uint8_t* in, size_t index) {
     return unit;
 }
 
-void AppendUtf8(std::string* out, uint32_t cp) {
-    if (cp < 0x80) {
-        out->push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out->push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out->push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out->push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out->push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+// The code point `unit` (with `next`, the unit after it, when there is one)
+// starts; `*used` tells how many units it takes. Unpaired surrogates read as
+// U+FFFD.
+uint32_t CodePointAt(const uint8_t* in, size_t i, size_t units, size_t* used) {
+    const uint16_t unit = GetUnit(in, i);
+    *used = 1;
+    if (unit < 0xD800 || unit > 0xDFFF) return unit;
+    if (unit <= 0xDBFF && i + 1 < units) {
+        const uint16_t low = GetUnit(in, i + 1);
+        if (low >= 0xDC00 && low <= 0xDFFF) {
+            *used = 2;
+            return 0x10000 + ((static_cast<uint32_t>(unit) - 0xD800) << 10) + (low - 0xDC00);
+        }
     }
+    return 0xFFFD;
+}
+
+size_t Utf8Bytes(uint32_t cp) {
+    return cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+}
+
+// Writes `cp` as UTF-8 at `out`; the bytes written.
+size_t PutUtf8(char* out, uint32_t cp) {
+    if (cp < 0x80) {
+        out[0] = static_cast<char>(cp);
+        return 1;
+    }
+    if (cp < 0x800) {
+        out[0] = static_cast<char>(0xC0 | (cp >> 6));
+        out[1] = static_cast<char>(0x80 | (cp & 0x3F));
+        return 2;
+    }
+    if (cp < 0x10000) {
+        out[0] = static_cast<char>(0xE0 | (cp >> 12));
+        out[1] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out[2] = static_cast<char>(0x80 | (cp & 0x3F));
+        return 3;
+    }
+    out[0] = static_cast<char>(0xF0 | (cp >> 18));
+    out[1] = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    out[2] = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out[3] = static_cast<char>(0x80 | (cp & 0x3F));
+    return 4;
+}
+
+// Text is mostly ASCII: runs of it are handled eight bytes (four units) at a
+// time, the general decoding only what lies between them.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "parcels carry little-endian units");
+constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+constexpr uint64_t kNonAsciiUnits = 0xFF80FF80FF80FF80ULL;  // little-endian units
+
+uint64_t Load64(const void* p) {
+    uint64_t word;
+    memcpy(&word, p, sizeof(word));
+    return word;
+}
+
+size_t AsciiRun(const unsigned char* s, size_t pos, size_t length) {
+    size_t end = pos;
+    while (length - end >= 8 && (Load64(s + end) & kHighBits) == 0) end += 8;
+    while (end < length && s[end] < 0x80) ++end;
+    return end - pos;
+}
+
+size_t AsciiUnitRun(const uint8_t* in, size_t i, size_t units) {
+    size_t end = i;
+    while (units - end >= 4 && (Load64(in + 2 * end) & kNonAsciiUnits) == 0) end += 4;
+    while (end < units && in[2 * end] < 0x80 && in[2 * end + 1] == 0) ++end;
+    return end - i;
+}
+
+// `count` ASCII bytes as UTF-16 units, and back.
+void WidenAscii(const unsigned char* s, size_t count, uint8_t* out) {
+    size_t k = 0;
+    for (; count - k >= 4; k += 4) {
+        uint32_t four;
+        memcpy(&four, s + k, sizeof(four));
+        uint64_t wide = four;
+        wide = (wide | (wide << 16)) & 0x0000FFFF0000FFFFULL;
+        wide = (wide | (wide << 8)) & 0x00FF00FF00FF00FFULL;
+        memcpy(out + 2 * k, &wide, sizeof(wide));
+    }
+    for (; k < count; ++k) {
+        out[2 * k] = s[k];
+        out[2 * k + 1] = 0;
+    }
+}
+
+void NarrowAscii(const uint8_t* in, size_t count, char* out) {
+    size_t k = 0;
+    for (; count - k >= 4; k += 4) {
+        uint64_t wide = Load64(in + 2 * k) & 0x00FF00FF00FF00FFULL;
+        wide = (wide | (wide >> 8)) & 0x0000FFFF0000FFFFULL;
+        const auto four = static_cast<uint32_t>(wide | (wide >> 16));
+        memcpy(out + k, &four, sizeof(four));
+    }
+    for (; k < count; ++k) out[k] = static_cast<char>(in[2 * k]);
 }
 
 }  // namespace
@@ -78,6 +159,10 @@ bool Utf16Length(const char* utf8, size_t length, size_t* units) {
     size_t count = 0;
     size_t pos = 0;
     while (pos < length) {
+        const size_t run = AsciiRun(s, pos, length);
+        pos += run;
+        count += run;
+        if (pos == length) break;
         uint32_t cp;
         if (!NextCodePoint(s, length, &pos, &cp)) return false;
         count += cp >= 0x10000 ? 2 : 1;
@@ -91,6 +176,11 @@ void EncodeUtf16(const char* utf8, size_t length, uint8_t* out) {
     size_t pos = 0;
     size_t index = 0;
     while (pos < length) {
+        const size_t run = AsciiRun(s, pos, length);
+        WidenAscii(s + pos, run, out + 2 * index);
+        pos += run;
+        index += run;
+        if (pos == length) break;
         uint32_t cp = 0;
         if (!NextCodePoint(s, length, &pos, &cp)) return;
         if (cp >= 0x10000) {
@@ -103,25 +193,36 @@ void EncodeUtf16(const char* utf8, size_t length, uint8_t* out) {
     }
 }
 
-std::string DecodeUtf16(const uint8_t* in, size_t units) {
-    std::string out;
-    out.reserve(units);
-    for (size_t i = 0; i < units; ++i) {
-        const uint16_t unit = GetUnit(in, i);
-        uint32_t cp = unit;
-        if (unit >= 0xD800 && unit <= 0xDBFF && i + 1 < units) {
-            const uint16_t low = GetUnit(in, i + 1);
-            if (low >= 0xDC00 && low <= 0xDFFF) {
-                cp = 0x10000 + ((static_cast<uint32_t>(unit) - 0xD800) << 10) + (low - 0xDC00);
-                ++i;
-            } else {
-                cp = 0xFFFD;
-            }
-        } else if (unit >= 0xD800 && unit <= 0xDFFF) {
-            cp = 0xFFFD;
-        }
-        AppendUtf8(&out, cp);
+size_t Utf8Length(const uint8_t* in, size_t units) {
+    size_t bytes = 0;
+    for (size_t i = 0; i < units;) {
+        const size_t run = AsciiUnitRun(in, i, units);
+        bytes += run;
+        i += run;
+        if (i == units) break;
+        size_t used = 0;
+        bytes += Utf8Bytes(CodePointAt(in, i, units, &used));
+        i += used;
     }
+    return bytes;
+}
+
+void DecodeUtf16(const uint8_t* in, size_t units, char* out) {
+    for (size_t i = 0; i < units;) {
+        const size_t run = AsciiUnitRun(in, i, units);
+        NarrowAscii(in + 2 * i, run, out);
+        out += run;
+        i += run;
+        if (i == units) break;
+        size_t used = 0;
+        out += PutUtf8(out, CodePointAt(in, i, units, &used));
+        i += used;
+    }
+}
+
+std::string DecodeUtf16(const uint8_t* in, size_t units) {
+    std::string out(Utf8Length(in, units), '\0');
+    DecodeUtf16(in, units, out.data());
     return out;
 }
 

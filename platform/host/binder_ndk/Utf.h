@@ -22,4 +22,9 @@ void EncodeUtf16(const char* utf8, size_t length, uint8_t* out);
 // and is only ever read, never trusted.
 std::string DecodeUtf16(const uint8_t* in, size_t units);
 
+// The UTF-8 bytes DecodeUtf16 makes of `units` units at `in`, and the same
+// decoding into `out`, which holds that many bytes.
+size_t Utf8Length(const uint8_t* in, size_t units);
+void DecodeUtf16(const uint8_t* in, size_t units, char* out);
+
 }  // namespace zelkor::tessel::binder
