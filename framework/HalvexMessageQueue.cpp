@@ -25,10 +25,13 @@ int64_t UptimeMs() {
 HalvexMessageQueue::HalvexMessageQueue() {
     // Held for a few instructions at a time by many producers and one taker:
     // a contended lock is usually free again within a spin, far sooner than
-    // a sleep and wake-up in the kernel would hand it over.
+    // a sleep and wake-up in the kernel would hand it over. glibc spins only
+    // when asked to; bionic has no such type and its normal mutex is used.
     pthread_mutexattr_t mutexAttr;
     pthread_mutexattr_init(&mutexAttr);
+#if defined(__GLIBC__)
     pthread_mutexattr_settype(&mutexAttr, PTHREAD_MUTEX_ADAPTIVE_NP);
+#endif
     pthread_mutex_init(&mMutex, &mutexAttr);
     pthread_mutexattr_destroy(&mutexAttr);
     // Due times are uptime, so timed waits must run on the monotonic clock.
