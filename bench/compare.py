@@ -50,7 +50,12 @@ ROWS = [
     ("latency/shared_core", "post-to-run latency, p99, one shared core", "p99_us"),
     ("allocations", "allocations after warm-up", "allocs_per_msg"),
     ("round_trip_small", "binder call, small, round trip", "time_us"),
+    ("round_trip_64KiB", "binder call, 64 KiB byte[], round trip", "time_us"),
     ("round_trip_1MiB", "binder call, 1 MiB byte[], round trip", "time_us"),
+    ("round_trip_16MiB", "binder call, 16 MiB byte[], round trip", "time_us"),
+    ("round_trip_64KiB_string", "binder call, 64 KiB String, round trip", "time_us"),
+    ("round_trip_1MiB_string", "binder call, 1 MiB String, round trip", "time_us"),
+    ("round_trip_16MiB_string", "binder call, 16 MiB String, round trip", "time_us"),
 ]
 
 
