@@ -1,11 +1,13 @@
 // Appending one crash to the ring of the crash history.
 #include <errno.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
 
 #include "modules/BSPLogProcessor/CrashHistory.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "modules/BSPLogProcessor/PendingCrash.h"
 #include "modules/blackbox/BlackBoxIo.h"
 
 namespace zelkor::tessel::Minidump {
@@ -59,6 +61,17 @@ int write_to_partition_crash_history(const CrashHistoryPartition& history,
     // only restored.
     if (!crash_history_magic_ok(header)) init_header(&header);
     header.magic2 = kCrashHistoryMagic2;
+    // A crash taken up again may have been recorded already by the run that
+    // took it: its count then lies past the one noted before the write.
+    PendingCrash* pending = run_pending_crash();
+    if (pending != nullptr) {
+        if (pending->historyBefore >= 0 && header.current_num > pending->historyBefore) {
+            MD_LOGI("crash_history: crash %u already recorded\n", header.current_num);
+            return 0;
+        }
+        pending->historyBefore = header.current_num;
+        write_pending_crash(*pending);
+    }
     MD_PRINT(
             "crash_history: header info before write: version = 0x%x, current_num = %d, "
             "next_position = %d \n",
@@ -90,6 +103,11 @@ int write_to_partition_crash_history(const CrashHistoryPartition& history,
         MD_LOGE("crash_history: write header fail %d(%s)\n", errno, strerror(errno));
         return -1;
     }
+    // On flash before anything counts it as recorded.
+    if (fdatasync(history.fd) != 0) {
+        MD_LOGE("crash_history: sync fail %d(%s)\n", errno, strerror(errno));
+    }
+    if (pending != nullptr) clear_pending_crash();
     return 0;
 }
 

@@ -9,6 +9,7 @@
 #include "modules/BSPLogProcessor/CrashParse.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "modules/BSPLogProcessor/PendingCrash.h"
 #include "platform/Properties.h"
 
 namespace zelkor::tessel::Minidump {
@@ -73,8 +74,16 @@ void crash_report(crash_main_type_enum main_type, crash_type_enum sub_type,
         // A sub type without a main type (none is classified so today) has no
         // event to go with; the history still records it.
         MD_LOGE("no event id for crash main type %u, %s not reported\n", main_type, reason.c_str());
+    } else if (PendingCrash* pending = run_pending_crash(); pending && pending->reported) {
+        MD_LOGI("crash event %u already sent by the run that took the dump\n", id);
     } else {
         send_event(id, reason, detail);
+        // Noted straight after the send, so that a run taking the crash up
+        // again does not send it twice.
+        if (pending != nullptr) {
+            pending->reported = true;
+            write_pending_crash(*pending);
+        }
     }
     publish_reason(reason);
 }

@@ -9,6 +9,7 @@
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
+#include "modules/BSPLogProcessor/PendingCrash.h"
 #include "modules/blackbox/BlackBoxIo.h"
 #include "modules/blackbox/BlackBoxRead.h"
 #include "platform/Properties.h"
@@ -42,6 +43,44 @@ bool MarkTaken(int fd, int64_t slot) {
             MD_LOGE("write dump time fail %d(%s)\n", errno, strerror(errno));
             return false;
         }
+    }
+    return true;
+}
+
+// The dump being taken, as the note of a pending crash names it; the time is
+// the one the dump holds once it is marked.
+PendingCrash DumpBeingTaken(int64_t slot) {
+    const RunState& state = State();
+    PendingCrash dump;
+    dump.inBlackbox = dump_area_in_blackbox();
+    dump.slot = slot;
+    dump.bootIndex = state.dumpV2.boot_index;
+    dump.time = state.dumpV2.time;
+    if (state.dump.version == kDumpVersion2 && dump.time.empty()) dump.time = state.timeText;
+    return dump;
+}
+
+// Takes the newest dump: notes it as pending before it is marked, and marks
+// it durably. A dump already marked is taken up again when the note says the
+// run that marked it did not record its crash.
+bool TakeNewestDump(int fd, int64_t slot) {
+    RunState& state = State();
+    const PendingCrash dump = DumpBeingTaken(slot);
+    if (strncmp(state.dump.parse_mark, kParsedMark, sizeof(state.dump.parse_mark)) != 0) {
+        write_pending_crash(dump);
+        set_run_pending_crash(dump);
+        if (!MarkTaken(fd, slot)) return false;
+        if (fdatasync(fd) != 0) MD_LOGE("sync parse mark fail %d(%s)\n", errno, strerror(errno));
+        return true;
+    }
+    PendingCrash pending;
+    if (!read_pending_crash(&pending) || !pending.sameDump(dump)) return true;
+    MD_LOGI("dump at 0x%lx was taken by a run that did not record its crash, recording it now\n",
+            static_cast<unsigned long>(slot));
+    set_run_pending_crash(pending);
+    state.newCrash = true;
+    if (!platform::SetProperty(kMinidumpValidProperty, "1")) {
+        MD_LOGE("minidump set is.valid 1 fail %d(%s)\n", errno, strerror(errno));
     }
     return true;
 }
@@ -139,8 +178,11 @@ int handle_minidump_partition(uint32_t store_index, uint32_t late_index) {
         close(fd);
         return -1;
     }
-    if (strncmp(state.dump.parse_mark, kParsedMark, sizeof(state.dump.parse_mark)) != 0 &&
-        !MarkTaken(fd, slot)) {
+    const bool taken = late_index == 0 ? TakeNewestDump(fd, slot)
+                                       : strncmp(state.dump.parse_mark, kParsedMark,
+                                                 sizeof(state.dump.parse_mark)) == 0 ||
+                                                 MarkTaken(fd, slot);
+    if (!taken) {
         close(fd);
         return -1;
     }

@@ -14,6 +14,7 @@
 #include "modules/BSPLogProcessor/CrashParse.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "modules/BSPLogProcessor/PendingCrash.h"
 #include "modules/blackbox/BlackBoxIo.h"
 #include "platform/Platform.h"
 #include "platform/Properties.h"
@@ -92,6 +93,10 @@ int add_minidump_history_item(int fd, const std::string& line, md_his_header* he
         MD_LOGE("write md_his_header fail %d(%s)\n", errno, strerror(errno));
         return -1;
     }
+    // On flash, and the crash no longer pending, before anything else: a run
+    // taking the crash up again must not add it a second time.
+    if (fdatasync(fd) != 0) MD_LOGE("sync md_his_header fail %d(%s)\n", errno, strerror(errno));
+    clear_pending_crash();
     log_header(*header);
     return 0;
 }

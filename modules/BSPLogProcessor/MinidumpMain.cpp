@@ -9,6 +9,7 @@
 #include "modules/BSPLogProcessor/FallbackHistory.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
+#include "modules/BSPLogProcessor/PendingCrash.h"
 #include "modules/blackbox/BlackBoxKmsg.h"
 #include "platform/Properties.h"
 
@@ -38,6 +39,8 @@ void minidump_main() {
     } else {
         update_minidump_history();
     }
+    // Whatever the history step made of it, the crash is no longer pending.
+    clear_pending_crash();
 
     // Asked again for a new dump; compress_minidump() keeps the file the
     // first request wrote when the raw dump has not changed since.

@@ -5,6 +5,7 @@
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
 #include "modules/BSPLogProcessor/MinidumpState.h"
+#include "modules/BSPLogProcessor/PendingCrash.h"
 
 namespace zelkor::tessel::Minidump {
 
@@ -46,6 +47,7 @@ bool new_crash_found() {
 void reset_minidump_state() {
     State() = RunState{};
     reset_dump_partition_choice();
+    reset_run_pending_crash();
 }
 
 }  // namespace zelkor::tessel::Minidump

@@ -12,6 +12,7 @@ add_library(tessel_minidump STATIC
     LastLogHeader.cpp
     MinidumpFailHeader.cpp
     MinidumpSections.cpp
+    PendingCrash.cpp
     Pmsg.cpp
     Printk.cpp
     RunState.cpp

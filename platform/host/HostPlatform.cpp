@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/Platform.h"
+#include "platform/host/LogKillSwitch.h"
 
 namespace zelkor::tessel::platform {
 namespace {
@@ -72,7 +73,7 @@ std::string NormalizeAbsolute(std::string_view path) {
 bool InitPlatform(int* argc, char** argv) {
     // The base library's LOG() writes through liblog's logger too, so this
     // one call sends every line of the process to stderr in one format.
-    __android_log_set_logger(__android_log_stderr_logger);
+    InstallHostLogger();
     __android_log_set_minimum_priority(LogLevelFromEnv());
 
     std::string root;

@@ -42,21 +42,27 @@ inline bool WaitFor(const std::function<bool()>& done,
 
 class Subprocess {
   public:
-    // Runs BinPath(args[0]) with the rest as arguments; stdout and stderr go
-    // to files named after `outputPrefix`.
-    Subprocess(std::vector<std::string> args, const std::string& outputPrefix)
+    // Runs BinPath(args[0]) with the rest as arguments and this process's
+    // environment plus `env` ("NAME=value"); stdout and stderr go to files
+    // named after `outputPrefix`.
+    Subprocess(std::vector<std::string> args, const std::string& outputPrefix,
+               std::vector<std::string> env = {})
         : mOut(outputPrefix + ".out"), mErr(outputPrefix + ".err") {
         std::vector<char*> argv;
         std::string path = BinPath(args[0]);
         for (auto& a : args) argv.push_back(a.data());
         argv.push_back(nullptr);
+        std::vector<char*> envp;
+        for (char** e = environ; *e != nullptr; ++e) envp.push_back(*e);
+        for (auto& e : env) envp.push_back(e.data());
+        envp.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, 1, mOut.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                          0644);
         posix_spawn_file_actions_addopen(&actions, 2, mErr.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                          0644);
-        if (posix_spawn(&mPid, path.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
+        if (posix_spawn(&mPid, path.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) {
             mPid = -1;
         }
         posix_spawn_file_actions_destroy(&actions);

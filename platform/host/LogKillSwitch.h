@@ -1,0 +1,14 @@
+// A crash-consistency aid of the host build: with TESSEL_KILL_AT_LOG_LINE=N
+// in its environment, a process kills itself with SIGKILL where it would
+// write its Nth log line, as if the power had gone or the kernel had killed
+// it at that point. Tests use it to stop a run at chosen steps.
+#pragma once
+
+#include <android/log.h>
+
+namespace zelkor::tessel::platform {
+
+// The stderr logger, behind the kill switch when the variable is set.
+void InstallHostLogger();
+
+}  // namespace zelkor::tessel::platform

@@ -1,0 +1,163 @@
+// tesseld killed with SIGKILL at twenty points spread over the boot run of a
+// crash dump, then booted again on the same root: whatever the point, the
+// crash ends up recorded exactly once in the crash history, the events and
+// "md_history", and the files of the finished run are whole.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstdio>
+#include <regex>
+#include <string>
+
+#include "BootRunRoot.h"
+#include "modules/BSPLogProcessor/PendingCrash.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+constexpr int kPoints = 20;
+
+// The daemon's log lines, by their logger prefix (a few lines end without a
+// newline of their own, so lines of text are not the measure).
+std::vector<std::string> LogMessages(const std::string& log) {
+    static const std::regex kPrefix(R"([\w.-]+ [VDIWEF] \d\d-\d\d \d\d:\d\d:\d\d +\d+ +\d+ )");
+    std::vector<std::string> messages;
+    std::vector<size_t> starts;
+    for (auto it = std::sregex_iterator(log.begin(), log.end(), kPrefix);
+         it != std::sregex_iterator(); ++it) {
+        starts.push_back(static_cast<size_t>(it->position()));
+    }
+    for (size_t i = 0; i < starts.size(); ++i) {
+        const size_t end = i + 1 < starts.size() ? starts[i + 1] : log.size();
+        messages.push_back(log.substr(starts[i], end - starts[i]));
+    }
+    return messages;
+}
+
+size_t FirstMessageWith(const std::vector<std::string>& messages, const std::string& text) {
+    for (size_t i = 0; i < messages.size(); ++i) {
+        if (messages[i].find(text) != std::string::npos) return i;
+    }
+    ADD_FAILURE() << "no log line with " << text;
+    return 0;
+}
+
+class KilledRoot : public BootRunRoot {
+  public:
+    KilledRoot() {
+        MakeBlackbox();
+        AddOopsDump();
+    }
+
+    // Boots tesseld set to kill itself where it would write its `line`th
+    // log line (1-based). Whether it died so; the boot otherwise ran to its
+    // end and the daemon is stopped.
+    bool BootKilledAt(size_t line) {
+        const std::unique_ptr<Subprocess> peer = StartPeer(mRoot.path());
+        Subprocess daemon({"tesseld", "--root", mRoot.path()}, mRoot.path() + "/killed",
+                          {"TESSEL_KILL_AT_LOG_LINE=" + std::to_string(line)});
+        int status = -1;
+        WaitFor([&] {
+            status = daemon.wait(std::chrono::milliseconds(0));
+            return status != -1 || daemon.err().find("Bye~ BSPLogProcessor") != std::string::npos;
+        });
+        daemon.signal(SIGTERM);
+        daemon.wait();
+        peer->signal(SIGTERM);
+        peer->wait();
+        return status == 128 + SIGKILL;
+    }
+
+    // "minidump.gz" inflates in one call to the raw dump partition.
+    bool CompressedDumpWhole() {
+        const std::string packed = Read(std::string(kDiag) + "/minidump.gz");
+        const std::string raw = Read("/dev/block/by-name/rawdump");
+        std::string out(raw.size() + 1, '\0');
+        uLongf outLen = out.size();
+        if (uncompress(reinterpret_cast<Bytef*>(out.data()), &outLen,
+                       reinterpret_cast<const Bytef*>(packed.data()), packed.size()) != Z_OK) {
+            return false;
+        }
+        out.resize(outLen);
+        return out == raw;
+    }
+};
+
+TEST(KillDuringBootRunE2ETest, CrashRecordedOnceWhereverTheRunIsKilled) {
+    // The log of an undisturbed run places the twenty points: its last twenty
+    // lines up to the end of the boot run, the module's start and every step
+    // of the run.
+    std::vector<std::string> messages;
+    {
+        KilledRoot reference;
+        messages = LogMessages(reference.Boot());
+    }
+    const size_t last = FirstMessageWith(messages, "log utils done, quit");
+    ASSERT_GE(last + 1, size_t{kPoints});
+    const size_t first = last + 1 - kPoints;
+    ASSERT_LT(first, FirstMessageWith(messages, "Waiting for diag dir accessible"));
+
+    printf("kill point | line | killed | history | events | md_history | files whole\n");
+    for (int point = 0; point < kPoints; ++point) {
+        const size_t index = first + static_cast<size_t>(point);
+        const std::string at = messages[index].substr(0, 100);
+        SCOPED_TRACE(at);
+        KilledRoot root;
+        const bool killed = root.BootKilledAt(index + 1);
+        root.Boot();
+
+        const unsigned records =
+                root.Inspect(root.Host(kBlackbox))["crash_history"]["header"]["current_num"]
+                        .asUInt();
+        const size_t events = root.Events().size();
+        const std::vector<std::string> history = root.MdHistory();
+        const bool whole = root.CompressedDumpWhole() &&
+                           root.Read(std::string(kDiag) + "/last_kmsg").find("faulty_write") !=
+                                   std::string::npos;
+        printf("%2d | %3zu | %s | %u | %zu | %zu | %s | %s", point, index + 1,
+               killed ? "yes" : "no", records, events, history.size(), whole ? "yes" : "no",
+               at.c_str());
+        if (at.back() != '\n') printf("\n");
+
+        EXPECT_TRUE(killed);
+        EXPECT_EQ(records, 1u);
+        EXPECT_EQ(events, 1u);
+        EXPECT_EQ(history.size(), 1u);
+        if (!history.empty()) {
+            EXPECT_EQ(history[0].substr(0, 6), "1)[41]");
+            EXPECT_NE(history[0].find("|kpanic|"), std::string::npos) << history[0];
+        }
+        EXPECT_TRUE(whole);
+    }
+}
+
+TEST(KillDuringBootRunE2ETest, CrashTakenUpAgainSkipsTheStepsItsNoteListsAsDone) {
+    KilledRoot root;
+    std::vector<std::string> messages = LogMessages(KilledRoot().Boot());
+    // Killed once the dump is marked: the note names it, nothing is done yet.
+    ASSERT_TRUE(root.BootKilledAt(FirstMessageWith(messages, "[2]timestamp=") + 1));
+    const std::string note = root.Read(Minidump::kPendingCrashFile);
+    ASSERT_EQ(note.substr(0, 16), "pending-crash-1 ") << note;
+
+    // As if the event had gone out just before the run died.
+    std::istringstream fields(note);
+    std::string tag, inBlackbox, slot, boot, reported, before, time;
+    fields >> tag >> inBlackbox >> slot >> boot >> reported >> before;
+    std::getline(fields, time);
+    ASSERT_EQ(reported, "0");
+    root.Write(Minidump::kPendingCrashFile,
+               tag + " " + inBlackbox + " " + slot + " " + boot + " 1 " + before + time + "\n");
+    const std::string log = root.Boot();
+    EXPECT_NE(log.find("already sent by the run that took the dump"), std::string::npos) << log;
+    EXPECT_TRUE(root.Events().empty());
+    EXPECT_EQ(root.MdHistory().size(), 1u);
+    EXPECT_FALSE(std::filesystem::exists(root.Host(Minidump::kPendingCrashFile)));
+
+    // A note naming another dump is not taken up.
+    root.Write(Minidump::kPendingCrashFile, tag + " " + inBlackbox + " " + slot + " 7 0 -1" + time);
+    root.Boot();
+    EXPECT_EQ(root.MdHistory().size(), 1u);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing
