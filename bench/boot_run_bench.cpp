@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "BenchImage.h"
+#include "BenchMain.h"
 #include "DaemonRoot.h"
 
 namespace zelkor::tessel::bench {
@@ -201,10 +202,5 @@ void Register() {
 }  // namespace zelkor::tessel::bench
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    zelkor::tessel::bench::Register();
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return zelkor::tessel::bench::RunBenchmarks(argc, argv, zelkor::tessel::bench::Register, false);
 }

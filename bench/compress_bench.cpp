@@ -16,6 +16,7 @@
 #include <string>
 
 #include "BenchImage.h"
+#include "BenchMain.h"
 #include "modules/BSPLogProcessor/BlockDeflate.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "platform/Platform.h"
@@ -139,12 +140,5 @@ void Register() {
 }  // namespace zelkor::tessel::bench
 
 int main(int argc, char** argv) {
-    // The compression logs its steps; the numbers are what matters here.
-    __android_log_set_logger([](const __android_logger_data*, const char*) {});
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    zelkor::tessel::bench::Register();
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return zelkor::tessel::bench::RunBenchmarks(argc, argv, zelkor::tessel::bench::Register, true);
 }

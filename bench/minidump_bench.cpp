@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "BenchImage.h"
+#include "BenchMain.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "platform/Platform.h"
 
@@ -224,12 +225,6 @@ void RegisterCompression() {
 }  // namespace zelkor::tessel::bench
 
 int main(int argc, char** argv) {
-    // The boot run logs every step; the numbers are what matters here.
-    __android_log_set_logger([](const __android_logger_data*, const char*) {});
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    zelkor::tessel::bench::RegisterCompression();
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return zelkor::tessel::bench::RunBenchmarks(argc, argv,
+                                                zelkor::tessel::bench::RegisterCompression, true);
 }

@@ -1,0 +1,22 @@
+// The main() of a benchmark program whose runs are registered at start.
+#pragma once
+
+#include <android/log.h>
+#include <benchmark/benchmark.h>
+
+namespace zelkor::tessel::bench {
+
+// Registers the runs with `registerRuns` and runs those the command line
+// selects. `quiet` drops the process's log lines: the steps being timed log
+// as they go, and the numbers are what matters here.
+inline int RunBenchmarks(int argc, char** argv, void (*registerRuns)(), bool quiet) {
+    if (quiet) __android_log_set_logger([](const __android_logger_data*, const char*) {});
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    registerRuns();
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
+
+}  // namespace zelkor::tessel::bench
