@@ -59,11 +59,15 @@ void parse_crash_from_warmreset_xbllog(crash_main_type_enum& main_type, crash_ty
         out.set(CRASH_SMPL, m.line[kSmplSlot]);
     } else if (m.seen[kXblComboKeys]) {
         out.set(CRASH_COMBO_KEYS, m.line[kXblComboKeys]);
-    } else if (m.seen[kXblOcpDetail]) {
-        MD_PRINT("crash_history: found last_warmreset_xbllog CRASH_OCP reason detail");
-        out.set(CRASH_OCP, m.line[kXblOcpDetail]);
     } else if (m.seen[kXblOcp]) {
-        out.set(CRASH_OCP, m.line[kXblOcp]);
+        // The "OCP Occured" line only tells more of an over-current the
+        // marker reported; alone it does not make the crash one.
+        if (m.seen[kXblOcpDetail]) {
+            MD_PRINT("crash_history: found last_warmreset_xbllog CRASH_OCP reason detail");
+            out.set(CRASH_OCP, m.line[kXblOcpDetail]);
+        } else {
+            out.set(CRASH_OCP, m.line[kXblOcp]);
+        }
     }
 }
 

@@ -61,6 +61,11 @@ TEST_F(CrashTest, WarmResetLogRanksFailedDumpSmplComboKeysThenOcp) {
     EXPECT_VERDICT(Parse(), CRASH_MAIN_OCP, CRASH_OCP, "OCP", "S2 OCP Occured 0x40");
     Write(kLastWarmresetXbllog, "PM_OCP\r\n");
     EXPECT_VERDICT(Parse(), CRASH_MAIN_OCP, CRASH_OCP, "OCP", "PM_OCP");
+    // Without the marker the "OCP Occured" line decides nothing: the kernel
+    // log is read next.
+    Write(kLastWarmresetXbllog, "PMIC: OCP Occured on S2\r\n");
+    EXPECT_VERDICT(Parse(), CRASH_MAIN_KERNEL, CRASH_KPANIC, "kpanic",
+                   std::string(kPanicKmsg, sizeof(kPanicKmsg) - 2));
 
     // "OCP" without the boot loader's line end is not the marker.
     Write(kLastWarmresetXbllog, "OCP check passed\r\n");
