@@ -28,9 +28,10 @@ std::string ContextTag(std::string_view line) {
     return std::string(rest.substr(open + 1, std::min(close - open - 1, kMaxContextTag)));
 }
 
-// "func+0x24" out of "[...][...]  func+0x24/0x80 [module]": the text after the
-// second ']' up to the line's first '/', without the indent. False when the
-// line has no such frame.
+// "  func+0x24" out of "[...][...]  func+0x24/0x80 [module]": the text after
+// the second ']' up to the line's first '/', indent included, as every reader
+// of the event's trace has always received it. False when the line has no
+// such frame.
 bool FrameOf(std::string_view line, std::string_view* frame) {
     size_t first = line.find(']');
     size_t second = first == std::string_view::npos ? first : line.find(']', first + 1);
@@ -38,9 +39,7 @@ bool FrameOf(std::string_view line, std::string_view* frame) {
     if (second == std::string_view::npos || slash == std::string_view::npos || slash < second) {
         return false;
     }
-    std::string_view text = line.substr(second + 1, slash - second - 1);
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-    *frame = text;
+    *frame = line.substr(second + 1, slash - second - 1);
     return true;
 }
 

@@ -49,10 +49,11 @@ constexpr char kRealOops[] =
         "[  163.745112][  T163] Code: d2800001 d2800000 d503233f d50323bf (b900003f)\n"
         "[  163.745116][  T163] ---[ end trace 464f28afd5ab27ca ]---\n";
 
+// Each frame as the line has it after the prefix, indent included.
 constexpr char kRealTrace[] =
-        "faulty_write+0x10;ksys_write+0x68;__arm64_sys_write+0x1c;invoke_syscall+0x54;"
-        "el0_svc_common.constprop.0+0x44;do_el0_svc+0x40;el0_svc+0x20;"
-        "el0t_64_sync_handler+0xb0;";
+        "  faulty_write+0x10;  ksys_write+0x68;  __arm64_sys_write+0x1c;  invoke_syscall+0x54;"
+        "  el0_svc_common.constprop.0+0x44;  do_el0_svc+0x40;  el0_svc+0x20;"
+        "  el0t_64_sync_handler+0xb0;";
 
 class CalltraceTest : public CrashTest {
   protected:
@@ -87,8 +88,8 @@ TEST_F(CalltraceTest, OtherContextsAreSkippedAndFramelessLinesMarked) {
                       "[ 5.000003][  T412]  show_stack\n"
                       "[ 5.000004][  T412\n"
                       "[ 5.000005][  T412]  panic+0x16c/0x35c\n"),
-              std::string("dump_backtrace+0x0;") + kInvalidFrame + ";" + kInvalidFrame +
-                      ";panic+0x16c;");
+              std::string("  dump_backtrace+0x0;") + kInvalidFrame + ";" + kInvalidFrame +
+                      ";  panic+0x16c;");
     // A '/' inside the prefix is no frame either.
     EXPECT_EQ(Capture("[ 5.0][ T1] Call trace:\n[ 5/0][ T1]  a+0x1/0x2\n"),
               std::string(kInvalidFrame) + ";");
@@ -103,7 +104,7 @@ TEST_F(CalltraceTest, TraceStartsAfterTheCrashLineAndStaysBounded) {
           "[ 2.0][  T20] Unable to handle kernel paging request at virtual address dead\n"
           "[ 2.1][  T20] Call trace:\n[ 2.2][  T20]  crash_here+0x8/0x10\n");
     Parse();
-    EXPECT_EQ(crash_stacktrace(), "crash_here+0x8;");
+    EXPECT_EQ(crash_stacktrace(), "  crash_here+0x8;");
 
     std::string longFrames = "[ 1.0][ T1] Call trace:\n";
     for (int i = 0; i < 8; ++i) {
@@ -111,7 +112,7 @@ TEST_F(CalltraceTest, TraceStartsAfterTheCrashLineAndStaysBounded) {
     }
     std::string trace = Capture(longFrames);
     EXPECT_LE(trace.size(), kStacktraceMax);
-    EXPECT_EQ(trace.size(), 4u * 95u);  // four whole frames fit, never a part
+    EXPECT_EQ(trace.size(), 4u * 97u);  // four whole frames fit, never a part
 
     EXPECT_EQ(Capture("[ 1.0][ T1] no trace here\n"), "");
 }

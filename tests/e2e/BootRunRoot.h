@@ -32,9 +32,9 @@ constexpr char kSummary[] =
         "[  163.745001][    L1] Unable to handle kernel NULL pointer dereference at virtual "
         "address 0000000000000000";
 constexpr char kFrames[] =
-        "faulty_write+0x14;ksys_write+0x68;__arm64_sys_write+0x20;invoke_syscall+0x54;"
-        "el0_svc_common.constprop.0+0x44;do_el0_svc+0x40;el0_svc+0x20;"
-        "el0t_64_sync_handler+0xe8;";
+        "  faulty_write+0x14;  ksys_write+0x68;  __arm64_sys_write+0x20;  invoke_syscall+0x54;"
+        "  el0_svc_common.constprop.0+0x44;  do_el0_svc+0x40;  el0_svc+0x20;"
+        "  el0t_64_sync_handler+0xe8;";
 
 // The kernel's printk records for the lines of a /dev/kmsg dump
 // ("level,seq,usec,flags;text").

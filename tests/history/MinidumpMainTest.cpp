@@ -98,7 +98,7 @@ TEST_F(MinidumpMainTest, NewDumpInTheBlackboxIsTakenClassifiedReportedAndRecorde
     EXPECT_EQ(events[0]["id"].asUInt(), 901006001u);
     EXPECT_EQ(events[0]["values"]["Type"].asString(), "kpanic");
     EXPECT_EQ(events[0]["values"]["Summary"].asString(), panic);
-    EXPECT_EQ(events[0]["values"]["Stacktrace"].asString(), "dump_backtrace+0x0;");
+    EXPECT_EQ(events[0]["values"]["Stacktrace"].asString(), "  dump_backtrace+0x0;");
     EXPECT_EQ(events[0]["values"]["CurrentTime"].asString(), Now());
 
     const std::string gz = ReadFile("/data/vendor/diag/minidump.gz");
