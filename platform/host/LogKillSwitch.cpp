@@ -5,15 +5,18 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 
 namespace zelkor::tessel::platform {
 namespace {
 
 long gKillAtLine = 0;
+const char* gKillAtText = nullptr;
 std::atomic<long> gLines{0};
 
 void KillSwitchLogger(const __android_logger_data* data, const char* message) {
-    if (gLines.fetch_add(1, std::memory_order_relaxed) + 1 == gKillAtLine) {
+    if (gLines.fetch_add(1, std::memory_order_relaxed) + 1 == gKillAtLine ||
+        (gKillAtText != nullptr && message != nullptr && strstr(message, gKillAtText) != nullptr)) {
         kill(getpid(), SIGKILL);
     }
     __android_log_stderr_logger(data, message);
@@ -25,8 +28,10 @@ void InstallHostLogger() {
     const char* line = getenv("TESSEL_KILL_AT_LOG_LINE");
     char* end = nullptr;
     const long at = line != nullptr ? strtol(line, &end, 10) : 0;
-    if (line != nullptr && *line != '\0' && *end == '\0' && at > 0) {
-        gKillAtLine = at;
+    const char* text = getenv("TESSEL_KILL_AT_LOG_TEXT");
+    if (text != nullptr && *text != '\0') gKillAtText = text;
+    if (line != nullptr && *line != '\0' && *end == '\0' && at > 0) gKillAtLine = at;
+    if (gKillAtLine > 0 || gKillAtText != nullptr) {
         __android_log_set_logger(KillSwitchLogger);
     } else {
         __android_log_set_logger(__android_log_stderr_logger);

@@ -1,7 +1,8 @@
 // A crash-consistency aid of the host build: with TESSEL_KILL_AT_LOG_LINE=N
 // in its environment, a process kills itself with SIGKILL where it would
 // write its Nth log line, as if the power had gone or the kernel had killed
-// it at that point. Tests use it to stop a run at chosen steps.
+// it at that point; with TESSEL_KILL_AT_LOG_TEXT=TEXT, where it would write
+// the first line holding TEXT. Tests use it to stop a run at chosen steps.
 #pragma once
 
 #include <android/log.h>
