@@ -3,10 +3,13 @@
 // A record is a 16-byte header followed by its text:
 //   0  u64 time stamp, nanoseconds
 //   8  u16 length of the whole record, header included
-//  10  u16 length of the text (the kernel's text_len)
-//  12  u16 length of the dictionary that follows the text
+//  10  u16 length of the text (the kernel's text_len), not used
+//  12  u16 length of the dictionary that follows the text, not used
 //  14  u8  facility
 //  15  u8  flags and level; the level is the low three bits
+// The text written is everything after the header up to the record's length,
+// as far as its first NUL: a dictionary the kernel stored behind the text
+// stays with it, as the readers of these files have always seen it.
 // This is the kernel's struct printk_log without the caller id that
 // CONFIG_PRINTK_CALLER appends, so the records say nothing about the thread or
 // CPU that logged them.
@@ -98,7 +101,6 @@ void ForEachRecord(const Section& in, const std::function<void(const PrintkRecor
         }
         const uint64_t tsNsec = LoadU64(header);
         const unsigned level = header[15] & 7u;
-        const uint16_t textLen = LoadU16(header + 10);
         const size_t bodyLen = len - kHeaderSize;
         const size_t inSection = std::min<uint64_t>(bodyLen, end - (pos + kHeaderSize));
         const uint8_t* body = nullptr;
@@ -110,10 +112,7 @@ void ForEachRecord(const Section& in, const std::function<void(const PrintkRecor
         const bool complete = static_cast<size_t>(n) == bodyLen;
         if (!complete) MD_LOGE("Uncomplete block found.");
 
-        // The body holds the text, then the dictionary and padding; trust the
-        // text length only when it fits.
         std::string_view text(reinterpret_cast<const char*>(body), static_cast<size_t>(n));
-        if (textLen != 0 && textLen <= text.size()) text = text.substr(0, textLen);
         text = text.substr(0, text.find('\0'));
         emit({tsNsec, level, text});
         if (!complete) return;

