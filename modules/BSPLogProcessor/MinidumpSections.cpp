@@ -1,4 +1,6 @@
 // parse_log: from a section's name to its last-log file(s) and writer.
+#include <errno.h>
+
 #include <cstring>
 #include <string>
 
@@ -90,14 +92,23 @@ int parse_log(int fd, const char* name, uint64_t offset, uint64_t size, uint32_t
         MD_LOGD("section %s has no last log file\n", name);
         return 0;
     }
-    int64_t partition = blackbox::partition_size(fd);
-    if (partition < 0 || !blackbox::range_fits(offset, size, static_cast<uint64_t>(partition))) {
-        MD_LOGE("section %s out of range: offset 0x%lx size 0x%lx, partition 0x%lx bytes\n", name,
-                static_cast<unsigned long>(offset), static_cast<unsigned long>(size),
-                static_cast<unsigned long>(partition));
+    const int64_t partition = blackbox::partition_size(fd);
+    if (partition < 0) {
+        MD_LOGE("section %s: partition size unknown %d(%s)\n", name, errno, strerror(errno));
         return -1;
     }
-    const Section in{fd, name, offset, size};
+    // A section running past the end of the partition still makes its file,
+    // with what lies inside; nothing is read beyond the end.
+    const uint64_t end = static_cast<uint64_t>(partition);
+    uint64_t kept = size;
+    if (!blackbox::range_fits(offset, size, end)) {
+        kept = offset < end ? end - offset : 0;
+        MD_LOGE("section %s runs past the end of the partition: offset 0x%lx size 0x%lx, "
+                "partition 0x%lx bytes, 0x%lx bytes kept, the rest is missing\n",
+                name, static_cast<unsigned long>(offset), static_cast<unsigned long>(size),
+                static_cast<unsigned long>(partition), static_cast<unsigned long>(kept));
+    }
+    const Section in{fd, name, offset, kept};
     const RunState& state = State();
     switch (kind->kind) {
         case Kind::kKmdt:

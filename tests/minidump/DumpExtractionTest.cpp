@@ -189,12 +189,14 @@ TEST_F(DumpExtractionTest, MinidumpPartitionIsUsedWithoutBlackbox) {
     EXPECT_STREQ(dump_partition_path(), kBlackbox);
 }
 
-TEST_F(DumpExtractionTest, OutOfRangeSectionIsSkippedWithALogLine) {
+TEST_F(DumpExtractionTest, SectionPastThePartitionEndKeepsWhatLiesInside) {
     MakeBlackbox();
     LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0);
     const uint64_t slot = SlotAt(0);
     DumpHeader(kBlackbox, slot, 0x2000, 3, "t");
-    SectionHeader(kBlackbox, slot + 88, 0, 1, "md_cpusys", 0x400000 - 4, 16);
+    const uint64_t end = std::filesystem::file_size(Host(kBlackbox));
+    Put(kBlackbox, end - 4, "tail");
+    SectionHeader(kBlackbox, slot + 88, 0, 1, "md_cpusys", end - 4, 16);
     SectionHeader(kBlackbox, slot + 88, 1, 1, "md_pmsg", 0xFFFFFFFFFFFFFFF0ull, 0x20);
     Put(kBlackbox, slot + 0x1000, "kept");
     SectionHeader(kBlackbox, slot + 88, 2, 1, "md_XBL_LOG", slot + 0x1000, 4);
@@ -202,11 +204,13 @@ TEST_F(DumpExtractionTest, OutOfRangeSectionIsSkippedWithALogLine) {
     ASSERT_EQ(handle_mini_lastlog_header(), 1);
     ASSERT_EQ(handle_minidump_partition(0, 0), 0);
 
-    EXPECT_FALSE(Exists(Diag("last_cpusys")));
-    EXPECT_FALSE(Exists(Diag("last_logcat")));
+    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "tail");
+    EXPECT_TRUE(Exists(Diag("last_logcat")));
+    EXPECT_EQ(ReadFile(Diag("last_logcat")), "");
     EXPECT_EQ(ReadFile(Diag("last_warmreset_xbllog")), "kept");
-    EXPECT_EQ(mLog.count(kTag, "section md_cpusys out of range"), 1);
-    EXPECT_EQ(mLog.count(kTag, "section md_pmsg out of range"), 1);
+    EXPECT_EQ(mLog.count(kTag, "section md_cpusys runs past the end of the partition"), 1);
+    EXPECT_EQ(mLog.count(kTag, "0x4 bytes kept, the rest is missing"), 1);
+    EXPECT_EQ(mLog.count(kTag, "section md_pmsg runs past the end of the partition"), 1);
 }
 
 TEST_F(DumpExtractionTest, SlotWithoutSignatureFails) {
