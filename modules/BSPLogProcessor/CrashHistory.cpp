@@ -45,19 +45,35 @@ bool open_crash_history(CrashHistoryPartition* history) {
     if (history->in_blackbox) locate_in_blackbox(history);
     MD_PRINT("g_crash_history_logic_offset:%d\n", static_cast<int>(history->offset));
 
-    // The offsets come from flash: the whole ring must lie inside the
-    // partition before anything is read or written there.
     const int64_t size = blackbox::partition_size(history->fd);
-    if (size < 0 || !blackbox::range_fits(static_cast<uint64_t>(history->offset),
-                                          kCrashHistoryRegionSize, static_cast<uint64_t>(size))) {
-        MD_LOGE("crash history at 0x%llx does not fit in %s (0x%llx bytes)\n",
-                static_cast<unsigned long long>(history->offset), history->path,
-                static_cast<unsigned long long>(size));
+    if (size < 0) {
+        const int error = errno;
+        MD_LOGE("crash history: size of %s unknown %d(%s)\n", history->path, error,
+                strerror(error));
         close_crash_history(history);
-        errno = ENOSPC;
+        errno = error;
         return false;
     }
+    history->size = static_cast<uint64_t>(size);
+    // The offsets come from flash, and a small partition may not hold the
+    // whole ring: each read and write is checked against the end instead.
+    if (!blackbox::range_fits(static_cast<uint64_t>(history->offset), kCrashHistoryRegionSize,
+                              history->size)) {
+        MD_LOGE("crash history at 0x%llx does not fit whole in %s (0x%llx bytes)\n",
+                static_cast<unsigned long long>(history->offset), history->path,
+                static_cast<unsigned long long>(size));
+    }
     return true;
+}
+
+bool CrashHistoryPartition::holds(uint64_t at, uint64_t len, const char* what) const {
+    if (offset >= 0 && blackbox::range_fits(static_cast<uint64_t>(offset) + at, len, size)) {
+        return true;
+    }
+    MD_LOGE("crash_history: %s at 0x%llx lies outside %s (0x%llx bytes)\n", what,
+            static_cast<unsigned long long>(offset) + at, path,
+            static_cast<unsigned long long>(size));
+    return false;
 }
 
 void close_crash_history(CrashHistoryPartition* history) {

@@ -34,13 +34,19 @@ struct CrashHistoryPartition {
     bool in_blackbox = false;
     // The blackbox's boot counter; the crashed boot is the one before it.
     uint32_t boot_index = 0;
+    uint64_t size = 0;  // of the partition: nothing is read or written past it
+
+    // Whether `len` bytes at `offset` from the history header lie inside the
+    // partition; logs the part of the history `what` otherwise.
+    bool holds(uint64_t offset, uint64_t len, const char* what) const;
 };
 
 // Opens the history read-write: in the blackbox partition if that opens (the
 // dump code's choice of partition), else in "crash_history". Prints
 // "g_crash_history_logic_offset:%d\n" with the chosen offset. False after
 // printing "open crash_history partition fail %d(%s)\n" when the partition
-// does not open, or after a log line when the history would not fit in it.
+// does not open (or its size cannot be told). A partition too small for the
+// whole ring still opens: what lies outside it is never read or written.
 bool open_crash_history(CrashHistoryPartition* history);
 void close_crash_history(CrashHistoryPartition* history);
 

@@ -53,6 +53,7 @@ int write_to_partition_crash_history(const CrashHistoryPartition& history,
     puts("crash_history: find crash, update crash_history partition ");
 
     crash_history_header header{};
+    if (!history.holds(0, sizeof(header), "header")) return -1;
     if (blackbox::read_at(history.fd, history.offset, &header, sizeof(header)) != sizeof(header)) {
         MD_LOGE("crash_history: read header fail %d(%s)\n", errno, strerror(errno));
         return -1;
@@ -89,9 +90,11 @@ int write_to_partition_crash_history(const CrashHistoryPartition& history,
     record.sub_type = sub_type;
     record.length = text.size();
     memcpy(record.text, text.data(), text.size());
-    if (blackbox::write_at(history.fd,
-                           history.offset + crash_history_slot_offset(header.next_position),
-                           &record, sizeof(record)) < 0) {
+    // A record whose slot lies outside a small partition is counted but not
+    // written.
+    const uint64_t slot = crash_history_slot_offset(header.next_position);
+    if (history.holds(slot, sizeof(record), "record") &&
+        blackbox::write_at(history.fd, history.offset + slot, &record, sizeof(record)) < 0) {
         MD_LOGE("crash_history: write record %u fail %d(%s)\n", header.next_position, errno,
                 strerror(errno));
         return -1;

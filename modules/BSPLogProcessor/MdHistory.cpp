@@ -18,8 +18,10 @@ std::string record_texts(const CrashHistoryPartition& history, const crash_histo
     std::string text;
     for (uint32_t slot : crash_history_ring_order(header.current_num)) {
         crash_history_record record{};
-        if (blackbox::read_at(history.fd, history.offset + crash_history_slot_offset(slot), &record,
-                              sizeof(record)) != sizeof(record)) {
+        const uint64_t at = crash_history_slot_offset(slot);
+        if (!history.holds(at, sizeof(record), "record")) continue;
+        if (blackbox::read_at(history.fd, history.offset + at, &record, sizeof(record)) !=
+            sizeof(record)) {
             MD_LOGE("crash_history: read record %u fail %d(%s)\n", slot, errno, strerror(errno));
             continue;
         }
@@ -48,7 +50,8 @@ bool write_md_history_file(const std::string& text) {
 int sync_to_file_md_history(const CrashHistoryPartition& history) {
     std::string text;
     crash_history_header header{};
-    if (blackbox::read_at(history.fd, history.offset, &header, sizeof(header)) == sizeof(header) &&
+    if (history.holds(0, sizeof(header), "header") &&
+        blackbox::read_at(history.fd, history.offset, &header, sizeof(header)) == sizeof(header) &&
         crash_history_magic_ok(header)) {
         text = record_texts(history, header);
     }

@@ -73,25 +73,32 @@ TEST_F(CrashHistoryTest, WithoutBlackboxTheCrashHistoryPartitionFromZero) {
     close_crash_history(&history);
 }
 
-TEST_F(CrashHistoryTest, MissingOrTooSmallPartitionFailsTheCheck) {
+TEST_F(CrashHistoryTest, MissingPartitionFailsTheCheck) {
     CrashHistoryPartition history;
     EXPECT_FALSE(open_crash_history(&history));
     EXPECT_EQ(history.fd, -1);
     EXPECT_FALSE(check_crash_history());
     EXPECT_EQ(mLog.count(kTag, "check crash history partition fail 2(No such file or directory)"),
               1);
+}
 
-    MakeHistoryPartition(kHistoryRegion - 1);
-    EXPECT_FALSE(check_crash_history());
-    EXPECT_EQ(mLog.count(kTag, "crash history at 0x0 does not fit in " +
-                                       std::string(kCrashHistory) + " (0x803ff bytes)"),
+TEST_F(CrashHistoryTest, SmallPartitionKeepsTheRecordsThatFitAndWritesNothingPastItsEnd) {
+    // The header and two slots.
+    const uint64_t size = RecordAt(0, 2);
+    MakeHistoryPartition(size);
+    EXPECT_TRUE(check_crash_history());
+    EXPECT_EQ(mLog.count(kTag, "crash history at 0x0 does not fit whole in " +
+                                       std::string(kCrashHistory)),
               1);
+    for (int crash = 1; crash <= 3; ++crash)
+        Record(1, 1, "kpanic", "crash " + std::to_string(crash));
 
-    // An offset from a damaged control header that points far beyond the end.
-    MakeBlackbox();
-    Minidump::reset_dump_partition_choice();
-    Put32(kBlackbox, 0x980000C, 0x7FFFF000);
-    EXPECT_FALSE(check_crash_history());
+    EXPECT_EQ(std::filesystem::file_size(Host(kCrashHistory)), size);
+    EXPECT_EQ(GetLE(kCrashHistory, 16, 4), 3u);  // every crash counted
+    EXPECT_EQ(mLog.count(kTag, "crash_history: record at 0xc00 lies outside"), 1);
+    const std::string md = SyncedMdHistory();
+    EXPECT_NE(md.find("|crash 2\n"), std::string::npos) << md;
+    EXPECT_EQ(md.find("|crash 3"), std::string::npos) << md;
 }
 
 // ---- appending ----------------------------------------------------------------

@@ -152,17 +152,33 @@ TEST_F(MinidumpMainTest, WithoutBlackboxTheCrashHistoryPartitionKeepsTheRecord) 
     EXPECT_EQ(Get(kMinidump, 0x4000000, 25), std::string(25, '\0'));
 }
 
-TEST_F(MinidumpMainTest, UnusableHistoryFallsBackToTheDumpHistory) {
+TEST_F(MinidumpMainTest, HistoryThatCannotOpenFallsBackToTheDumpHistory) {
+    // No blackbox and no crash history partition: the minidump partition
+    // keeps the dump history.
+    MakeImage(kMinidump, 0x4004000);
+    WriteText(kPowerup, "other\n");
+
+    minidump_main();
+
+    const std::string item = "1) B1.0.42|" + Now() + "|other|\n";
+    EXPECT_EQ(Get(kMinidump, 0x4000004, 8), "MNDPHIST");
+    EXPECT_EQ(ReadFile(kMdHistory), item);
+    EXPECT_TRUE(Events().empty());
+}
+
+TEST_F(MinidumpMainTest, HistoryBeyondThePartitionStillClassifiesAndReports) {
     MakeBlackbox();
     Put32(kBlackbox, 0x980000C, 0x7FFFF000);  // history far beyond the partition
     WriteText(kPowerup, "other\n");
 
     minidump_main();
 
-    const std::string item = "1) B1.0.42|" + Now() + "|other|\n";
-    EXPECT_EQ(Get(kBlackbox, 0x4000004, 8), "MNDPHIST");
-    EXPECT_EQ(ReadFile(kMdHistory), item);
-    EXPECT_TRUE(Events().empty());
+    // The crash is reported; nothing is written past the end of the partition.
+    EXPECT_EQ(Events().size(), 1u);
+    EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "other_hardreset");
+    EXPECT_EQ(std::filesystem::file_size(Host(kBlackbox)), kBlackboxSize);
+    EXPECT_EQ(mLog.count(kTag, "crash_history: header at 0x"), 2);
+    EXPECT_EQ(Get(kBlackbox, 0x4000004, 8), std::string(8, '\0'));
 }
 
 }  // namespace
