@@ -31,10 +31,14 @@ void WriteHypLog(const Section& in, int out);
 // (`startFile`) or continued.
 void WriteKeyRegion(const Section& in, uint32_t lateIndex, bool startFile);
 
-// Copies the text of `source` to `out` with NUL bytes left out (boot loaders and
-// rings pad with them), and feeds it to `translator` when one is given. With
-// `stopAtNul` the text ends at its first NUL instead.
+// What CopyText does with NUL bytes: leaves them out (boot loaders and rings
+// pad with them), ends the text at the first, or keeps them in `out` (a raw
+// copy; the translator still sees the text without them).
+enum class NulBytes { kLeftOut, kEndText, kKept };
+
+// Copies the text of `source` to `out`, and feeds it to `translator` when one
+// is given.
 void CopyText(ByteSource& source, OutBuffer& out, TzlogTranslator* translator,
-              bool stopAtNul = false);
+              NulBytes nul = NulBytes::kLeftOut);
 
 }  // namespace zelkor::tessel::Minidump

@@ -19,7 +19,7 @@ constexpr size_t kHexPerLine = 16;
 
 }  // namespace
 
-void CopyText(ByteSource& source, OutBuffer& out, TzlogTranslator* translator, bool stopAtNul) {
+void CopyText(ByteSource& source, OutBuffer& out, TzlogTranslator* translator, NulBytes nulBytes) {
     char chunk[kCopyChunk];
     for (;;) {
         ssize_t n = source.Read(chunk, sizeof(chunk));
@@ -28,9 +28,11 @@ void CopyText(ByteSource& source, OutBuffer& out, TzlogTranslator* translator, b
             return;
         }
         if (n == 0) return;
-        char* nul = stopAtNul ? static_cast<char*>(memchr(chunk, '\0', n)) : nullptr;
+        if (nulBytes == NulBytes::kKept) out.Append(std::string_view(chunk, n));
+        char* nul = nulBytes == NulBytes::kEndText ? static_cast<char*>(memchr(chunk, '\0', n))
+                                                   : nullptr;
         char* end = nul != nullptr ? nul : std::remove(chunk, chunk + n, '\0');
-        out.Append(std::string_view(chunk, end - chunk));
+        if (nulBytes != NulBytes::kKept) out.Append(std::string_view(chunk, end - chunk));
         if (translator != nullptr) translator->Feed(chunk, end - chunk);
         if (nul != nullptr) return;
     }
@@ -47,7 +49,8 @@ void WriteTzLog(const Section& in, int raw, int parsed) {
     ByteSource source(in.fd, {{in.offset, in.size}});
     OutBuffer buf(raw);
     TzlogTranslator translator(parsed);
-    CopyText(source, buf, parsed >= 0 ? &translator : nullptr);
+    // "last_tzlog" is the trust zone's log as it lies in the dump.
+    CopyText(source, buf, parsed >= 0 ? &translator : nullptr, NulBytes::kKept);
 }
 
 void WriteHexDump(const Section& in, int out) {

@@ -157,7 +157,8 @@ void WriteTzDiag(const Section& in, int outFd, int parsedFd) {
     ensure_tzlog_dict();
     ByteSource ring(in.fd, LogRanges(in, h));
     TzlogTranslator translator(parsedFd);
-    CopyText(ring, out, parsedFd >= 0 ? &translator : nullptr, IsLegacy(h));
+    CopyText(ring, out, parsedFd >= 0 ? &translator : nullptr,
+             IsLegacy(h) ? NulBytes::kEndText : NulBytes::kLeftOut);
 }
 
 }  // namespace zelkor::tessel::Minidump

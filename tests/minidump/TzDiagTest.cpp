@@ -108,17 +108,22 @@ TEST_F(TzDiagTest, BadMagicOrCountsAreReported) {
     EXPECT_NE(Diag("last_tzlog").find("Diag Log :\nx\n"), std::string::npos);
 }
 
-TEST_F(TzDiagTest, TzLogSectionIsCopiedAndTranslated) {
-    Put(kMinidump, kAt, std::string("[5](42)\n[6](1 2)\0\0", 18));
-    Parse("md_ltz", 18, 1);
-    EXPECT_EQ(Diag("last_tzlog_1"), "[5](42)\n[6](1 2)");
+TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslated) {
+    const std::string raw(
+            "[5](4\0"
+            "2)\n[6](1 2)\0\0",
+            19);
+    Put(kMinidump, kAt, raw);
+    Parse("md_ltz", raw.size(), 1);
+    // NUL bytes and all, as the trust zone left it.
+    EXPECT_EQ(Diag("last_tzlog_1"), raw);
     // Text after the last newline is not translated; an unknown id keeps the line.
     EXPECT_EQ(Diag("last_tzlog_parsed_1"), "[5] MOD started\n");
 
     // A translation that cannot be written does not cost the log itself.
     std::filesystem::create_directories(Host(std::string(kDiag) + "/last_tzlog_parsed"));
-    Parse("md_ltz", 18, 0);
-    EXPECT_EQ(Diag("last_tzlog"), "[5](42)\n[6](1 2)");
+    Parse("md_ltz", raw.size(), 0);
+    EXPECT_EQ(Diag("last_tzlog"), raw);
 }
 
 TEST_F(TzDiagTest, TzImemIsAHexDump) {
