@@ -46,7 +46,9 @@ void minidump_main() {
     // first request wrote when the raw dump has not changed since.
     if (new_crash_found()) compress_minidump();
 
-    if (blackbox) blackbox::copy_kmsg_to_black_box(&headers);
+    // Tried whether or not the dotting step could open the blackbox; its own
+    // open failure is logged.
+    blackbox::copy_kmsg_to_black_box(&headers);
 }
 
 }  // namespace zelkor::tessel::Minidump

@@ -164,6 +164,8 @@ TEST_F(MinidumpMainTest, HistoryThatCannotOpenFallsBackToTheDumpHistory) {
     EXPECT_EQ(Get(kMinidump, 0x4000004, 8), "MNDPHIST");
     EXPECT_EQ(ReadFile(kMdHistory), item);
     EXPECT_TRUE(Events().empty());
+    // Dotting and the kernel boot log copy each try the blackbox.
+    EXPECT_EQ(mLog.count("BSPLogProcessor-BlackBox", "open black_box_log partition fail 2("), 2);
 }
 
 TEST_F(MinidumpMainTest, HistoryBeyondThePartitionStillClassifiesAndReports) {
