@@ -35,7 +35,8 @@ void HalvexHandler::post(HalvexJob&& job) {
 
 HalvexMessage* HalvexHandler::postDelayed(HalvexJob&& job, long delayMs) {
     HalvexMessage* msg = getPostMessage(std::move(job));
-    msg->when = static_cast<int64_t>(TimeUtil::getUptimeMillis()) + (delayMs > 0 ? delayMs : 0);
+    // Not clamped: a negative delay makes the job due before those due now.
+    msg->when = static_cast<int64_t>(TimeUtil::getUptimeMillis()) + delayMs;
     _enqueueMessage(msg);
     return msg;
 }

@@ -104,6 +104,9 @@ TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
     HalvexMessage* removed = mHandler->postDelayed([&] { order.add(99); }, 20);
     mHandler->postDelayed([&] { order.add(2); }, 40);
     mHandler->postDelayed([&] { order.add(1); }, 10);
+    // A negative delay is due before what is due now.
+    mHandler->postDelayed([&] { order.add(0); }, 0);
+    mHandler->postDelayed([&] { order.add(-1); }, -1000);
     EXPECT_TRUE(mHandler->hasMessage(removed));
     mHandler->removeMessage(removed, false);
     EXPECT_FALSE(mHandler->hasMessage(removed));
@@ -111,7 +114,7 @@ TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
     Latch done;
     mHandler->postDelayed([&] { done.open(); }, 60);
     ASSERT_TRUE(done.wait());
-    EXPECT_EQ(order.values(), (std::vector<int>{1, 2}));
+    EXPECT_EQ(order.values(), (std::vector<int>{-1, 0, 1, 2}));
 }
 
 TEST_F(LooperTest, DueNowJobQueuesBehindEverythingSentBefore) {
