@@ -65,6 +65,9 @@ bool HalvexHandlerThread::requestQuit(bool safely) {
     mCond.wait(lock, [this] { return mLooper != nullptr || mExited; });
     if (mLooper == nullptr) return false;
     mLooper->quit(safely);
+    // Forgotten at once: from here getLooper() waits for the thread's end and
+    // gives null, never a looper that is going away.
+    mLooper = nullptr;
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <memory>
 #include <thread>
 
@@ -94,6 +95,22 @@ TEST_F(LooperTest, PriorityMessageWakesALoopWaitingOnADelayedOne) {
     mHandler->postDelayed([] {}, 60 * 60 * 1000);
     handler.sendMessage(HalvexMessage::obtain(1, nullptr, HalvexMessage::FLAG_PRIORITY));
     EXPECT_TRUE(got.wait());
+}
+
+TEST_F(LooperTest, GetLooperAfterQuitWaitsForTheThreadsEndAndGetsNull) {
+    LogCapture log;
+    auto gate = block();
+    mThread->quit();
+    // The thread cannot end while the job in hand holds it: the caller waits.
+    auto looper = std::async(std::launch::async, [this] { return mThread->getLooper(); });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!log.contains("Halvex-HandlerThread", "[getLooper] getLooper() wait.") &&
+           std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    gate->open();
+    EXPECT_EQ(looper.get(), nullptr);
+    EXPECT_TRUE(log.contains("Halvex-HandlerThread", "[getLooper] getLooper() wait."));
 }
 
 TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
