@@ -31,8 +31,14 @@ ModuleList& GetModuleList() {
     return *list;
 }
 
+std::recursive_mutex& ModuleListLock() {
+    static auto* lock = new std::recursive_mutex;
+    return *lock;
+}
+
 void RegisterModule(const char* registrarName, const std::string& name, uint32_t priority,
                     ModuleFactory factory) {
+    std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
     ModuleList& list = GetModuleList();
     if (list.count(name) != 0) {
         HALVEX_LOG_FN(ANDROID_LOG_FATAL, "Halvex-ModuleRegister", registrarName,
@@ -60,15 +66,24 @@ void ModuleManager::postInit(ModuleBase* module) {
 }
 
 void ModuleManager::_loadModules() {
-    std::vector<std::pair<std::string, ModulePrio>> modules(GetModuleList().begin(),
-                                                            GetModuleList().end());
+    std::vector<std::pair<std::string, ModulePrio>> modules;
+    {
+        std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
+        modules.assign(GetModuleList().begin(), GetModuleList().end());
+    }
     std::sort(modules.begin(), modules.end(), cmp);
 
+    // OnInit runs without the lock: a module may take its time there, and
+    // dump commands must not wait for it. The entries stay stopped until the
+    // run is over, so no dump or load touches them meanwhile, and removals run
+    // on this same thread, after the run.
     std::vector<std::string> ignored;
     for (auto& [name, entry] : modules) {
         HLOGD("Loading module \"%s\"", name.c_str());
         auto* thread = HalvexHandlerThread::create(name);
+        if (entry.instance != nullptr) entry.instance->mName = name;
         if (entry.instance != nullptr && entry.instance->OnInit()) {
+            std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
             entry.instance->mModuleThread = thread;
         } else {
             ignored.push_back(name);
@@ -90,57 +105,76 @@ void ModuleManager::_loadModules() {
         HLOGD("Cleanup ignored module \"%s\"", name.c_str());
         removeModule(name, false);
     }
+    std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
     for (auto& [name, entry] : GetModuleList()) entry.stopped = false;
 }
 
 bool ModuleManager::loadModule(const std::string& name) {
-    ModuleList& list = GetModuleList();
-    auto it = list.find(name);
-    if (it == list.end()) {
-        HLOGE("loadModule %s failed! Module not found!", name.c_str());
-        return false;
-    }
-    HLOGD("Loading module \"%s\"", name.c_str());
-    ModulePrio& entry = it->second;
-    if (!entry.stopped || entry.instance != nullptr) {
-        HLOGW("Module %s is already running!", name.c_str());
-        return false;
-    }
-    entry.instance = entry.factory != nullptr ? entry.factory() : nullptr;
-    auto* thread = HalvexHandlerThread::create(name);
-    if (entry.instance != nullptr) entry.instance->mName = name;
+    HalvexHandlerThread* refusedThread = nullptr;
+    {
+        // The whole load under the lock, OnInit included: a removal of the
+        // same module (posted earlier, or by a refused load) waits until the
+        // new instance is in place or known refused. Loads by name are rare
+        // commands; the boot's load run does not take this path.
+        std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
+        ModuleList& list = GetModuleList();
+        auto it = list.find(name);
+        if (it == list.end()) {
+            HLOGE("loadModule %s failed! Module not found!", name.c_str());
+            return false;
+        }
+        HLOGD("Loading module \"%s\"", name.c_str());
+        ModulePrio& entry = it->second;
+        if (!entry.stopped || entry.instance != nullptr) {
+            HLOGW("Module %s is already running!", name.c_str());
+            return false;
+        }
+        entry.instance = entry.factory != nullptr ? entry.factory() : nullptr;
+        auto* thread = HalvexHandlerThread::create(name);
+        if (entry.instance != nullptr) entry.instance->mName = name;
 
-    if (entry.instance != nullptr && entry.instance->OnInit()) {
-        entry.instance->mModuleThread = thread;
-        entry.stopped = false;
-        HLOGD("Post Init for module \"%s\"", name.c_str());
-        postInit(entry.instance);
-    } else {
-        thread->quit();
-        removeModule(name, false);
-        delete thread;
+        if (entry.instance != nullptr && entry.instance->OnInit()) {
+            entry.instance->mModuleThread = thread;
+            entry.stopped = false;
+            HLOGD("Post Init for module \"%s\"", name.c_str());
+            postInit(entry.instance);
+        } else {
+            thread->quit();
+            removeModule(name, false);
+            refusedThread = thread;
+        }
     }
+    delete refusedThread;  // joined outside the lock
     return true;
 }
 
 void removeModule(const std::string& name, bool safely) {
     ModuleManager::GetManagerHandler()->post([name, safely] {
-        ModuleList& list = GetModuleList();
-        auto it = list.find(name);
-        if (it == list.end()) {
-            HLOGE("module %s not found!!!", name.c_str());
-            return;
+        // Out of the list first, under the lock: a dump in progress holds it,
+        // so the module is never destroyed under a dump, and no later dump
+        // finds it. Its thread is then stopped and joined, and the instance
+        // destroyed, without the lock.
+        ModuleBase* instance = nullptr;
+        {
+            std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
+            ModuleList& list = GetModuleList();
+            auto it = list.find(name);
+            if (it == list.end()) {
+                HLOGE("module %s not found!!!", name.c_str());
+                return;
+            }
+            ModulePrio& entry = it->second;
+            entry.stopped = true;
+            instance = entry.instance;
+            entry.instance = nullptr;
         }
-        ModulePrio& entry = it->second;
-        entry.stopped = true;
-        if (entry.instance != nullptr) {
-            if (HalvexHandlerThread* thread = entry.instance->getModuleThread()) {
+        if (instance != nullptr) {
+            if (HalvexHandlerThread* thread = instance->getModuleThread()) {
                 if (safely) thread->quitSafely();
                 delete thread;  // quits the looper and joins
             }
         }
-        delete entry.instance;
-        entry.instance = nullptr;
+        delete instance;
     });
 }
 
@@ -152,18 +186,21 @@ void ModuleManager::dumpModule(int fd, const std::string& name, ModuleBase* modu
 }
 
 void ModuleManager::dump(int fd, const char** args, uint32_t nargs) {
-    const ModuleList modules = GetModuleList();
     const std::string first = nargs > 0 && args[0] != nullptr ? args[0] : "";
+    if (first == "ModuleManager" || first == "modulemanager") {
+        _dump(fd, args, nargs);
+        return;
+    }
+    // Held for the rest of the command, module dumps included: a module
+    // being removed is out of the list before it goes, or waits for the dump.
+    std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
+    const ModuleList modules = GetModuleList();
     if (nargs == 0 || first == "-a") {
         for (const auto& [name, entry] : modules) {
             if (!entry.stopped && entry.instance != nullptr) {
                 dumpModule(fd, name, entry.instance, args, nargs);
             }
         }
-        return;
-    }
-    if (first == "ModuleManager" || first == "modulemanager") {
-        _dump(fd, args, nargs);
         return;
     }
     auto it = modules.find(first);
@@ -185,6 +222,7 @@ void ModuleManager::_dump(int fd, const char** args, uint32_t nargs) {
                                 : "Load module " + name + " failed! See Logcat for details.\n",
                         fd);
     } else if (command == "dump") {
+        std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
         std::string text = "Current Modules:\n-------------------------\nName \t\t Status\n";
         for (const auto& [name, entry] : GetModuleList()) {
             text += name + "\t\t" + (entry.stopped ? "Stopped" : "Running") + "\n";

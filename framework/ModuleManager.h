@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -24,8 +25,11 @@ struct ModulePrio {
 using ModuleList = std::map<std::string, ModulePrio>;
 
 // The global module list, ready for registrars in any order of static
-// initialisation.
+// initialisation. Read and changed only under ModuleListLock(): the load run
+// and removals on the manager's thread, dump and load commands on binder
+// threads.
 ModuleList& GetModuleList();
+std::recursive_mutex& ModuleListLock();
 
 // Registers a module the way every registrar does: allocates its first
 // instance with the factory and enters it under name, keeping the first

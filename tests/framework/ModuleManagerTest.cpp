@@ -8,6 +8,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <android-base/file.h>
@@ -130,6 +131,32 @@ const char kStatusAllRunningButRefuser[] =
         "Current Modules:\n-------------------------\nName \t\t Status\n"
         "Alpha\t\tRunning\nBeta\t\tRunning\nGamma\t\tRunning\nRefuser\t\tStopped\n";
 
+// Every case starts where the process starts: each module registered and
+// stopped, with an instance of its own, nothing seen yet.
+class ModuleManagerTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        std::vector<std::string> names;
+        {
+            std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
+            for (const auto& [name, entry] : GetModuleList()) names.push_back(name);
+        }
+        for (const std::string& name : names) removeModule(name, false);
+        DrainManager();
+        {
+            std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
+            for (auto& [name, entry] : GetModuleList()) {
+                entry.instance = entry.factory();
+                entry.stopped = true;
+            }
+        }
+        std::lock_guard<std::mutex> l(events().lock);
+        events().inits.clear();
+        events().posts.clear();
+        events().refuserAccepts = false;
+    }
+};
+
 // Loads all test modules and waits until the run and its clean-up are over.
 void LoadAll(bool alreadyPosted = false) {
     if (!alreadyPosted) ModuleManager::loadModules();
@@ -137,7 +164,7 @@ void LoadAll(bool alreadyPosted = false) {
     DrainManager();
 }
 
-TEST(ModuleManagerTest, LoadRunFollowsPriorityAndThreads) {
+TEST_F(ModuleManagerTest, LoadRunFollowsPriorityAndThreads) {
     testing::LogCapture log;
     // Hold the manager's thread, so the load run cannot start early.
     testing::Latch gate, entered;
@@ -165,7 +192,7 @@ TEST(ModuleManagerTest, LoadRunFollowsPriorityAndThreads) {
     EXPECT_EQ(GetModuleList().at("Alpha").priority, 0u) << "the first registration stays";
 }
 
-TEST(ModuleManagerTest, DuplicateRegistrationIsLoggedAndIgnored) {
+TEST_F(ModuleManagerTest, DuplicateRegistrationIsLoggedAndIgnored) {
     testing::LogCapture log;
     const int before = events().created["Gamma"];
     RegisterModule("BetaCloneRegister", "Beta", 7, &TestRegister<Gamma>::createInstance);
@@ -176,7 +203,7 @@ TEST(ModuleManagerTest, DuplicateRegistrationIsLoggedAndIgnored) {
     EXPECT_EQ(events().created["Gamma"], before + 1) << "the clone was still allocated";
 }
 
-TEST(ModuleManagerTest, RefusedModuleReloadsWithAFreshInstance) {
+TEST_F(ModuleManagerTest, RefusedModuleReloadsWithAFreshInstance) {
     LoadAll();
     const int created = events().created["Refuser"];
 
@@ -194,7 +221,7 @@ TEST(ModuleManagerTest, RefusedModuleReloadsWithAFreshInstance) {
               "Load module Refuser failed! See Logcat for details.\n");
 }
 
-TEST(ModuleManagerTest, DumpCommands) {
+TEST_F(ModuleManagerTest, DumpCommands) {
     LoadAll();
     const std::string sep = "\n-------------------------------------\n";
     EXPECT_EQ(Dump({"Nope"}), "Module Nope not found!!\n");
@@ -217,7 +244,7 @@ TEST(ModuleManagerTest, DumpCommands) {
               "Load module Nope failed! See Logcat for details.\n");
 }
 
-TEST(ModuleManagerTest, RemovedModuleStopsItsThreadAndCanComeBack) {
+TEST_F(ModuleManagerTest, RemovedModuleStopsItsThreadAndCanComeBack) {
     testing::LogCapture log;
     LoadAll();
     HalvexHandlerThread* thread = GetModuleList().at("Gamma").instance->getModuleThread();
@@ -240,6 +267,42 @@ TEST(ModuleManagerTest, RemovedModuleStopsItsThreadAndCanComeBack) {
     EXPECT_TRUE(ModuleManager::loadModule("Gamma"));
     ASSERT_TRUE(events().waitPosts(3));
     EXPECT_EQ(Dump({"Gamma"}).substr(0, 22), "Dumping module Gamma: ");
+}
+
+TEST_F(ModuleManagerTest, DumpsAndLoadsFromManyThreadsWhileModulesComeAndGo) {
+    LoadAll();
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> commands;
+    for (const char* target : {"Gamma", "Alpha", "Refuser"}) {
+        commands.emplace_back([&stop, target] {
+            while (!stop) {
+                Dump({});
+                Dump({target});
+                Dump({"ModuleManager", "dump"});
+                Dump({"ModuleManager", "load", target});
+            }
+        });
+    }
+    for (int round = 0; round < 100; ++round) {
+        removeModule("Gamma", round % 2 == 0);
+        removeModule("Alpha", false);
+        DrainManager();
+        ModuleManager::loadModule("Alpha");
+    }
+    stop = true;
+    for (std::thread& thread : commands) thread.join();
+    DrainManager();
+
+    // Whatever the interleaving, a module listed as running has its instance
+    // and thread, and a stopped one has none.
+    std::lock_guard<std::recursive_mutex> guard(ModuleListLock());
+    for (const auto& [name, entry] : GetModuleList()) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(entry.stopped, entry.instance == nullptr);
+        if (entry.instance != nullptr) {
+            EXPECT_NE(entry.instance->getModuleThread(), nullptr);
+        }
+    }
 }
 
 }  // namespace
