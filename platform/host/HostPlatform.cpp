@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/Platform.h"
@@ -16,14 +18,19 @@
 namespace zelkor::tessel::platform {
 namespace {
 
+// `dir` resolved, when it is an existing folder; empty otherwise.
+std::string ResolvedFolder(const char* dir) {
+    char resolved[PATH_MAX];
+    struct stat st;
+    if (dir == nullptr || *dir == '\0' || realpath(dir, resolved) == nullptr ||
+        stat(resolved, &st) != 0 || !S_ISDIR(st.st_mode)) {
+        return {};
+    }
+    return resolved;
+}
+
 std::string& RootStorage() {
-    static std::string root = [] {
-        const char* env = getenv("TESSEL_ROOT");
-        std::string dir;
-        char resolved[PATH_MAX];
-        if (env != nullptr && *env != '\0' && realpath(env, resolved) != nullptr) dir = resolved;
-        return dir;
-    }();
+    static std::string root = ResolvedFolder(getenv("TESSEL_ROOT"));
     return root;
 }
 
@@ -100,8 +107,15 @@ bool InitPlatform(int* argc, char** argv) {
             fprintf(stderr, "%s: --root %s: not a folder\n", argv[0], root.c_str());
             return false;
         }
-    } else if (Root().empty()) {
+        return true;
+    }
+    const char* env = getenv("TESSEL_ROOT");
+    if (env == nullptr || *env == '\0') {
         fprintf(stderr, "%s: no host root: pass --root DIR or set TESSEL_ROOT\n", argv[0]);
+        return false;
+    }
+    if (Root().empty()) {
+        fprintf(stderr, "%s: TESSEL_ROOT %s: not a folder\n", argv[0], env);
         return false;
     }
     return true;
@@ -112,13 +126,9 @@ const std::string& Root() {
 }
 
 bool SetRoot(const std::string& dir) {
-    char resolved[PATH_MAX];
-    struct stat st;
-    if (realpath(dir.c_str(), resolved) == nullptr || stat(resolved, &st) != 0 ||
-        !S_ISDIR(st.st_mode)) {
-        return false;
-    }
-    RootStorage() = resolved;
+    std::string resolved = ResolvedFolder(dir.c_str());
+    if (resolved.empty()) return false;
+    RootStorage() = std::move(resolved);
     return true;
 }
 

@@ -3,6 +3,8 @@
 #include <json/json.h>
 #include <sys/stat.h>
 
+#include <fstream>
+
 #include "TempRoot.h"
 #include "TestImage.h"
 #include "e2e/Subprocess.h"
@@ -73,9 +75,68 @@ TEST_F(TesselImageE2ETest, UsageAndFileErrors) {
     EXPECT_NE(err.find("usage: tessel-image inspect FILE [--json]"), std::string::npos);
     EXPECT_EQ(Run({"blackbox", "create", "a", "b"}, nullptr, &err), 2);
     EXPECT_EQ(Run({"inspect", File("missing.img")}, nullptr, &err), 1);
-    EXPECT_NE(err.find("cannot read"), std::string::npos);
+    EXPECT_NE(err.find(File("missing.img") + ": No such file or directory"), std::string::npos)
+            << err;
     EXPECT_EQ(Run({"blackbox", "create", File("no/such/dir.img")}), 1);
     EXPECT_EQ(Run({"--help"}), 0);
+}
+
+// Nothing but a regular file or a block device is an image: a FIFO never
+// holds a command up, and every refusal names the file and why, with exit
+// status 1 (2 for a bad argument, with one usage line).
+TEST_F(TesselImageE2ETest, OnlyFilesAndBlockDevicesAreImages) {
+    const std::string fifo = File("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string dir = File("dir");
+    ASSERT_EQ(mkdir(dir.c_str(), 0700), 0);
+    const std::string empty = File("empty.img");
+    const std::string random = File("random.img");
+    {
+        std::ofstream(empty, std::ios::binary);
+        std::ofstream out(random, std::ios::binary);
+        for (int i = 0; i < 4096; ++i) out.put(static_cast<char>(i * 131 + 17));
+    }
+    const std::string notImage = ": not a regular file or block device";
+    const std::string image = File("x.img");
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        std::string message;
+    } cases[] = {
+            {{"inspect", fifo}, 1, fifo + notImage},
+            {{"inspect", dir}, 1, dir + ": is a folder, not a file"},
+            {{"inspect", "/dev/null"}, 1, "/dev/null" + notImage},
+            {{"inspect", "--minidump-partition", empty}, 1, ""},
+            {{"inspect", "--minidump-partition", random}, 1, ""},
+            {{"inspect", "--minidump-partition", dir}, 1, "is a folder"},
+            {{"blackbox", "create", fifo}, 1, fifo + notImage},
+            {{"dump", "add", fifo, "--slot", "0", "--section", "md_kmsg=" + random},
+             1,
+             fifo + notImage},
+            {{"dump", "add", image, "--slot", "0", "--section", "md_kmsg=" + dir},
+             1,
+             dir + ": is a folder, not a file"},
+            {{"dump", "add", image, "--slot", "-1", "--section", "md_kmsg=" + random},
+             2,
+             "--slot -1: must not be negative; --slot must be 0 .. 9"},
+            {{"dump", "add", image, "--slot", "10", "--section", "md_kmsg=" + random},
+             2,
+             "--slot 10: --slot must be 0 .. 9"},
+    };
+    for (const Case& c : cases) {
+        std::string command;
+        for (const std::string& arg : c.args) command += arg + " ";
+        SCOPED_TRACE(command);
+        std::string err;
+        EXPECT_EQ(Run(c.args, nullptr, &err), c.status);
+        EXPECT_NE(err.find(c.message), std::string::npos) << err;
+        const size_t usage = err.find("usage:");
+        EXPECT_EQ(usage == std::string::npos
+                          ? 0
+                          : 1 + (err.find("usage:", usage + 1) != std::string::npos),
+                  c.status == 2 ? 1 : 0)
+                << err;
+    }
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Drives the real tesseld and tesselctl binaries on temporary roots.
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "Subprocess.h"
 #include "TempRoot.h"
 
@@ -19,6 +21,44 @@ class DaemonE2ETest : public ::testing::Test {
     }
     TempRoot mRoot;
 };
+
+// A root is an existing folder however it is given; anything else is named,
+// with exit status 2, before the program does anything.
+TEST_F(DaemonE2ETest, RootMustBeAnExistingFolder) {
+    const std::string file = out("plain-file");
+    { std::ofstream(file) << "x"; }
+    struct Case {
+        std::vector<std::string> args;
+        std::vector<std::string> env;
+        std::string message;
+    } cases[] = {
+            {{"--root", file}, {}, "--root " + file + ": not a folder"},
+            {{"--root", "/nonexistent"}, {}, "--root /nonexistent: not a folder"},
+            {{}, {"TESSEL_ROOT=" + file}, "TESSEL_ROOT " + file + ": not a folder"},
+            {{}, {"TESSEL_ROOT=/nonexistent"}, "TESSEL_ROOT /nonexistent: not a folder"},
+            {{}, {"TESSEL_ROOT="}, "no host root: pass --root DIR or set TESSEL_ROOT"},
+    };
+    for (const char* program : {"tesseld", "tesselctl", "tessel-peer"}) {
+        for (const Case& c : cases) {
+            SCOPED_TRACE(std::string(program) + " " + c.message);
+            std::vector<std::string> args{program};
+            args.insert(args.end(), c.args.begin(), c.args.end());
+            if (std::string(program) == "tesselctl") args.push_back("list");
+            Subprocess tool(args, out("root"), c.env);
+            EXPECT_EQ(tool.wait(), 2);
+            EXPECT_NE(tool.err().find(c.message), std::string::npos) << tool.err();
+        }
+    }
+}
+
+TEST_F(DaemonE2ETest, TesselctlNamesWhatItDoesNotKnow) {
+    Subprocess unknown({"tesselctl", "--root", mRoot.path(), "frobnicate"}, out("ctl"));
+    EXPECT_EQ(unknown.wait(), 2);
+    EXPECT_NE(unknown.err().find("unknown command 'frobnicate'"), std::string::npos);
+    Subprocess wrong({"tesselctl", "--root", mRoot.path(), "setprop", "only.key"}, out("ctl"));
+    EXPECT_EQ(wrong.wait(), 2);
+    EXPECT_NE(wrong.err().find("setprop: wrong number of arguments"), std::string::npos);
+}
 
 TEST_F(DaemonE2ETest, PropertiesCrossProcesses) {
     int status = -1;

@@ -124,8 +124,8 @@ void ParseUnderLimit(int fd, uint64_t at, uint64_t size) {
 }
 
 TEST_F(RobustnessTest, FourGigabyteSectionsAreStreamedInBoundedMemory) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "an address-space limit does not mix with the sanitizer's shadow memory";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "an address-space limit does not mix with a sanitizer's shadow memory";
 #endif
     constexpr uint64_t k4G = uint64_t(1) << 32;
     constexpr uint64_t kAt = 0x100000;

@@ -13,6 +13,7 @@
 #include "modules/blackbox/BlackBoxDefaults.h"
 #include "modules/blackbox/BlackBoxIo.h"
 #include "tools/tessel-image/Commands.h"
+#include "tools/tessel-image/ImageFile.h"
 
 namespace zelkor::tessel::image {
 namespace {
@@ -69,9 +70,10 @@ int RunBlackboxCreate(const Args& args) {
         return kExitUsage;
     }
 
-    int fd = open(file, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    std::string openError;
+    const int fd = OpenImageFile(file, O_RDWR | O_CREAT | O_TRUNC, &openError);
     if (fd < 0) {
-        fprintf(stderr, "tessel-image: cannot create %s: %s\n", file, strerror(errno));
+        fprintf(stderr, "tessel-image blackbox create: %s\n", openError.c_str());
         return kExitFailure;
     }
     bool ok = ftruncate(fd, static_cast<off_t>(kDefaultImageSize)) == 0 &&

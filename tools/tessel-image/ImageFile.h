@@ -2,6 +2,8 @@
 // against the real size of the file before it is read, whatever a header says.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -29,6 +31,21 @@ class ImageFile {
     int mFd;
     uint64_t mSize;
 };
+
+// Opens `path` with `flags` (close-on-exec added) for an image command. Only
+// a regular file or a block device is taken, checked before the open and
+// again on the descriptor; the open itself never waits (a FIFO or a terminal
+// cannot hold the command), and reads and writes block as usual after it.
+// With `pipes`, a FIFO or pipe is taken too (a section's bytes may come from
+// another command) and stays non-blocking: read it with ReadSome. -1 with
+// `*error` ("PATH: reason") otherwise.
+int OpenImageFile(const std::string& path, int flags, std::string* error, mode_t mode = 0644,
+                  bool pipes = false);
+
+// One read(2) of up to `size` bytes; on a non-blocking pipe, waits up to
+// `waitMs` for a writer and its bytes first. -1 with errno ETIMEDOUT when
+// none came.
+ssize_t ReadSome(int fd, void* buf, size_t size, int waitMs);
 
 // "0x" and upper-case hex digits.
 std::string Hex(uint64_t value);

@@ -16,6 +16,7 @@
 #include "tools/tessel-image/BlackboxInspector.h"
 #include "tools/tessel-image/Commands.h"
 #include "tools/tessel-image/CrashHistoryInspector.h"
+#include "tools/tessel-image/ImageFile.h"
 #include "tools/tessel-image/JsonText.h"
 #include "tools/tessel-image/dump/DumpImage.h"
 
@@ -78,11 +79,16 @@ int RunInspect(const Args& args) {
         return kExitUsage;
     }
 
-    int fd = open(file, O_RDONLY | O_CLOEXEC);
-    const int64_t size = fd >= 0 ? blackbox::partition_size(fd) : -1;
+    std::string error;
+    const int fd = OpenImageFile(file, O_RDONLY, &error);
+    if (fd < 0) {
+        fprintf(stderr, "tessel-image inspect: %s\n", error.c_str());
+        return kExitFailure;
+    }
+    const int64_t size = blackbox::partition_size(fd);
     if (size < 0) {
-        fprintf(stderr, "tessel-image: cannot read %s: %s\n", file, strerror(errno));
-        if (fd >= 0) close(fd);
+        fprintf(stderr, "tessel-image inspect: %s: size unknown: %s\n", file, strerror(errno));
+        close(fd);
         return kExitFailure;
     }
     Json::Value root(Json::objectValue);

@@ -88,5 +88,14 @@ int main(int argc, char** argv) {
     if (command == "list" && argc == 2) return tools::ListServices();
     if (command == "dump") return tools::DumpTessel(argc - 2, argv + 2);
     if (command == "transfer" && argc == 4) return tools::TransferMessage(argv[2], argv[3]);
+    static const char* const kCommands[] = {"getprop", "setprop", "waitprop",
+                                            "list",    "dump",    "transfer"};
+    bool known = false;
+    for (const char* name : kCommands) known = known || command == name;
+    if (known) {
+        fprintf(stderr, "%s %s: wrong number of arguments\n", argv[0], command.c_str());
+    } else {
+        fprintf(stderr, "%s: unknown command '%s'\n", argv[0], command.c_str());
+    }
     return Usage(argv[0]);
 }

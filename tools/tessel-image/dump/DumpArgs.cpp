@@ -42,12 +42,14 @@ bool ParseDumpAddArgs(const std::vector<std::string>& args, DumpAddOptions* opti
             uint32_t number = 0;
             if (!value(&text)) return false;
             if (!ParseNumber(text, &number)) {
-                *error = arg + ": not a number: " + text;
+                *error = arg + " " + text + ": " +
+                         (text.rfind('-', 0) == 0 ? "must not be negative" : "not a number");
+                if (arg == "--slot") *error += "; --slot must be 0 .. 9";
                 return false;
             }
             if (arg == "--slot") {
                 if (number > 9) {
-                    *error = "--slot must be 0 .. 9";
+                    *error = "--slot " + text + ": --slot must be 0 .. 9";
                     return false;
                 }
                 parsed.slot = number;

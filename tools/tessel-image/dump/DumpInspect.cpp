@@ -109,6 +109,7 @@ Json::Value InspectDumpArea(int fd, uint64_t fileSize, bool inBlackbox) {
         lastLog["trusted"] = false;
         result["lastLog"] = lastLog;
         result["slots"] = Json::Value(Json::arrayValue);
+        result["valid"] = false;  // not even room for the header
         return result;
     }
     lastLog["magic"] = MagicText(header.magic);
@@ -118,9 +119,14 @@ Json::Value InspectDumpArea(int fd, uint64_t fileSize, bool inBlackbox) {
     lastLog["blackboxSlotDistance"] = U64(header.blackbox_slot_distance);
     lastLog["minidumpSlotDistance"] = U64(header.minidump_slot_distance);
     const bool known = header.magic == kLastLogMagic || header.magic == kRawDumpMagic;
-    lastLog["trusted"] = known && header.store_index < Minidump::kMaxStoredDumps &&
+    const bool trusted = known && header.store_index < Minidump::kMaxStoredDumps &&
                          header.counts <= Minidump::kMaxStoredDumps;
+    lastLog["trusted"] = trusted;
     result["lastLog"] = lastLog;
+    // A dump area never written (all zeros) is a valid empty one; anything
+    // else must carry a header the daemon would take.
+    static const last_log_header kNeverWritten{};
+    result["valid"] = trusted || memcmp(&header, &kNeverWritten, sizeof(header)) == 0;
 
     Json::Value slots(Json::arrayValue);
     for (uint32_t i = 0; i < Minidump::kMaxStoredDumps; ++i) {

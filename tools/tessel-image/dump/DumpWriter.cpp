@@ -21,6 +21,7 @@
 #include "modules/blackbox/BlackBoxDefaults.h"
 #include "modules/blackbox/BlackBoxIo.h"
 #include "modules/blackbox/BlackboxLayout.h"
+#include "tools/tessel-image/ImageFile.h"
 #include "tools/tessel-image/dump/DumpArea.h"
 #include "tools/tessel-image/dump/DumpImage.h"
 
@@ -56,44 +57,45 @@ last_log_header NextLastLogHeader(const last_log_header& old, uint32_t slot) {
     return header;
 }
 
+// How long a section's pipe may keep dump add waiting for its writer.
+constexpr int kPipeWaitMs = 10000;
+
 std::string TooBig(const std::string& path, const std::string& size) {
     return path + ": " + size + " bytes do not fit in the dump slot";
 }
 
-// The section's bytes, at most `maxSize` of them. The size is checked before
-// and while reading: for a FIFO or a file that grows after stat(), reading
-// stops as soon as more than `maxSize` bytes came and the section is refused.
+// The section's bytes, at most `maxSize` of them, from a regular file, a block
+// device or a pipe. The size is checked before and while reading: for a pipe
+// or a file that grows after it was opened, reading stops as soon as more
+// than `maxSize` bytes came and the section is refused.
 bool ReadDataFile(const std::string& path, uint64_t maxSize, std::string* data,
                   std::string* error) {
-    struct stat st {};
-    if (stat(path.c_str(), &st) != 0) {
-        *error = Errno(path);
-        return false;
-    }
-    if (static_cast<uint64_t>(st.st_size) > maxSize) {
-        *error = TooBig(path, std::to_string(st.st_size));
-        return false;
-    }
-    std::ifstream in(path, std::ios::binary);
-    if (!in.is_open()) {
-        *error = Errno(path);
-        return false;
+    const int fd = OpenImageFile(path, O_RDONLY, error, 0, /*pipes=*/true);
+    if (fd < 0) return false;
+    const int64_t size = partition_size(fd);
+    bool ok = size >= 0;
+    if (!ok) *error = Errno(path);
+    if (ok && static_cast<uint64_t>(size) > maxSize) {
+        *error = TooBig(path, std::to_string(size));
+        ok = false;
     }
     data->clear();
     char chunk[64 * 1024];
-    while (in.read(chunk, sizeof(chunk)) || in.gcount() > 0) {
-        const uint64_t got = static_cast<uint64_t>(in.gcount());
-        if (got > maxSize - data->size()) {
+    for (ssize_t got = 0; ok && (got = ReadSome(fd, chunk, sizeof(chunk), kPipeWaitMs)) != 0;) {
+        if (got < 0) {
+            *error = path + (errno == ETIMEDOUT ? ": nothing written to the pipe within " +
+                                                          std::to_string(kPipeWaitMs / 1000) + " s"
+                                                : std::string(": read failed: ") + strerror(errno));
+            ok = false;
+        } else if (static_cast<uint64_t>(got) > maxSize - data->size()) {
             *error = TooBig(path, "more than " + std::to_string(maxSize));
-            return false;
+            ok = false;
+        } else {
+            data->append(chunk, static_cast<size_t>(got));
         }
-        data->append(chunk, got);
     }
-    if (in.bad()) {
-        *error = path + ": read failed";
-        return false;
-    }
-    return true;
+    close(fd);
+    return ok;
 }
 
 // The slot's bytes: headers and data, with positions relative to `slot`.
@@ -145,11 +147,8 @@ bool BuildDump(const DumpAddOptions& options, uint64_t slot, uint64_t room, std:
 }  // namespace
 
 bool WriteDump(const DumpAddOptions& options, std::string* error) {
-    int fd = open(options.image.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        *error = Errno(options.image);
-        return false;
-    }
+    const int fd = OpenImageFile(options.image, O_RDWR | O_CREAT, error);
+    if (fd < 0) return false;
     struct stat st {};
     fstat(fd, &st);
     // A block device ends where it ends (no room when its size cannot be
@@ -205,9 +204,8 @@ int RunDumpAdd(const std::vector<std::string>& args, std::ostream& out, std::ost
     DumpAddOptions options;
     std::string error;
     if (!ParseDumpAddArgs(args, &options, &error)) {
-        err << "dump add: " << error << "\n"
-            << "usage: tessel-image dump add FILE [--minidump-partition] --slot N "
-               "[--version 0x2000] [--time TEXT] [--boot-index N] --section NAME=DATAFILE ...\n";
+        // tessel-image prints the usage line after a usage error.
+        err << "dump add: " << error << "\n";
         return 2;
     }
     if (!WriteDump(options, &error)) {
