@@ -5,7 +5,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test asan bench demo clean
+.PHONY: all deps configure build test asan tsan bench demo clean
 
 all: build
 
@@ -30,6 +30,12 @@ asan:
 	$(MAKE) test BUILD_DIR=$(ASAN_DIR) \
 		CMAKE_FLAGS="-DTESSEL_SANITIZE=ON -DTESSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS)"
 
+# Every test again on a ThreadSanitizer build, in its own folder.
+TSAN_DIR ?= build-tsan
+tsan:
+	$(MAKE) test BUILD_DIR=$(TSAN_DIR) \
+		CMAKE_FLAGS="-DTESSEL_SANITIZE_THREAD=ON -DTESSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS)"
+
 bench: build
 	@bash bench/run.sh $(BUILD_DIR)
 
@@ -38,4 +44,4 @@ demo: build
 	@bash demo/run.sh $(BUILD_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR)

@@ -100,7 +100,9 @@ void HalvexMessageQueue::offer(HalvexMessage* msg) {
         }
         // The chain is the only record of order: immediate messages (when 0)
         // first, newest first, then timed ones by due time, equal due times in
-        // arrival order.
+        // arrival order. So a message due now is never overtaken by a timed
+        // one offered while the taker sleeps, even if its due time has passed
+        // by the time the taker looks.
         HalvexMessage** link = &mHead;
         if (msg->when != 0) {
             while (*link != nullptr && (*link)->when <= msg->when) link = &(*link)->mNext;

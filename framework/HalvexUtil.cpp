@@ -112,6 +112,10 @@ void HalvexUtil::SetHalvexSsiIntl(std::shared_ptr<IHalvexSsiIntl> service) {
     Store(&Cache::ssiIntl, std::move(service));
 }
 
+// Only an in-process object counts: the first send from the vendor side
+// caches the peer's proxy in the same slot, and reading "the slot is set" as
+// "this is the system side" would from then on loop every send back into the
+// daemon.
 bool HalvexUtil::isSSI() {
     std::lock_guard<std::mutex> lock(GetCache().lock);
     const auto& service = GetCache().ssiIntl.service;

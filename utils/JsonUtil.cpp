@@ -8,6 +8,8 @@ bool JsonUtil::ConvertJsonToString(const Json::Value& value, std::string& out) {
     // The FastWriter format: no indentation, no blanks, one trailing newline.
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
+    // Text goes out as UTF-8, not as \u escapes: every reader of these
+    // messages takes UTF-8, and the escapes would only make them longer.
     builder["emitUTF8"] = true;
     std::string text;
     try {

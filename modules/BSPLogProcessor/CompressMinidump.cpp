@@ -1,6 +1,8 @@
 // "minidump.gz": the raw dump partition as one zlib stream (RFC 1950: zlib
 // header, strongest setting), despite the file name not a gzip member. Every
-// reader of the file has always expected exactly this.
+// reader of the file has always expected exactly this. zlib does the
+// deflating (miniz is not packaged for the host build); the stream's format,
+// header and content are the same.
 //
 // A run with a new dump asks for the compression twice (after the dump is
 // taken and again once the crash is recorded). Deflating a raw dump of

@@ -30,8 +30,10 @@ std::string ResolvedFolder(const char* dir) {
 }
 
 std::string& RootStorage() {
-    static std::string root = ResolvedFolder(getenv("TESSEL_ROOT"));
-    return root;
+    // Never destroyed: threads still running while the process exits (a
+    // binder thread, a lookup waiting for a peer) may read it to the end.
+    static auto* root = new std::string(ResolvedFolder(getenv("TESSEL_ROOT")));
+    return *root;
 }
 
 int LogLevelFromEnv() {

@@ -13,8 +13,13 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
+
+#if defined(TESSEL_GTEST)
+#include <gtest/gtest.h>
+#endif
 
 namespace zelkor::tessel::testing {
 
@@ -47,13 +52,30 @@ class Subprocess {
     // named after `outputPrefix`.
     Subprocess(std::vector<std::string> args, const std::string& outputPrefix,
                std::vector<std::string> env = {})
-        : mOut(outputPrefix + ".out"), mErr(outputPrefix + ".err") {
+        : mOut(outputPrefix + ".out"),
+          mErr(outputPrefix + ".err"),
+          mSanitizerLog(outputPrefix + ".sanitizer") {
         std::vector<char*> argv;
         std::string path = BinPath(args[0]);
         for (auto& a : args) argv.push_back(a.data());
         argv.push_back(nullptr);
+        // A sanitizer in the child writes its report where wait() and the
+        // destructor look for it, with the options the child inherited.
+        for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+            const char* inherited = getenv(name);
+            env.push_back(std::string(name) + "=" + (inherited != nullptr ? inherited : "") +
+                          (inherited != nullptr && *inherited != '\0' ? ":" : "") +
+                          "log_path=" + mSanitizerLog);
+        }
         std::vector<char*> envp;
-        for (char** e = environ; *e != nullptr; ++e) envp.push_back(*e);
+        for (char** e = environ; *e != nullptr; ++e) {
+            const std::string_view entry(*e);
+            if (entry.rfind("ASAN_OPTIONS=", 0) == 0 || entry.rfind("TSAN_OPTIONS=", 0) == 0 ||
+                entry.rfind("UBSAN_OPTIONS=", 0) == 0) {
+                continue;
+            }
+            envp.push_back(*e);
+        }
         for (auto& e : env) envp.push_back(e.data());
         envp.push_back(nullptr);
         posix_spawn_file_actions_t actions;
@@ -72,13 +94,30 @@ class Subprocess {
             kill(mPid, SIGKILL);
             waitpid(mPid, nullptr, 0);
         }
+#if defined(TESSEL_GTEST)
+        // A sanitizer report from the child fails the test, whatever the
+        // child's exit status said.
+        const std::string report = sanitizerReport();
+        if (!report.empty()) ADD_FAILURE() << "sanitizer report from " << mErr << ":\n" << report;
+#endif
+    }
+
+    // What a sanitizer in the child reported, if anything.
+    std::string sanitizerReport() const {
+        return mPid > 0 ? ReadWholeFile(mSanitizerLog + "." + std::to_string(mPid)) : "";
     }
     Subprocess(const Subprocess&) = delete;
     Subprocess& operator=(const Subprocess&) = delete;
 
-    bool started() const { return mPid > 0; }
-    pid_t pid() const { return mPid; }
-    bool running() const { return mPid > 0 && !mExited; }
+    bool started() const {
+        return mPid > 0;
+    }
+    pid_t pid() const {
+        return mPid;
+    }
+    bool running() const {
+        return mPid > 0 && !mExited;
+    }
 
     // Exit status once the process ended, or -1 when it is still running at
     // the limit (it is then left running).
@@ -91,8 +130,12 @@ class Subprocess {
         if (running()) kill(mPid, sig);
     }
 
-    std::string out() const { return ReadWholeFile(mOut); }
-    std::string err() const { return ReadWholeFile(mErr); }
+    std::string out() const {
+        return ReadWholeFile(mOut);
+    }
+    std::string err() const {
+        return ReadWholeFile(mErr);
+    }
 
   private:
     bool reap() {
@@ -104,7 +147,7 @@ class Subprocess {
         return true;
     }
 
-    std::string mOut, mErr;
+    std::string mOut, mErr, mSanitizerLog;
     pid_t mPid = -1;
     bool mExited = false;
     int mStatus = -1;
