@@ -5,7 +5,7 @@ BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps configure build test asan tsan bench demo clean
+.PHONY: all deps configure build test asan tsan fuzz bench demo clean
 
 all: build
 
@@ -36,6 +36,13 @@ tsan:
 	$(MAKE) test BUILD_DIR=$(TSAN_DIR) \
 		CMAKE_FLAGS="-DTESSEL_SANITIZE_THREAD=ON -DTESSEL_BUILD_BENCH=OFF $(CMAKE_FLAGS)"
 
+# Every fuzzer of fuzz/ for FUZZ_SECONDS each, built with clang in its own
+# folder.
+FUZZ_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	FUZZ_SECONDS=$(FUZZ_SECONDS) CMAKE_FLAGS="$(CMAKE_FLAGS)" bash scripts/fuzz.sh $(FUZZ_DIR)
+
 bench: build
 	@bash bench/run.sh $(BUILD_DIR)
 
@@ -44,4 +51,4 @@ demo: build
 	@bash demo/run.sh $(BUILD_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(TSAN_DIR) $(FUZZ_DIR)

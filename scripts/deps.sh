@@ -19,6 +19,8 @@ PACKAGES=(
     libminizip-dev
     libssl-dev
     pigz
+    clang
+    libclang-rt-14-dev
 )
 
 missing=()

@@ -1,0 +1,58 @@
+// A throw-away host root for a fuzzer: the folders the code under test
+// writes to, and a silent log (the code logs every step; the fuzzer only
+// cares whether it crashes).
+#pragma once
+
+#include <android/log.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "platform/Platform.h"
+
+namespace zelkor::tessel::fuzz {
+
+class FuzzRoot {
+  public:
+    static FuzzRoot& Get() {
+        static FuzzRoot* root = new FuzzRoot;  // lives as long as the fuzzer
+        return *root;
+    }
+
+    // The host path of a device path.
+    std::string Host(const std::string& devicePath) const { return mPath + devicePath; }
+
+    // Writes `size` bytes as the file at `devicePath`, created afresh.
+    void Put(const std::string& devicePath, const uint8_t* data, size_t size) const {
+        const int fd =
+                open(Host(devicePath).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        if (fd < 0) abort();
+        for (size_t done = 0; done < size;) {
+            const ssize_t n = write(fd, data + done, size - done);
+            if (n <= 0) abort();
+            done += static_cast<size_t>(n);
+        }
+        close(fd);
+    }
+
+  private:
+    FuzzRoot() {
+        char tmpl[] = "/tmp/tessel-fuzz.XXXXXX";
+        if (mkdtemp(tmpl) == nullptr) abort();
+        mPath = tmpl;
+        for (const char* dir :
+             {"/dev/block/by-name", "/dev/logfs", "/data/vendor/diag", "/sys/bootinfo"}) {
+            std::filesystem::create_directories(mPath + dir);
+        }
+        platform::SetRoot(mPath);
+        __android_log_set_logger([](const __android_logger_data*, const char*) {});
+    }
+
+    std::string mPath;
+};
+
+}  // namespace zelkor::tessel::fuzz
