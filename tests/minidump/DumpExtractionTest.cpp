@@ -283,6 +283,16 @@ TEST_F(DumpExtractionTest, LastLogHeaderResults) {
     EXPECT_EQ(handle_mini_lastlog_header(), -1);
     EXPECT_EQ(mLog.count(kTag, "lastlog magic"), 1);
 
+    // A raw dump's header is not checked when read: the walk over the stored
+    // dumps bounds itself, ten at most.
+    for (auto [counts, walked] : {std::pair{10u, 10}, std::pair{11u, 0}}) {
+        LastLog(kBlackbox, kArea, "Raw_Dmp!", 3, counts, kSlotDistance, 0);
+        EXPECT_EQ(handle_mini_lastlog_header(), 1);
+        const int before = mLog.count(kTag, "store_index ");
+        handle_stored_minidumps();
+        EXPECT_EQ(mLog.count(kTag, "store_index ") - before, walked) << counts;
+    }
+
     // The dump area begins 20 bytes before the end of the blackbox image.
     MakeImage(kBlackbox, 0x1000);
     Put64(kBlackbox, 0, 0x56775AF41BCDE0F0ull);
