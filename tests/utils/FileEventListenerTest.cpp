@@ -1,0 +1,209 @@
+#include "utils/FileEventListener.h"
+
+#include <android/log.h>
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <thread>
+#include <tuple>
+
+#include "LogCapture.h"
+#include "TempRoot.h"
+#include "platform/Platform.h"
+
+namespace zelkor::tessel {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::LogCapture;
+
+constexpr char kTag[] = "Halvex-FileEventListener";
+constexpr uint32_t kMask = IN_CREATE | IN_DELETE | IN_DELETE_SELF;
+
+struct Event {
+    uint32_t mask;
+    std::optional<std::string> name;
+    std::string watched;
+};
+
+class RecordingListener : public FileEventListener {
+  public:
+    RecordingListener(const std::vector<std::string>& paths, uint32_t mask = kMask)
+        : FileEventListener("TestListener", paths, mask) {}
+    ~RecordingListener() override { stopListening(); }
+
+    void OnFileEvent(uint32_t mask, std::optional<std::string> name,
+                     const std::string& watched) override {
+        std::lock_guard<std::mutex> lock(mLock);
+        mEvents.push_back({mask, std::move(name), watched});
+        mCond.notify_all();
+    }
+
+    // The events once there are at least `count`, or what came within 10 s.
+    std::vector<Event> waitFor(size_t count) {
+        std::unique_lock<std::mutex> lock(mLock);
+        mCond.wait_for(lock, 10s, [&] { return mEvents.size() >= count; });
+        return mEvents;
+    }
+
+  private:
+    std::mutex mLock;
+    std::condition_variable mCond;
+    std::vector<Event> mEvents;
+};
+
+size_t CountEntries(const char* dir) {
+    size_t n = 0;
+    for (auto it = std::filesystem::directory_iterator(dir); it != std::filesystem::end(it); ++it) {
+        ++n;
+    }
+    return n;
+}
+
+// Waits (up to 10 s) until the log holds a line of the listener's.
+bool WaitForLine(const LogCapture& log, const std::string& text) {
+    for (auto deadline = std::chrono::steady_clock::now() + 10s;
+         std::chrono::steady_clock::now() < deadline; std::this_thread::sleep_for(1ms)) {
+        if (log.count(kTag, text) > 0) return true;
+    }
+    return false;
+}
+
+class FileEventListenerTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(platform::SetRoot(mRoot.path()));
+        std::filesystem::create_directories(mRoot.path() + "/logs/a");
+        std::filesystem::create_directories(mRoot.path() + "/logs/b");
+    }
+    void Touch(const std::string& devicePath) { std::ofstream(mRoot.path() + devicePath) << "x"; }
+
+    testing::TempRoot mRoot;
+    LogCapture mLog{ANDROID_LOG_VERBOSE};
+};
+
+TEST_F(FileEventListenerTest, DeliversEventsWithNamesAndTheWatchedDevicePath) {
+    RecordingListener listener({"/logs/a", "/logs/b"});
+    Touch("/logs/a/kernel.log");
+    Touch("/logs/b/0abc");  // a name starting with the digit 0 comes without a name
+    std::filesystem::remove(mRoot.path() + "/logs/a/kernel.log");
+    std::filesystem::remove_all(mRoot.path() + "/logs/b");
+
+    // The folder's removal ends its watch: the kernel's IN_IGNORED still names
+    // a watched descriptor and reaches the callback, as it would on a device.
+    const std::vector<std::tuple<uint32_t, std::optional<std::string>, std::string>> expected = {
+            {IN_CREATE, "kernel.log", "/logs/a"},      {IN_CREATE, std::nullopt, "/logs/b"},
+            {IN_DELETE, "kernel.log", "/logs/a"},      {IN_DELETE, std::nullopt, "/logs/b"},
+            {IN_DELETE_SELF, std::nullopt, "/logs/b"}, {IN_IGNORED, std::nullopt, "/logs/b"},
+    };
+    auto events = listener.waitFor(expected.size());
+    ASSERT_EQ(events.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(events[i].mask, std::get<0>(expected[i])) << i;
+        EXPECT_EQ(events[i].name, std::get<1>(expected[i])) << i;
+        EXPECT_EQ(events[i].watched, std::get<2>(expected[i])) << i;
+    }
+}
+
+TEST_F(FileEventListenerTest, ManyEventsArriveInOrderAcrossReads) {
+    RecordingListener listener({"/logs/a"});
+    constexpr int kFiles = 300;  // far more than one 512-byte read holds
+    for (int i = 0; i < kFiles; ++i) Touch("/logs/a/f" + std::to_string(i) + ".log");
+    auto events = listener.waitFor(kFiles);
+    ASSERT_EQ(events.size(), static_cast<size_t>(kFiles));
+    for (int i = 0; i < kFiles; ++i) {
+        EXPECT_EQ(events[i].name, "f" + std::to_string(i) + ".log") << i;
+    }
+}
+
+TEST_F(FileEventListenerTest, WatchesAreAddedOnceAndRemovedByPathOrDescriptor) {
+    RecordingListener listener({"/logs/a", "/missing", "/logs/b"});
+    EXPECT_TRUE(mLog.contains(kTag,
+                              "[FileEventListener] add file watch failed! path: /missing, "
+                              "error: No such file or directory"));
+    EXPECT_TRUE(mLog.contains(kTag,
+                              "[addWatching] addWatching for /missing failed! error: No "
+                              "such file or directory"));
+
+    EXPECT_EQ(listener.addWatching("/logs/a", kMask), -114);
+    EXPECT_TRUE(mLog.contains(
+            kTag, "[addWatching] addWatching for /logs/a failed! error: Already Watched"));
+    EXPECT_EQ(listener.addWatching("/nowhere", kMask), ENOENT);
+
+    // The first watch of /logs/a still reports.
+    Touch("/logs/a/one");
+    ASSERT_EQ(listener.waitFor(1).front().name, "one");
+
+    EXPECT_TRUE(listener.removeWatching(std::string("/logs/a")));
+    EXPECT_FALSE(listener.removeWatching(std::string("/logs/a")));
+    EXPECT_FALSE(listener.removeWatching(std::string("/never")));
+    EXPECT_FALSE(listener.removeWatching(12345)) << "no such descriptor in the map";
+    // The kernel's IN_IGNORED for the removed watch names a descriptor the map
+    // no longer holds: logged and dropped, never a callback.
+    EXPECT_TRUE(WaitForLine(mLog, "is not in our watching list, remove watching!"));
+    Touch("/logs/a/two");
+    Touch("/logs/b/three");
+    // "two" came first; only the folder still watched reports.
+    auto events = listener.waitFor(2);
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[1].mask, IN_CREATE);
+    EXPECT_EQ(events[1].name, "three");
+    EXPECT_EQ(events[1].watched, "/logs/b");
+}
+
+TEST_F(FileEventListenerTest, ListenersComeAndGoWithoutLeakingDescriptorsOrThreads) {
+    const size_t fdsBefore = CountEntries("/proc/self/fd");
+    const size_t threadsBefore = CountEntries("/proc/self/task");
+    for (int i = 0; i < 1000; ++i) {
+        // Some watch a folder, some nothing at all: no event ever arrives to
+        // end the read, and the destructor must still return.
+        std::vector<std::string> paths;
+        if (i % 2 == 0) paths.push_back("/logs/a");
+        FileEventListener listener("Churn", paths, kMask);
+        if (i % 100 == 0) Touch("/logs/a/churn" + std::to_string(i));
+    }
+    EXPECT_EQ(CountEntries("/proc/self/fd"), fdsBefore);
+    EXPECT_EQ(CountEntries("/proc/self/task"), threadsBefore);
+}
+
+TEST_F(FileEventListenerTest, WithoutAnInotifyDescriptorNothingIsWatched) {
+    // No descriptor number left: inotify_init1 fails with EMFILE.
+    rlimit old{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &old), 0);
+    // Every number below the lowest free one is taken: with that as the
+    // limit no descriptor can be made.
+    const int lowestFree = dup(0);
+    ASSERT_GE(lowestFree, 0);
+    close(lowestFree);
+    rlimit tight = old;
+    tight.rlim_cur = lowestFree;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    auto listener = std::make_unique<RecordingListener>(std::vector<std::string>{"/logs/a"});
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &old), 0);
+
+    EXPECT_TRUE(mLog.contains(kTag,
+                              "[FileEventListener] init new inotify fd failed!, error: Too "
+                              "many open files"));
+    EXPECT_EQ(listener->addWatching("/logs/a", kMask), -9);
+    EXPECT_FALSE(listener->removeWatching(std::string("/logs/a")));
+    EXPECT_FALSE(listener->removeWatching(1));
+    listener.reset();  // returns although no loop ever ran
+    EXPECT_TRUE(mLog.contains(kTag, "[~FileEventListener] Cleanup Done!"));
+
+    // A null listener ends the loop at once with the error line.
+    FileEventListener::listenLoop(nullptr);
+    EXPECT_TRUE(mLog.contains(kTag,
+                              "[listenLoop] 'thiz' is nullptr while trying to trigger file "
+                              "event callback!"));
+}
+
+}  // namespace
+}  // namespace zelkor::tessel
