@@ -87,7 +87,7 @@ class ZipFileTest : public ::testing::Test {
     std::vector<Entry> Read(const std::string& devicePath, const std::string& base = "/") {
         std::ofstream(mRoot.path() + "/reader.py") << kReader;
         std::istringstream out(Output("python3 " + mRoot.path() + "/reader.py " + mRoot.path() +
-                                   devicePath + " " + mRoot.path() + base + " 2>&1"));
+                                      devicePath + " " + mRoot.path() + base + " 2>&1"));
         std::string line;
         std::getline(out, line);
         EXPECT_EQ(line, "ok") << "Python's zipfile rejects the archive";
@@ -175,8 +175,8 @@ TEST_F(ZipFileTest, TailDepthNamesEntriesByTheirLastComponents) {
         }
         for (const auto& e : entries) {
             if (e.name.back() != '/') {
-            EXPECT_EQ(e.same, "same") << e.name;
-        }
+                EXPECT_EQ(e.same, "same") << e.name;
+            }
         }
     }
     // A folder named with a trailing slash has no last component of its own:
