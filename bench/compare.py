@@ -9,8 +9,9 @@ the counters below is shown by its time per iteration.
 import json
 import sys
 
-# "pigz" is a second baseline, shown on a row of its own.
-IMPLS = ("halvex", "baseline", "pigz")
+# Second baselines, each shown on a row of its own.
+EXTRA_BASELINES = ("pigz", "python")
+IMPLS = ("halvex", "baseline") + EXTRA_BASELINES
 
 # counter -> (unit heading, higher is better, formatter)
 METRICS = {
@@ -31,6 +32,7 @@ BASELINES = [
      "queue (the consumer has a core to itself unless noted)"),
     ("binder call", "the same exchange as a bare ping-pong over a Unix socket pair"),
     ("compress", "zlib -9 on one thread, in process; pigz -9 -z with the same thread count"),
+    ("zip", "Info-ZIP zip -r -6 of the same folder; Python's zipfile at level 6"),
     ("boot run", "reading the partitions once and compressing the raw dump once with zlib -9, "
      "in process; peak memory is tesseld's VmHWM"),
 ]
@@ -136,10 +138,11 @@ def main(paths):
         b_value, b_text = figure(pair.get("baseline"), counter)
         table.append((label, METRICS[counter][0], h_text, b_text,
                       ratio(counter, h_value, b_value)))
-        if "pigz" in pair:
-            p_value, p_text = figure(pair.get("pigz"), counter)
-            table.append((label + ", vs pigz", METRICS[counter][0], h_text, p_text,
-                          ratio(counter, h_value, p_value)))
+        for extra in EXTRA_BASELINES:
+            if extra in pair:
+                e_value, e_text = figure(pair.get(extra), counter)
+                table.append((f"{label}, vs {extra}", METRICS[counter][0], h_text, e_text,
+                              ratio(counter, h_value, e_value)))
 
     widths = [max(len(row[i]) for row in table) for i in range(len(table[0]))]
     print()

@@ -19,6 +19,8 @@ PACKAGES=(
     libminizip-dev
     libssl-dev
     pigz
+    zip
+    unzip
     clang
     libclang-rt-14-dev
 )
