@@ -27,7 +27,15 @@ bool JsonUtil::ConvertStringToJson(const std::string& text, Json::Value& out) {
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value parsed;
     std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &parsed, &errors)) return false;
+    // Nesting past the reader's depth limit is thrown, not returned: text from
+    // a client or a file must not end the process.
+    try {
+        if (!reader->parse(text.data(), text.data() + text.size(), &parsed, &errors)) {
+            return false;
+        }
+    } catch (const std::exception&) {
+        return false;
+    }
     out = std::move(parsed);
     return true;
 }

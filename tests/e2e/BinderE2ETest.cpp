@@ -87,6 +87,18 @@ TEST_F(BinderE2ETest, TransferReachesAnInternalReceiverAndComesBack) {
     EXPECT_NE(peerMessages().find(R"(\"key\":\"seq\",\"value\":41,\"value_type\":6)"),
               std::string::npos)
             << peerMessages();
+
+    // A message nested deeper than the JSON reader goes is refused, and the
+    // daemon keeps serving.
+    ctl({"transfer", "zelkor.halvex.tessel.ping", std::string(5000, '[') + std::string(5000, ']')},
+        &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(WaitFor([&] {
+        return daemon->err().find("ConvertStringToJson failed!") != std::string::npos;
+    })) << daemon->err();
+    const std::string dump = ctl({"dump", "ModuleManager", "dump"}, &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(dump.find("Current Modules:"), std::string::npos);
 }
 
 TEST_F(BinderE2ETest, DeadPeerGivesAnErrorNotAHang) {

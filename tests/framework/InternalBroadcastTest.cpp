@@ -74,6 +74,10 @@ TEST(InternalBroadcastJsonTest, BadTextGivesAnIntentWithoutExtras) {
     Intent garbage = InternalBroadcastManager::jsonStrToIntent("a", "{not json");
     EXPECT_TRUE(garbage.getExtras().empty());
     EXPECT_TRUE(logs.contains(kTag, "[jsonStrToIntent] ConvertStringToJson failed!"));
+    // Nested deeper than the reader goes: refused the same way, not thrown.
+    const std::string deep = std::string(5000, '[') + std::string(5000, ']');
+    EXPECT_TRUE(InternalBroadcastManager::jsonStrToIntent("a", deep).getExtras().empty());
+    EXPECT_EQ(logs.count(kTag, "[jsonStrToIntent] ConvertStringToJson failed!"), 2);
 
     for (const char* text : {"{}", R"({"extras":null})", R"({"extras":{"key":"x"}})", "[1]"}) {
         EXPECT_TRUE(InternalBroadcastManager::jsonStrToIntent("a", text).getExtras().empty());
