@@ -1,0 +1,189 @@
+#include "utils/JsonHelper.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "modules/LogManager/LogConfig.h"
+#include "modules/LogManager/LogManagerEvent.h"
+#include "utils/JsonUtil.h"
+
+namespace zelkor::tessel {
+namespace {
+
+Json::Value Parse(const std::string& text) {
+    Json::Value json;
+    EXPECT_TRUE(JsonUtil::ConvertStringToJson(text, json)) << text;
+    return json;
+}
+
+// One LogConfig from JSON text, the result in `ok`.
+LogConfig Convert(const std::string& text, bool* ok) {
+    LogConfig config;
+    *ok = JsonHelper::JsonToObject(config, Parse(text), {});
+    return config;
+}
+
+TEST(JsonHelperTest, NameListsSplitOnCommasAndTrimSpacesThenQuotes) {
+    auto pieces = JsonHelper::StringSplit("a, b ,,  \"c\"");
+    JsonHelper::StringTrim(pieces);
+    EXPECT_EQ(pieces, (std::vector<std::string>{"a", "b", "", "c"}));
+    pieces = JsonHelper::StringSplit("a,b,");
+    EXPECT_EQ(pieces, (std::vector<std::string>{"a", "b"})) << "no empty piece at the end";
+    pieces = JsonHelper::StringSplit("\tx ,   ,\" \"y\" \"");
+    JsonHelper::StringTrim(pieces);
+    EXPECT_EQ(pieces, (std::vector<std::string>{"\tx", "", " \"y\" "}))
+            << "only spaces, then quotes";
+
+    EXPECT_STREQ(LogConfig::HalvexMemberList(),
+                 "folderName, folderPath, children, compress, delayCompress, pushEventOnly, "
+                 "watchSSRRamdumpHack, inVendor, maxSize, reuseMaxSize, maxValidDay, "
+                 "compressLatestAfterSec, maxLogNumber");
+    EXPECT_TRUE(LogConfig::HALVEX_MEMBERS_RENAME().empty());
+    EXPECT_EQ(JsonHelper::EffectiveKeys({"A", "B"}, "x, y, z"),
+              (std::vector<std::string>{"A", "B", "z"}))
+            << "a short rename list renames the first members only";
+}
+
+TEST(JsonHelperTest, EachMemberTypeTakesOnlyItsJsonForms) {
+    const struct {
+        const char* json;
+        bool ok;
+        const char* check;  // what the record then holds, as "member=value"
+    } cases[] = {
+            {R"({"maxSize": 5})", true, "maxSize=5"},
+            {R"({"maxSize": 5.0})", true, "maxSize=5"},
+            {R"({"maxSize": 18446744073709551615})", true, "maxSize=18446744073709551615"},
+            {R"({"maxSize": -1})", false, "maxSize=0"},
+            {R"({"maxSize": "5"})", false, "maxSize=0"},
+            {R"({"maxSize": 5.5})", false, "maxSize=0"},
+            {R"({"maxValidDay": 4294967295})", true, "maxValidDay=4294967295"},
+            {R"({"maxValidDay": 4294967296})", false, "maxValidDay=0"},
+            {R"({"maxLogNumber": true})", false, "maxLogNumber=0"},
+            {R"({"folderName": "modem"})", true, "folderName=modem"},
+            {R"({"folderName": 12})", true, "folderName=12\n"},
+            {R"({"folderName": {"a": [1, 2]}})", true, "folderName={\"a\":[1,2]}\n"},
+            {R"({"folderName": null})", true, "folderName="},
+            {R"({"folderName": true})", false, "folderName="},
+            {R"({"folderName": ["x"]})", false, "folderName="},
+            {R"({"compress": true})", true, "compress=1"},
+            {R"({"compress": 1})", false, "compress=0"},
+            {R"({"compress": "true"})", false, "compress=0"},
+            {R"({"children": null})", false, "children=0"},
+            {R"({"children": {}})", false, "children=0"},
+            {R"({"children": []})", true, "children=0"},
+            {R"({"children": [{"folderName": "a"}, 5, {"folderName": "c"}]})", false, "children=1"},
+            {R"({"children": [null, {"children": [{"maxSize": 1}]}]})", true, "children=2"},
+            {R"({})", true, "maxSize=0"},
+            {R"(null)", true, "maxSize=0"},
+            {R"([])", false, "maxSize=0"},
+            {R"(7)", false, "maxSize=0"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.json);
+        bool ok = false;
+        const LogConfig config = Convert(c.json, &ok);
+        EXPECT_EQ(ok, c.ok);
+        const std::string check = c.check;
+        const std::string member = check.substr(0, check.find('='));
+        const std::string value = check.substr(check.find('=') + 1);
+        const std::map<std::string, std::string> held = {
+                {"maxSize", std::to_string(config.maxSize)},
+                {"maxValidDay", std::to_string(config.maxValidDay)},
+                {"maxLogNumber", std::to_string(config.maxLogNumber)},
+                {"folderName", config.folderName},
+                {"compress", std::to_string(config.compress)},
+                {"children", std::to_string(config.children.size())},
+        };
+        EXPECT_EQ(held.at(member), value);
+    }
+}
+
+TEST(JsonHelperTest, ConversionStopsAtTheFirstBadMemberKeepingEarlierOnes) {
+    bool ok = true;
+    // maxSize comes before maxValidDay in the member list, after folderName.
+    const LogConfig config = Convert(
+            R"({"maxValidDay": 3, "maxSize": -1, "folderName": "a", "inVendor": true})", &ok);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(config.folderName, "a");
+    EXPECT_TRUE(config.inVendor);
+    EXPECT_EQ(config.maxValidDay, 0u) << "after the bad member: not written";
+
+    // Hostile sizes and depths: a 10 MB name, children nested as deep as the
+    // parser lets a text go, and a text nested deeper than that.
+    const std::string big(10 << 20, 'n');
+    Json::Value huge(Json::objectValue);
+    huge["folderName"] = big;
+    LogConfig record;
+    EXPECT_TRUE(JsonHelper::JsonToObject(record, huge, {}));
+    EXPECT_EQ(record.folderName.size(), big.size());
+    auto nested = [](int depth) {
+        std::string text;
+        for (int i = 0; i < depth; ++i) text += R"({"children":[)";
+        text += "{}";
+        for (int i = 0; i < depth; ++i) text += "]}";
+        return text;
+    };
+    EXPECT_TRUE(JsonHelper::JsonToObject(record, Parse(nested(400)), {}));
+    size_t depth = 0;
+    for (const LogConfig* at = &record; !at->children.empty(); at = &at->children[0]) ++depth;
+    EXPECT_EQ(depth, 400u);
+    Json::Value refused;
+    EXPECT_FALSE(JsonUtil::ConvertStringToJson(nested(5000), refused));
+}
+
+TEST(JsonHelperTest, KeyPathsLeadToTheRecordOrItsArray) {
+    const Json::Value json = Parse(R"({"logs": {"list": [{"folderName": "a"}, {"folderName": "b"}],
+                                "one": {"folderName": "c", "maxLogNumber": 2}}, "n": 5})");
+    std::vector<LogConfig> list;
+    ASSERT_TRUE(JsonHelper::JsonToObject(list, json, {"logs", "list"}));
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[1].folderName, "b");
+    LogConfig one;
+    ASSERT_TRUE(JsonHelper::JsonToObject(one, json, {"logs", "one"}));
+    EXPECT_EQ(one.maxLogNumber, 2u);
+    EXPECT_FALSE(JsonHelper::JsonToObject(one, json, {"logs", "missing"}));
+    EXPECT_FALSE(JsonHelper::JsonToObject(one, json, {"n", "deeper"})) << "5 has no members";
+    EXPECT_FALSE(JsonHelper::JsonToObject(list, json, {"logs", "one"})) << "not an array";
+    EXPECT_FALSE(JsonHelper::JsonToObject(list, Parse("[1]"), {"x"}));
+}
+
+TEST(JsonHelperTest, RecordsBecomeJsonUnderTheirRenamedKeys) {
+    LogManagerEvent event;
+    event.dirFullPath = "/data/vendor/bsplog/modem";
+    event.dirSizeBefore = 5368709120;
+    event.dirSizeAfter = 1024;
+    event.isReuseOpen = true;
+    std::string text;
+    ASSERT_TRUE(JsonHelper::ObjectToJson(event, text));
+    EXPECT_EQ(text,
+              "{\"EVENT_NAME\":\"logManage\",\"folderPath\":\"/data/vendor/bsplog/modem\","
+              "\"reuseClearSize\":-1,\"reuseMoveSize\":-1,\"reuseOpen\":true,\"totalSize\":1024,"
+              "\"totalSizeBefore\":5368709120}\n");
+
+    // Into an object already holding keys: members replace theirs, others stay.
+    Json::Value target = Parse(R"({"folderPath": "old", "extra": 1})");
+    ASSERT_TRUE(JsonHelper::ObjectToJson(event, target));
+    EXPECT_EQ(target["folderPath"].asString(), "/data/vendor/bsplog/modem");
+    EXPECT_EQ(target["extra"].asInt(), 1);
+    Json::Value array(Json::arrayValue);
+    EXPECT_FALSE(JsonHelper::ObjectToJson(event, array));
+
+    // A configuration written out reads back the same.
+    bool ok = false;
+    const LogConfig config = Convert(
+            R"({"folderName": "modem", "inVendor": true, "maxSize": 204800, "maxValidDay": 7,
+                "compress": true, "children": [{"folderName": "ssr", "maxLogNumber": 5}]})",
+            &ok);
+    ASSERT_TRUE(ok);
+    ASSERT_TRUE(JsonHelper::ObjectToJson(config, text));
+    const LogConfig back = Convert(text, &ok);
+    ASSERT_TRUE(ok);
+    std::string again;
+    ASSERT_TRUE(JsonHelper::ObjectToJson(back, again));
+    EXPECT_EQ(again, text);
+    EXPECT_EQ(back.children.at(0).maxLogNumber, 5u);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel
