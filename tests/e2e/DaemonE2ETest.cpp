@@ -60,6 +60,60 @@ TEST_F(DaemonE2ETest, TesselctlNamesWhatItDoesNotKnow) {
     EXPECT_NE(wrong.err().find("setprop: wrong number of arguments"), std::string::npos);
 }
 
+// A log-folder configuration is checked as the daemon would convert it, with
+// no root and no daemon: what it keeps, where each folder lies, and the first
+// record and key it refuses.
+TEST_F(DaemonE2ETest, TesselctlChecksALogConfiguration) {
+    const std::string good = out("good.json");
+    std::ofstream(good) << R"([{"folderName": "modem", "inVendor": true, "maxSize": 204800,
+        "maxValidDay": 7, "compress": true, "children": [{"folderName": "ssr",
+        "maxLogNumber": 5}]}, {"folderName": "wlan", "folderPath": "/data/vendor/wlan_logs"}])";
+    Subprocess ok({"tesselctl", "logconfig", good}, out("ctl"));
+    EXPECT_EQ(ok.wait(), 0) << ok.err();
+    EXPECT_EQ(ok.out(),
+              "modem: /data/vendor/bsplog/modem\n"
+              "  maxSize 204800 KiB, reuseMaxSize 0 KiB, maxValidDay 7, maxLogNumber 0, "
+              "compressLatestAfterSec 0\n"
+              "  compress 1, delayCompress 0, pushEventOnly 0, watchSSRRamdumpHack 0, inVendor 1\n"
+              "  ssr: /data/vendor/bsplog/modem/ssr\n"
+              "    maxSize 0 KiB, reuseMaxSize 0 KiB, maxValidDay 0, maxLogNumber 5, "
+              "compressLatestAfterSec 0\n"
+              "    compress 0, delayCompress 0, pushEventOnly 0, watchSSRRamdumpHack 0, "
+              "inVendor 0\n"
+              "wlan: /data/vendor/wlan_logs\n"
+              "  maxSize 0 KiB, reuseMaxSize 0 KiB, maxValidDay 0, maxLogNumber 0, "
+              "compressLatestAfterSec 0\n"
+              "  compress 0, delayCompress 0, pushEventOnly 0, watchSSRRamdumpHack 0, "
+              "inVendor 0\n");
+
+    const struct {
+        std::string json;
+        std::string message;
+    } bad[] = {
+            {R"([{"folderName": "a"}, {"folderName": "b", "children": [{"maxSize": -1}]}])",
+             "logconfig: record 1, children[0], key \"maxSize\": -1 is not an unsigned 64-bit "
+             "number; the daemon keeps the 1 record(s) before it"},
+            {R"([{"compress": "yes"}])",
+             "record 0, key \"compress\": \"yes\" is not true or false"},
+            {R"([{"children": null}])", "record 0, key \"children\": null is not an array"},
+            {R"([5])", "record 0: 5 is not an object"},
+            {R"({"folderName": "a"})", "holds {\"folderName\":\"a\"}, not an array of records"},
+            {R"([{"folderName": )", "is not JSON"},
+    };
+    for (const auto& c : bad) {
+        SCOPED_TRACE(c.json);
+        std::ofstream(out("bad.json")) << c.json;
+        Subprocess check({"tesselctl", "--root", mRoot.path(), "logconfig", out("bad.json")},
+                         out("ctl"));
+        EXPECT_EQ(check.wait(), 1);
+        EXPECT_NE(check.err().find(c.message), std::string::npos) << check.err();
+    }
+    Subprocess missing({"tesselctl", "logconfig", out("missing.json")}, out("ctl"));
+    EXPECT_EQ(missing.wait(), 1);
+    EXPECT_NE(missing.err().find("logconfig: cannot read " + out("missing.json")),
+              std::string::npos);
+}
+
 TEST_F(DaemonE2ETest, PropertiesCrossProcesses) {
     int status = -1;
     ctl({"setprop", "vendor.blackbox.boot_index", "17"}, &status);

@@ -8,6 +8,7 @@
 
 #include "platform/Platform.h"
 #include "platform/Properties.h"
+#include "tools/tesselctl/LogConfigCheck.h"
 #include "tools/tesselctl/ServiceCommands.h"
 
 namespace platform = zelkor::tessel::platform;
@@ -25,7 +26,9 @@ int Usage(const char* self) {
             "  list                       the binder services registered on the root\n"
             "  dump [ARGS...]             binder dump of the daemon (e.g. dump ModuleManager "
             "dump)\n"
-            "  transfer ACTION JSON       send an intent to the daemon's internal channel\n",
+            "  transfer ACTION JSON       send an intent to the daemon's internal channel\n"
+            "  logconfig FILE.json        check a log-folder configuration array (no root "
+            "needed)\n",
             self);
     return 2;
 }
@@ -69,6 +72,8 @@ int WaitProp(const char* self, int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A configuration is checked without a daemon, so without a root.
+    if (argc == 3 && strcmp(argv[1], "logconfig") == 0) return tools::CheckLogConfig(argv[2]);
     if (!platform::InitPlatform(&argc, argv)) return 2;
     if (argc < 2) return Usage(argv[0]);
     const std::string command = argv[1];
@@ -88,8 +93,9 @@ int main(int argc, char** argv) {
     if (command == "list" && argc == 2) return tools::ListServices();
     if (command == "dump") return tools::DumpTessel(argc - 2, argv + 2);
     if (command == "transfer" && argc == 4) return tools::TransferMessage(argv[2], argv[3]);
-    static const char* const kCommands[] = {"getprop", "setprop", "waitprop",
-                                            "list",    "dump",    "transfer"};
+    if (command == "logconfig" && argc == 3) return tools::CheckLogConfig(argv[2]);
+    static const char* const kCommands[] = {"getprop", "setprop",  "waitprop", "list",
+                                            "dump",    "transfer", "logconfig"};
     bool known = false;
     for (const char* name : kCommands) known = known || command == name;
     if (known) {
