@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "framework/InternalBroadcastManager.h"
+#include "modules/LogManager/LogConfig.h"
 #include "tests/LogRecords.h"
 #include "tools/tessel-image/dump/DumpImage.h"
 
@@ -92,5 +93,20 @@ int main(int argc, char** argv) {
     intent.putExtra("seq", int32_t{41});
     intent.putExtra("name", std::string("bsplog"));
     Seed(out / "intent_json", "extras", InternalBroadcastManager::intentToJsonStr(intent));
+
+    LogConfig modem;
+    modem.folderName = "modem";
+    modem.inVendor = true;
+    modem.maxSize = 200 << 10;
+    modem.maxValidDay = 7;
+    modem.compress = true;
+    LogConfig ssr;
+    ssr.folderName = "ssr";
+    ssr.maxLogNumber = 5;
+    modem.children.push_back(ssr);
+    std::string config;
+    JsonHelper::ObjectToJson(modem, config);
+    Seed(out / "logconfig", "modem", "[" + config + "]");
+    Seed(out / "logconfig", "ramdump_name", "ramdump_modem_2024-03-07_12-05-09.bin");
     return 0;
 }

@@ -21,9 +21,9 @@ rm -rf "$corpus/seeds"
 mkdir -p "$dir/artifacts"
 
 declare -A dicts=([section]=dump [dump_partition]=dump [image_inspect]=dump
-                  [crash_parse]=logs [kmsg]=logs [intent_json]=json)
+                  [crash_parse]=logs [kmsg]=logs [intent_json]=json [logconfig]=logconfig)
 for name in section dump_partition crash_parse kmsg parcel frame intent_json image_inspect \
-            tzlog_dict; do
+            tzlog_dict logconfig; do
     mkdir -p "$corpus/$name"
     if [ -d "$corpus/seeds/$name" ]; then cp -n "$corpus/seeds/$name"/* "$corpus/$name"/; fi
     args=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1

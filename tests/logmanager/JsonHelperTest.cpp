@@ -99,6 +99,34 @@ TEST(JsonHelperTest, EachMemberTypeTakesOnlyItsJsonForms) {
     }
 }
 
+TEST(JsonHelperTest, EveryKeyTakesEveryKindOfValueWithoutHarm) {
+    // What each member kind accepts among these values, by index:
+    //                          "s"  5    -1   1.5  true []   {}   null
+    const std::map<std::string, std::vector<bool>> accepts = {
+            {"string", {true, true, true, true, false, false, true, true}},
+            {"bool", {false, false, false, false, true, false, false, false}},
+            {"unsigned", {false, true, false, false, false, false, false, false}},
+            {"array", {false, false, false, false, false, true, false, false}},
+    };
+    const char* const values[] = {"\"s\"", "5", "-1", "1.5", "true", "[]", "{}", "null"};
+    const auto kindOf = [](const std::string& type) {
+        if (type.find("string") != std::string::npos) return "string";
+        if (type.find("true or false") != std::string::npos) return "bool";
+        if (type.find("unsigned") != std::string::npos) return "unsigned";
+        return "array";
+    };
+    const auto types = JsonHelper::MemberTypes(LogConfig{});
+    ASSERT_EQ(types.size(), 13u);
+    for (const auto& [key, type] : types) {
+        for (size_t v = 0; v < std::size(values); ++v) {
+            SCOPED_TRACE(key + " = " + values[v]);
+            bool ok = false;
+            Convert("{\"" + key + "\": " + values[v] + "}", &ok);
+            EXPECT_EQ(ok, accepts.at(kindOf(type))[v]);
+        }
+    }
+}
+
 TEST(JsonHelperTest, ConversionStopsAtTheFirstBadMemberKeepingEarlierOnes) {
     bool ok = true;
     // maxSize comes before maxValidDay in the member list, after folderName.
