@@ -22,6 +22,10 @@ class ModuleBase {
     virtual bool OnInit() { return true; }
     // Called once on the module's own thread after every module's OnInit.
     virtual void OnAllModulesLoaded() {}
+    // Called on the manager's thread when the module is being removed, before
+    // its thread is stopped: a module whose other threads post to its thread
+    // stops them here.
+    virtual void OnStop() {}
     // Writes the module's state as text to fd. args holds the whole dump
     // command, the module's own name included.
     virtual void dump(int fd, const char** args, uint32_t nargs);

@@ -169,6 +169,7 @@ void removeModule(const std::string& name, bool safely) {
             entry.instance = nullptr;
         }
         if (instance != nullptr) {
+            instance->OnStop();
             if (HalvexHandlerThread* thread = instance->getModuleThread()) {
                 if (safely) thread->quitSafely();
                 delete thread;  // quits the looper and joins

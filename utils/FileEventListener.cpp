@@ -124,6 +124,11 @@ bool FileEventListener::removeWatching(int wd) {
     return false;
 }
 
+bool FileEventListener::isWatching(const std::string& path) {
+    std::lock_guard<std::mutex> lock(mWatchesLock);
+    return mWatches.count(path) != 0;
+}
+
 std::optional<std::string> FileEventListener::watchedPathOf(int wd) {
     std::lock_guard<std::mutex> lock(mWatchesLock);
     for (const auto& entry : mWatches) {
@@ -194,6 +199,9 @@ bool FileEventListener::deliver(const char* buf, size_t len) {
         if (event.len != 0 && nameBytes[0] != '0') {
             name.emplace(nameBytes, strnlen(nameBytes, event.len - 1));
         }
+        // The overflow event names no watch (its descriptor is -1): it is
+        // handled as an unknown descriptor, and announced on its own.
+        if ((event.mask & IN_Q_OVERFLOW) != 0) OnQueueOverflow();
         std::optional<std::string> watched = watchedPathOf(event.wd);
         if (!watched) {
             HALVEX_LOG_FN(ANDROID_LOG_WARN, LOG_TAG, kLoop,

@@ -31,11 +31,16 @@ class FileEventListener {
     virtual void OnFileEvent(uint32_t mask, std::optional<std::string> name,
                              const std::string& watchedPath);
 
+    // Runs on the listener's thread when the kernel's event queue overflowed:
+    // events were lost, for any watched folder.
+    virtual void OnQueueOverflow() {}
+
     // 0, -9 without an inotify descriptor, -114 when `path` is already
     // watched, or the errno of inotify_add_watch.
     int addWatching(std::string path, unsigned mask);
     bool removeWatching(std::string path);
     bool removeWatching(int wd);
+    bool isWatching(const std::string& path);
 
     static void listenLoop(FileEventListener* listener);
 
