@@ -10,12 +10,16 @@
 #include <android/binder_process.h>
 
 #include <cstdio>
+#include <cstring>
+#include <memory>
 #include <string>
 
 #include "framework/HalvexUtil.h"
 #include "platform/Platform.h"
+#include "tools/tessel-peer/LogConfigSender.h"
 #include "tools/tessel-peer/PeerServices.h"
 #include "utils/FileUtil.h"
+#include "utils/JsonUtil.h"
 
 namespace platform = zelkor::tessel::platform;
 using namespace zelkor::tessel;
@@ -57,12 +61,29 @@ std::shared_ptr<Service> Register() {
     return service;
 }
 
+// The configuration array of --log-config FILE; null without the option.
+bool ReadLogConfig(int argc, char** argv, Json::Value* config) {
+    if (argc == 1) return true;
+    if (argc != 3 || strcmp(argv[1], "--log-config") != 0) return false;
+    std::string text;
+    if (!android::base::ReadFileToString(argv[2], &text)) {
+        fprintf(stderr, "tessel-peer: cannot read %s\n", argv[2]);
+        return false;
+    }
+    if (!JsonUtil::ConvertStringToJson(text, *config)) {
+        fprintf(stderr, "tessel-peer: %s is not JSON\n", argv[2]);
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     if (!platform::InitPlatform(&argc, argv)) return 2;
-    if (argc != 1) {
-        fprintf(stderr, "usage: %s --root DIR\n", argv[0]);
+    Json::Value logConfig;
+    if (!ReadLogConfig(argc, argv, &logConfig)) {
+        fprintf(stderr, "usage: %s --root DIR [--log-config FILE.json]\n", argv[0]);
         return 2;
     }
     if (!DeclareServices()) {
@@ -74,6 +95,12 @@ int main(int argc, char** argv) {
     auto ssi = Register<HalvexSsiService>();
     auto ssiIntl = Register<HalvexSsiIntlService>();
     HalvexUtil::SetHalvexSsiIntl(ssiIntl);
+    // Lives as long as the process, registered on its bus.
+    static std::unique_ptr<LogConfigSender> sender;
+    if (!logConfig.isNull()) {
+        sender = std::make_unique<LogConfigSender>(logConfig);
+        sender->start();
+    }
     LOG(INFO) << "tessel-peer is serving";
     ABinderProcess_startThreadPool();
     ABinderProcess_joinThreadPool();

@@ -1,0 +1,229 @@
+// The log manager's folder check, driven in process on a temporary root: the
+// module object is used directly, without its thread, so every check runs on
+// the test's thread and file events are not acted on.
+#include "modules/LogManager/LogManagerVendor.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+#include "LogCapture.h"
+#include "TempRoot.h"
+#include "platform/Platform.h"
+#include "platform/Properties.h"
+#include "utils/JsonUtil.h"
+
+namespace zelkor::tessel {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::LogCapture;
+
+constexpr char kModem[] = "/data/vendor/bsplog/modem";
+
+// The dated name of the day `daysAgo` days before now, at 10:00:00.
+std::string DatedName(int daysAgo, const char* prefix = "", const char* suffix = "") {
+    const time_t then = time(nullptr) - static_cast<time_t>(daysAgo) * 86400;
+    struct tm local {};
+    localtime_r(&then, &local);
+    char text[96];
+    snprintf(text, sizeof(text), "%s%d-%02d-%02d_10-00-00%s", prefix, local.tm_year + 1900,
+             local.tm_mon + 1, local.tm_mday, suffix);
+    return text;
+}
+
+class LogManagerVendorTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(platform::SetRoot(mRoot.path())); }
+
+    std::string Host(const std::string& devicePath) const { return mRoot.path() + devicePath; }
+    // A file of `bytes` bytes at a device path.
+    void File(const std::string& devicePath, size_t bytes) const {
+        fs::create_directories(fs::path(Host(devicePath)).parent_path());
+        std::ofstream(Host(devicePath), std::ios::binary) << std::string(bytes, 'x');
+    }
+    // A dated entry: a folder holding one log file.
+    void Entry(const std::string& folder, const std::string& name, size_t bytes = 100) const {
+        File(folder + "/" + name + "/kernel.log", bytes);
+    }
+    std::vector<std::string> Names(const std::string& folder) const {
+        std::vector<std::string> names;
+        if (!fs::exists(Host(folder))) return names;
+        for (const auto& e : fs::directory_iterator(Host(folder))) {
+            names.push_back(e.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    // Applies a configuration as the broadcast would: the first one checks
+    // every managed folder and starts the listener.
+    void Configure(const std::string& json) {
+        Json::Value value;
+        ASSERT_TRUE(JsonUtil::ConvertStringToJson(json, value)) << json;
+        mModule.addFolderToManage(value);
+    }
+
+    testing::TempRoot mRoot;
+    LogCapture mLog;
+    LogManagerVendor mModule;
+};
+
+TEST_F(LogManagerVendorTest, CountLimitDeletesTheLexicallySmallestNames) {
+    // Deletion goes by name, not by date.
+    const std::vector<std::string> names = {
+            "2024-10-1_0-0-0",  "2024-9-30_0-0-0",  "2024-10-2_0-0-0",  "2024-10-3_0-0-0",
+            "2024-10-10_0-0-0", "2024-10-11_0-0-0", "2024-10-12_0-0-0", "2024-10-13_0-0-0",
+            "2024-10-14_0-0-0", "2024-10-15_0-0-0", "2024-10-16_0-0-0", "2024-10-17_0-0-0"};
+    for (const auto& name : names) Entry(kModem, name);
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 10}])");
+    auto left = Names(kModem);
+    EXPECT_EQ(left.size(), 10u);
+    // "2024-10-10_..." < "2024-10-11_..." < "2024-10-1_...": the first of
+    // October outlives the tenth and the eleventh.
+    EXPECT_EQ(std::count(left.begin(), left.end(), "2024-10-10_0-0-0"), 0);
+    EXPECT_EQ(std::count(left.begin(), left.end(), "2024-10-11_0-0-0"), 0);
+    EXPECT_EQ(std::count(left.begin(), left.end(), "2024-10-1_0-0-0"), 1);
+    EXPECT_EQ(mLog.count("Halvex-LogManagerVendor", "DeleteDirectoryOrFile succeed"), 2);
+    // The folder is made group-owned and open to all, as the log writers need.
+    struct stat st {};
+    ASSERT_EQ(stat(Host(kModem).c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0777u);
+    EXPECT_EQ(st.st_gid, 1000u);
+}
+
+TEST_F(LogManagerVendorTest, SizeLimitIsInKiBAndCountsFilesExactly) {
+    for (const char* name : {"a", "b", "c", "d"}) File(std::string(kModem) + "/" + name, 256 << 10);
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxSize": 1024}])");
+    EXPECT_EQ(Names(kModem).size(), 4u) << "exactly 1 MiB is within 1024 KiB";
+
+    File(std::string(kModem) + "/e", 1);
+    ASSERT_TRUE(mModule.CheckAndClean(kModem));
+    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"b", "c", "d", "e"}));
+}
+
+TEST_F(LogManagerVendorTest, AgeLimitReadsDatedFoldersAndRamdumpFileNames) {
+    const std::string ssr = "/data/vendor/bsplog/ssr";
+    for (int days : {30, 8, 6, 0}) Entry(kModem, DatedName(days));
+    for (int days : {30, 8, 0}) File(ssr + "/" + DatedName(days, "ramdump_modem_", ".bin"), 10);
+    File(ssr + "/notes.txt", 10);  // not a ramdump name: neither counted nor deleted
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxValidDay": 7},
+                  {"folderName": "ssr", "inVendor": true, "maxValidDay": 7,
+                   "watchSSRRamdumpHack": true}])");
+    EXPECT_EQ(Names(kModem), (std::vector<std::string>{DatedName(6), DatedName(0)}));
+    EXPECT_EQ(Names(ssr),
+              (std::vector<std::string>{"notes.txt", DatedName(0, "ramdump_modem_", ".bin")}));
+    EXPECT_TRUE(mLog.contains("Halvex-LogManagerVendor",
+                              "[CheckAndClean] OldRamdumpFileFormatHack: fileName notes.txt not "
+                              "matched regex, skip!"));
+}
+
+TEST_F(LogManagerVendorTest, ParentsAreLeftToTheirChildrenAndPushOnlyFoldersKeepEverything) {
+    const std::string child = std::string(kModem) + "/ssr";
+    const std::string push = "/data/vendor/bsplog/audio";
+    for (const char* name : {"1", "2", "3"}) {
+        Entry(kModem, std::string("x") + name);
+        Entry(child, name);
+        Entry(push, name);
+    }
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 1,
+                   "children": [{"folderName": "ssr", "inVendor": true, "maxLogNumber": 1}]},
+                  {"folderName": "audio", "inVendor": true, "maxLogNumber": 1,
+                   "pushEventOnly": true}])");
+    EXPECT_EQ(Names(child), (std::vector<std::string>{"3"}));
+    EXPECT_EQ(Names(kModem).size(), 4u) << "three entries and the child folder";
+    EXPECT_EQ(Names(push).size(), 3u);
+    EXPECT_TRUE(mLog.contains("Halvex-LogManagerVendor",
+                              "[CheckAndClean] found children items, ignore master folder clean"));
+    // Appending again re-points every child at the record the module holds.
+    Configure(R"([{"folderName": "wlan", "inVendor": true, "maxLogNumber": 1,
+                   "children": [{"folderName": "fw", "inVendor": true, "maxLogNumber": 1}]}])");
+    for (const auto& config : mModule.configs()) {
+        for (const auto& c : config.children) EXPECT_EQ(c.parent, &config);
+    }
+    EXPECT_TRUE(fs::is_directory(Host("/data/vendor/bsplog/wlan/fw")));
+    // Records without a limit or outside the vendor side are not touched.
+    Configure(R"([{"folderName": "nolimit", "inVendor": true},
+                  {"folderName": "other", "maxLogNumber": 1}])");
+    EXPECT_FALSE(fs::exists(Host("/data/vendor/bsplog/nolimit")));
+    EXPECT_FALSE(fs::exists(Host("/data/kestralog/bsp/other")));
+}
+
+TEST_F(LogManagerVendorTest, CompressionZipsAllAtStartUpThenLeavesTheNewest) {
+    for (const char* name : {"a", "b"}) Entry(kModem, name, 5000);
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 10,
+                   "compress": true}])");
+    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"a.zip", "b.zip"})) << "start-up pass";
+    struct stat st {};
+    ASSERT_EQ(stat(Host(std::string(kModem) + "/a.zip").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0775u);
+
+    for (const char* name : {"c", "d", "e"}) Entry(kModem, name, 5000);
+    // An entry that cannot be read whole: its archive is dropped, it stays.
+    fs::create_directories(Host(std::string(kModem) + "/bad"));
+    fs::create_symlink("/nowhere", Host(std::string(kModem) + "/bad/dangling"));
+    ASSERT_TRUE(mModule.CheckAndClean(kModem));
+    EXPECT_EQ(Names(kModem),
+              (std::vector<std::string>{"a.zip", "b.zip", "bad", "c.zip", "d.zip", "e"}));
+    EXPECT_TRUE(mLog.contains(
+            "Halvex-LogManagerVendor",
+            "[CheckAndClean] Compress the path: " + std::string(kModem) + "/bad returned error!"));
+}
+
+TEST_F(LogManagerVendorTest, OldEntriesMoveToTheReusePartitionWithinItsQuota) {
+    ASSERT_TRUE(platform::SetProperty("persist.sys.abreuse.abstatus", "1"));
+    const std::string reuse = "/mnt/reuse/bsplog/modem";
+    for (const char* name : {"r1", "r2"}) Entry(reuse, name, 30 << 10);
+    Entry(kModem, "a", 30 << 10);
+    Entry(kModem, "b", 200 << 10);  // larger than the whole reuse quota
+    Entry(kModem, "c", 10 << 10);
+    Entry(kModem, "d", 10 << 10);
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 1,
+                   "reuseMaxSize": 100}])");
+    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"d"}));
+    // a fitted beside r1 and r2; b was larger than the quota and only deleted;
+    // c made room by dropping the reuse side's first name, which was a.
+    EXPECT_EQ(Names(reuse), (std::vector<std::string>{"c", "r1", "r2"}));
+    EXPECT_TRUE(mLog.contains(
+            "Halvex-LogManagerVendor",
+            "[CheckAndClean] Start delete A/B reused partition file: " + reuse + "/a"));
+    EXPECT_TRUE(mLog.contains(
+            "Halvex-LogManagerVendor",
+            "[CheckAndClean] Log " + std::string(kModem) + "/b size is too large to move file."));
+    std::ifstream moved(Host(reuse + "/c/kernel.log"), std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(moved), {}), std::string(10 << 10, 'x'));
+
+    // Closed partition: entries are deleted, nothing more is copied there.
+    ASSERT_TRUE(platform::SetProperty("persist.sys.abreuse.abstatus", "0"));
+    Entry(kModem, "e");
+    ASSERT_TRUE(mModule.CheckAndClean(kModem));
+    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"e"}));
+    EXPECT_EQ(Names(reuse), (std::vector<std::string>{"c", "r1", "r2"}));
+}
+
+TEST_F(LogManagerVendorTest, UnknownVanishedOrReplacedFoldersAreSkipped) {
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 1}])");
+    EXPECT_FALSE(mModule.CheckAndClean("/data/vendor/bsplog/unknown"));
+    EXPECT_TRUE(mLog.contains("Halvex-LogManagerVendor",
+                              "[CheckAndClean] get config failed for /data/vendor/bsplog/unknown"));
+    fs::remove_all(Host(kModem));
+    EXPECT_FALSE(mModule.CheckAndClean(kModem));
+    std::ofstream(Host(kModem)) << "now a file";
+    EXPECT_FALSE(mModule.CheckAndClean(kModem));
+    EXPECT_EQ(mLog.count("Halvex-LogManagerVendor",
+                         "[CheckAndClean] can not open dir " + std::string(kModem)),
+              2);
+    // Entries other than folders and files count for nothing and are still
+    // deleted first by name.
+    fs::remove(Host(kModem));
+    Entry(kModem, "b");
+    ASSERT_EQ(mkfifo(Host(std::string(kModem) + "/a-fifo").c_str(), 0600), 0);
+    ASSERT_TRUE(mModule.CheckAndClean(kModem));
+    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"b"}));
+}
+
+}  // namespace
+}  // namespace zelkor::tessel
