@@ -39,10 +39,26 @@ else
     section "booting the demo root in $root again (its dump was taken by the last run)"
 fi
 
+# Log folders for the log manager: more dated modem logs than its limit of
+# four, made before the daemon starts.
+bsplog=$root/data/vendor/bsplog
+for day in 18 19 20 21 22 23; do
+    mkdir -p "$bsplog/modem/2026-11-${day}_9-30-0"
+    python3 -c 'import sys; sys.stdout.write("modem: link up\n" * 4000)' \
+        >"$bsplog/modem/2026-11-${day}_9-30-0/modem.log"
+done
+section "log folders before the daemon starts"
+find "$bsplog" -mindepth 2 -maxdepth 2 | sort
+
 log=$root/.logs
 mkdir -p "$log"
-"$bin/tessel-peer" --root "$root" 2>"$log/peer.log" &
+"$bin/tessel-peer" --root "$root" --log-config "$here/bsp_log_config.json" 2>"$log/peer.log" &
 peer=$!
+# The system side is up before the daemon announces itself to it.
+for _ in $(seq 1 100); do
+    grep -q 'tessel-peer is serving' "$log/peer.log" && break
+    sleep 0.1
+done
 "$bin/tesseld" --root "$root" 2>"$log/tesseld.log" &
 daemon=$!
 trap 'kill $daemon $peer 2>/dev/null; wait 2>/dev/null || true' EXIT
@@ -80,3 +96,29 @@ section "newest dotting records"
     python3 -c 'import json, sys
 d = json.load(sys.stdin)["blackbox"].get("dotting", {})
 for r in (d.get("boot", []) + d.get("ring", []))[-5:]: print(r)'
+
+section "log manager: the configuration the system side sent (demo/bsp_log_config.json)"
+cat "$here/bsp_log_config.json"
+for _ in $(seq 1 100); do
+    grep -q 'LogMgrFileEventListener(' "$log/tesseld.log" && break
+    sleep 0.1
+done
+section "modem after the start-up check: four newest kept, each zipped"
+ls -l "$bsplog/modem"
+# New wlan logs past its 256 KiB quota, written while the daemon watches. A
+# folder is checked when an entry appears in it, so the fourth entry's
+# arrival finds the three full ones before it.
+for n in 1 2 3 4; do
+    mkdir -p "$bsplog/wlan/2026-11-25_10-0-$n"
+    head -c 120000 /dev/urandom >"$bsplog/wlan/2026-11-25_10-0-$n/fw.bin"
+done
+for _ in $(seq 1 100); do
+    grep -q 'logManage' "$root/data/peer/reports.jsonl" 2>/dev/null && break
+    sleep 0.1
+done
+section "wlan after four 120 KiB entries (quota 256 KiB): the oldest went"
+ls "$bsplog/wlan"
+section "clean report sent to the system side (<root>/data/peer/reports.jsonl)"
+cat "$root/data/peer/reports.jsonl" 2>/dev/null || echo "(none)"
+section "tesselctl dump Halvex.LogManager"
+"$bin/tesselctl" --root "$root" dump Halvex.LogManager
