@@ -33,6 +33,8 @@ BASELINES = [
     ("binder call", "the same exchange as a bare ping-pong over a Unix socket pair"),
     ("compress", "zlib -9 on one thread, in process; pigz -9 -z with the same thread count"),
     ("zip", "Info-ZIP zip -r -6 of the same folder; Python's zipfile at level 6"),
+    ("log manager", "the same deletion by `ls | sort | head -n N | xargs rm -rf` in the folder; "
+     "per event: creating the entry and running that pipeline for one entry"),
     ("boot run", "reading the partitions once and compressing the raw dump once with zlib -9, "
      "in process; peak memory is tesseld's VmHWM"),
 ]
@@ -58,6 +60,9 @@ ROWS = [
     ("round_trip_64KiB_string", "binder call, 64 KiB String, round trip", "time_us"),
     ("round_trip_1MiB_string", "binder call, 1 MiB String, round trip", "time_us"),
     ("round_trip_16MiB_string", "binder call, 16 MiB String, round trip", "time_us"),
+    ("logmgr/clean_10000_to_1000", "log folder check, 10,000 entries to 1,000", "time_us"),
+    ("logmgr/event_to_check", "new entry to the end of its check, folder at its limit",
+     "time_us"),
 ]
 
 

@@ -59,7 +59,7 @@ bool IsDotEntry(const char* name) {
 // One pass over an open folder: names (filtered by the ramdump form when
 // `ramdumpNames`) and their bytes. The folder is closed here.
 uint64_t ScanFolder(DIR* dir, const std::string& hostDir, bool ramdumpNames,
-                    std::vector<std::string>* names, const char* caller) {
+                    LogManagerVendor::NameList* names, const char* caller) {
     uint64_t total = 0;
     while (const dirent* entry = readdir(dir)) {
         if (IsDotEntry(entry->d_name)) continue;
@@ -101,7 +101,7 @@ uint64_t ScanFolder(DIR* dir, const std::string& hostDir, bool ramdumpNames,
 
 }  // namespace
 
-uint64_t LogManagerVendor::getDirTotalSize(const std::string& path, std::vector<std::string>* names,
+uint64_t LogManagerVendor::getDirTotalSize(const std::string& path, NameList* names,
                                            const LogConfig* config) {
     const std::string host = platform::DevicePath(path);
     DIR* dir = opendir(host.c_str());
@@ -114,7 +114,7 @@ uint64_t LogManagerVendor::getDirTotalSize(const std::string& path, std::vector<
 }
 
 bool LogManagerVendor::DeleteFileUpdateDirConfig(const std::string& path, uint64_t* total,
-                                                 std::vector<std::string>* names) {
+                                                 NameList* names) {
     uint64_t removed = 0;
     const int result = FileUtil::DeleteDirectoryOrFile(platform::DevicePath(path), &removed);
     if (!names->empty()) names->erase(names->begin());
@@ -148,7 +148,7 @@ bool LogManagerVendor::CheckAndClean(const std::string& path) {
         HLOGE("can not open dir %s", path.c_str());
         return false;
     }
-    std::vector<std::string> names;
+    NameList names;
     uint64_t total = ScanFolder(dir, host, config.watchSSRRamdumpHack, &names, "CheckAndClean");
     CheckFigures figures;
     figures.entries = names.size();

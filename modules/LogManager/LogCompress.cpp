@@ -50,7 +50,7 @@ bool LogManagerVendor::Compress(std::string path) {
 }
 
 void LogManagerVendor::compressPass(const std::string& path, const LogConfig& config,
-                                    const std::vector<std::string>& names) {
+                                    const NameList& names) {
     size_t count = names.size();
     // The newest entry may still be written: without a delay of its own it is
     // left for a later pass, except in the start-up pass of a folder zipped at once.
@@ -106,8 +106,7 @@ void LogManagerVendor::scheduleCompress(const std::string& fullPath, uint32_t de
 }
 
 void LogManagerVendor::removeOldest(const std::string& path, const LogConfig& config,
-                                    uint64_t* total, std::vector<std::string>* names,
-                                    CheckFigures* figures) {
+                                    uint64_t* total, NameList* names, CheckFigures* figures) {
     const std::string& name = names->front();
     const std::string fullPath = path + "/" + name;
     std::string reuseFolder = mReuseRoot + "/";
@@ -127,16 +126,15 @@ void LogManagerVendor::removeOldest(const std::string& path, const LogConfig& co
 
 void LogManagerVendor::moveToReuse(const std::string& fullPath, const std::string& reuseFolder,
                                    const std::string& reuseFullPath, const LogConfig& config,
-                                   uint64_t* total, std::vector<std::string>* names,
-                                   CheckFigures* figures) {
+                                   uint64_t* total, NameList* names, CheckFigures* figures) {
     static constexpr char kFn[] = "CheckAndClean";
-    std::vector<std::string> reuseNames;
+    NameList reuseNames;
     uint64_t reuseSize = getDirTotalSize(reuseFolder, &reuseNames, &config);
     const uint64_t reuseBefore = reuseSize;
     const std::string hostEntry = platform::DevicePath(fullPath);
     uint64_t entrySize;
     if (FileUtil::IsDirectory(hostEntry)) {
-        std::vector<std::string> ignored;
+        NameList ignored;
         entrySize = getDirTotalSize(fullPath, &ignored, &config);
     } else {
         entrySize = FileUtil::GetFileSize(hostEntry);

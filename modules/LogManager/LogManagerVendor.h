@@ -9,6 +9,7 @@
 #include <sys/inotify.h>
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -29,6 +30,9 @@ class LogMgrFileEventListener;
 
 class LogManagerVendor : public ModuleBase {
   public:
+    // A folder's entry names; the oldest are taken off the front one by one.
+    using NameList = std::deque<std::string>;
+
     static constexpr char kName[] = "Halvex.LogManager";
     static constexpr uint32_t kWatchMask = IN_CREATE | IN_DELETE_SELF | IN_ONLYDIR;
     static constexpr char kDisableProperty[] = "persist.bsp.logmgr.disable";
@@ -59,12 +63,10 @@ class LogManagerVendor : public ModuleBase {
     bool CheckAndClean(const std::string& path);
     // Fills `names` with the folder's entries (ramdump names only, when the
     // record says so) and returns their bytes; 0 when it cannot be opened.
-    uint64_t getDirTotalSize(const std::string& path, std::vector<std::string>* names,
-                             const LogConfig* config);
+    uint64_t getDirTotalSize(const std::string& path, NameList* names, const LogConfig* config);
     // Deletes `path`, drops the first name and takes the freed bytes off
     // `total`; on failure the name is dropped all the same.
-    bool DeleteFileUpdateDirConfig(const std::string& path, uint64_t* total,
-                                   std::vector<std::string>* names);
+    bool DeleteFileUpdateDirConfig(const std::string& path, uint64_t* total, NameList* names);
 
     bool isReuseOpen();
     // Zips `path` into `path`.zip beside it and removes the source.
@@ -96,12 +98,11 @@ class LogManagerVendor : public ModuleBase {
     // Takes the names' first entry out of the folder: moved to the reuse
     // partition when it is open and the folder has a reuse quota, else deleted.
     void removeOldest(const std::string& path, const LogConfig& config, uint64_t* total,
-                      std::vector<std::string>* names, CheckFigures* figures);
+                      NameList* names, CheckFigures* figures);
     void moveToReuse(const std::string& fullPath, const std::string& reuseFolder,
                      const std::string& reuseFullPath, const LogConfig& config, uint64_t* total,
-                     std::vector<std::string>* names, CheckFigures* figures);
-    void compressPass(const std::string& path, const LogConfig& config,
-                      const std::vector<std::string>& names);
+                     NameList* names, CheckFigures* figures);
+    void compressPass(const std::string& path, const LogConfig& config, const NameList& names);
     void scheduleCompress(const std::string& fullPath, uint32_t delaySec);
     uint64_t zippedSize(const std::string& path);
     // Points every child at the record that now holds it.
