@@ -4,7 +4,25 @@
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 
+#include <initializer_list>
+#include <string>
+#include <utility>
+
 namespace zelkor::tessel::bench {
+
+// Registers "<workload>/<impl>" for each implementation as runs that take
+// seconds each: three single-iteration repetitions of manually timed work.
+inline void RegisterSingleShots(
+        const std::string& workload,
+        std::initializer_list<std::pair<const char*, void (*)(benchmark::State&)>> impls) {
+    for (const auto& [impl, fn] : impls) {
+        benchmark::RegisterBenchmark((workload + "/" + impl).c_str(), fn)
+                ->UseManualTime()
+                ->Iterations(1)
+                ->Repetitions(3)
+                ->Unit(benchmark::kMillisecond);
+    }
+}
 
 // Registers the runs with `registerRuns` and runs those the command line
 // selects. `quiet` drops the process's log lines: the steps being timed log

@@ -122,18 +122,9 @@ void BM_Pigz(benchmark::State& state) {
 }
 
 void Register() {
-    const std::string name =
-            "compress/rawdump:" + std::to_string(CompressRoot::Get().size() >> 20) + "MiB_mixed";
-    // Each run takes seconds: a few single-iteration repetitions are enough.
-    for (auto [impl, fn] :
-         {std::pair{"/halvex", BM_CompressMinidump}, std::pair{"/baseline", BM_ZlibOneThread},
-          std::pair{"/pigz", BM_Pigz}}) {
-        benchmark::RegisterBenchmark((name + impl).c_str(), fn)
-                ->UseManualTime()
-                ->Iterations(1)
-                ->Repetitions(3)
-                ->Unit(benchmark::kMillisecond);
-    }
+    RegisterSingleShots(
+            "compress/rawdump:" + std::to_string(CompressRoot::Get().size() >> 20) + "MiB_mixed",
+            {{"halvex", BM_CompressMinidump}, {"baseline", BM_ZlibOneThread}, {"pigz", BM_Pigz}});
 }
 
 }  // namespace

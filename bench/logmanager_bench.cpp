@@ -174,14 +174,8 @@ void BM_EventShell(benchmark::State& state) {
 }
 
 void Register() {
-    for (auto [name, fn] : {std::pair{"logmgr/clean_10000_to_1000/halvex", BM_CheckAndClean},
-                            std::pair{"logmgr/clean_10000_to_1000/baseline", BM_ShellPipeline}}) {
-        benchmark::RegisterBenchmark(name, fn)
-                ->UseManualTime()
-                ->Iterations(1)
-                ->Repetitions(3)
-                ->Unit(benchmark::kMillisecond);
-    }
+    RegisterSingleShots("logmgr/clean_10000_to_1000",
+                        {{"halvex", BM_CheckAndClean}, {"baseline", BM_ShellPipeline}});
     for (auto [name, fn] : {std::pair{"logmgr/event_to_check/halvex", BM_EventToCheck},
                             std::pair{"logmgr/event_to_check/baseline", BM_EventShell}}) {
         benchmark::RegisterBenchmark(name, fn)->UseManualTime()->Iterations(200)->Unit(

@@ -183,16 +183,8 @@ void BM_Python(benchmark::State& state) {
 }
 
 void Register() {
-    const std::string name =
-            "zip/log_folder:" + std::to_string(ZipRoot::Get().size() >> 20) + "MiB";
-    for (auto [impl, fn] : {std::pair{"/halvex", BM_ZipFile}, std::pair{"/baseline", BM_InfoZip},
-                            std::pair{"/python", BM_Python}}) {
-        benchmark::RegisterBenchmark((name + impl).c_str(), fn)
-                ->UseManualTime()
-                ->Iterations(1)
-                ->Repetitions(3)
-                ->Unit(benchmark::kMillisecond);
-    }
+    RegisterSingleShots("zip/log_folder:" + std::to_string(ZipRoot::Get().size() >> 20) + "MiB",
+                        {{"halvex", BM_ZipFile}, {"baseline", BM_InfoZip}, {"python", BM_Python}});
 }
 
 }  // namespace
