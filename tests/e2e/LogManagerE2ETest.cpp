@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -119,10 +120,14 @@ TEST_F(LogManagerE2ETest, FoldersAreKeptWithinTheirLimitsAsEntriesArrive) {
     EXPECT_EQ(count("Start Checking " + modem), checks + 1);
 
     // Over the size quota: the oldest go and the clean report says so.
+    // A check runs when an entry appears, maybe before its log is written:
+    // the third entry's arrival finds the two full ones at the latest.
     Entry(wlan, "2026-11-1_1-0-0", 40 << 10);
     Entry(wlan, "2026-11-2_1-0-0", 40 << 10);
-    ASSERT_TRUE(WaitFor([&] { return Names(wlan).size() == 1; })) << log();
-    EXPECT_EQ(Names(wlan), (std::vector<std::string>{"2026-11-2_1-0-0"}));
+    Entry(wlan, "2026-11-3_1-0-0");
+    ASSERT_TRUE(WaitFor([&] {
+        return Names(wlan) == std::vector<std::string>{"2026-11-2_1-0-0", "2026-11-3_1-0-0"};
+    })) << log();
     // Push-only: reported, never cleaned.
     Entry(audio, "2026-11-1_1-0-0", 2000);
     ASSERT_TRUE(WaitFor([&] { return Reports().size() >= 2; })) << log();
@@ -217,6 +222,35 @@ TEST_F(LogManagerE2ETest, ConfigurationBroadcastsAreDebouncedAndCheckedByKind) {
     EXPECT_TRUE(fs::is_directory(Host(std::string(kBsplog) + "/appended")));
     const std::string dump = ctl({"dump", "Halvex.LogManager"});
     EXPECT_NE(dump.find("2 folder record(s)"), npos) << dump;
+}
+
+TEST_F(LogManagerE2ETest, ExpiredEntriesMoveToTheReusePartitionWhileItIsOpen) {
+    const std::string modem = std::string(kBsplog) + "/modem";
+    const std::string reuse = "/mnt/reuse/bsplog/modem";
+    // Dated names of days before today; zero-padded, so name order is date order.
+    auto dated = [](int daysAgo) {
+        const time_t then = time(nullptr) - static_cast<time_t>(daysAgo) * 86400;
+        struct tm local {};
+        localtime_r(&then, &local);
+        char text[32];
+        strftime(text, sizeof(text), "%Y-%m-%d_10-00-00", &local);
+        return std::string(text);
+    };
+    ctl({"setprop", "persist.sys.abreuse.abstatus", "true"});
+    Entry(modem, dated(30), 10 << 10);
+    Entry(modem, dated(0));
+    Start(R"([{"folderName": "modem", "inVendor": true, "maxValidDay": 7,
+               "reuseMaxSize": 100}])");
+    EXPECT_EQ(Names(modem), (std::vector<std::string>{dated(0)}));
+    EXPECT_EQ(Names(reuse), (std::vector<std::string>{dated(30)}));
+    EXPECT_EQ(ReadWholeFile(Host(reuse + "/" + dated(30) + "/log")), std::string(10 << 10, 'l'));
+
+    // Closed, the partition gets nothing more: the next expired entry is deleted.
+    ctl({"setprop", "persist.sys.abreuse.abstatus", "false"});
+    Entry(modem, dated(20));
+    ASSERT_TRUE(WaitFor([&] { return Names(modem) == std::vector<std::string>{dated(0)}; }))
+            << log();
+    EXPECT_EQ(Names(reuse), (std::vector<std::string>{dated(30)}));
 }
 
 TEST_F(LogManagerE2ETest, ThePropertyKeepsTheModuleFromLoading) {

@@ -204,6 +204,21 @@ TEST_F(LogManagerVendorTest, OldEntriesMoveToTheReusePartitionWithinItsQuota) {
     EXPECT_EQ(Names(reuse), (std::vector<std::string>{"c", "r1", "r2"}));
 }
 
+TEST_F(LogManagerVendorTest, LostEventsMakeEveryWatchedFolderChecked) {
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 1},
+                  {"folderName": "wlan", "inVendor": true, "maxLogNumber": 1},
+                  {"folderName": "other", "maxLogNumber": 1}])");
+    const std::string wlan = "/data/vendor/bsplog/wlan";
+    for (const char* name : {"a", "b"}) {
+        Entry(kModem, name);
+        Entry(wlan, name);
+    }
+    // Here no thread acts on the events: as if the kernel had dropped them.
+    mModule.checkAllWatched();
+    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"b"}));
+    EXPECT_EQ(Names(wlan), (std::vector<std::string>{"b"}));
+}
+
 TEST_F(LogManagerVendorTest, UnknownVanishedOrReplacedFoldersAreSkipped) {
     Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 1}])");
     EXPECT_FALSE(mModule.CheckAndClean("/data/vendor/bsplog/unknown"));

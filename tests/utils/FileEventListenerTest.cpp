@@ -159,6 +159,54 @@ TEST_F(FileEventListenerTest, WatchesAreAddedOnceAndRemovedByPathOrDescriptor) {
     EXPECT_EQ(events[1].watched, "/logs/b");
 }
 
+// Held in its first callback until released, so the kernel's queue fills up.
+class StalledListener : public FileEventListener {
+  public:
+    explicit StalledListener(const std::vector<std::string>& paths)
+        : FileEventListener("Stalled", paths, IN_CREATE) {}
+    ~StalledListener() override { stopListening(); }
+    void OnFileEvent(uint32_t, std::optional<std::string>, const std::string&) override {
+        std::unique_lock<std::mutex> lock(mLock);
+        mCond.wait(lock, [&] { return mReleased; });
+    }
+    void OnQueueOverflow() override {
+        std::lock_guard<std::mutex> lock(mLock);
+        mOverflowed = true;
+        mCond.notify_all();
+    }
+    void release() {
+        std::lock_guard<std::mutex> lock(mLock);
+        mReleased = true;
+        mCond.notify_all();
+    }
+    bool waitForOverflow() {
+        std::unique_lock<std::mutex> lock(mLock);
+        return mCond.wait_for(lock, 20s, [&] { return mOverflowed; });
+    }
+
+  private:
+    std::mutex mLock;
+    std::condition_variable mCond;
+    bool mReleased = false;
+    bool mOverflowed = false;
+};
+
+TEST_F(FileEventListenerTest, AQueueOverflowIsAnnounced) {
+    size_t limit = 0;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
+    if (limit == 0 || limit > 100000) GTEST_SKIP() << "inotify queue limit " << limit;
+    StalledListener listener({"/logs/a"});
+    // More creations than the queue holds while the first callback waits,
+    // with room for what the loop's first read took out of it.
+    for (size_t i = 0; i < limit + 600; ++i) {
+        std::ofstream(mRoot.path() + "/logs/a/" + std::to_string(i));
+    }
+    listener.release();
+    EXPECT_TRUE(listener.waitForOverflow());
+    // The overflow event names no watch: dropped like any unknown descriptor.
+    EXPECT_TRUE(WaitForLine(mLog, "wd -1 is not in our watching list, remove watching!"));
+}
+
 TEST_F(FileEventListenerTest, ListenersComeAndGoWithoutLeakingDescriptorsOrThreads) {
     const size_t fdsBefore = CountEntries("/proc/self/fd");
     const size_t threadsBefore = CountEntries("/proc/self/task");
