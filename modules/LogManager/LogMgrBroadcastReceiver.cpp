@@ -29,9 +29,10 @@ void LogMgrBroadcastReceiver::onReceive(Intent intent) {
         sLastConfigChangedMs = now;
     }
     LogManagerVendor* module = mModule;
+    const std::string action = intent.getAction();
     if (!module->post([module, intent = std::move(intent)] { apply(module, intent); })) {
         HALVEX_LOG_FN(ANDROID_LOG_WARN, kReceiverTag, "onReceive",
-                      "%s arrived before the module runs, dropped", intent.getAction().c_str());
+                      "%s arrived before the module runs, dropped", action.c_str());
     }
 }
 
