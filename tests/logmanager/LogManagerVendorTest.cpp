@@ -7,12 +7,14 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <any>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 
 #include "LogCapture.h"
 #include "TempRoot.h"
+#include "modules/LogManager/LogMgrBroadcastReceiver.h"
 #include "platform/Platform.h"
 #include "platform/Properties.h"
 #include "utils/JsonUtil.h"
@@ -217,6 +219,45 @@ TEST_F(LogManagerVendorTest, LostEventsMakeEveryWatchedFolderChecked) {
     mModule.checkAllWatched();
     EXPECT_EQ(Names(kModem), (std::vector<std::string>{"b"}));
     EXPECT_EQ(Names(wlan), (std::vector<std::string>{"b"}));
+}
+
+TEST_F(LogManagerVendorTest, ReceiverTakesEachKindOfConfigurationExtra) {
+    auto intent = [](const char* action, const char* key, ExtraValue value) {
+        Intent i(action);
+        i.putExtra(key, std::move(value));
+        return i;
+    };
+    constexpr char kAppend[] = "zelkor.halvex.logmgr.config_append";
+    constexpr char kTag[] = "Halvex-LogMgr-onReceive";
+    LogConfig record;
+    record.folderName = "modem";
+    record.inVendor = true;
+    record.maxLogNumber = 1;
+    // A record in the any-typed slot, as an in-process sender puts it.
+    LogMgrBroadcastReceiver::apply(&mModule, intent(kAppend, "config", std::any(record)));
+    ASSERT_EQ(mModule.configs().size(), 1u);
+    EXPECT_TRUE(fs::is_directory(Host(kModem)));
+    LogMgrBroadcastReceiver::apply(&mModule, intent(kAppend, "config", std::any(42)));
+    EXPECT_TRUE(mLog.contains(kTag, "[apply] obj is not a valid LogConfig! e.what bad any_cast"));
+    LogMgrBroadcastReceiver::apply(&mModule, intent(kAppend, "config", std::string("modem")));
+    EXPECT_TRUE(mLog.contains(kTag, "[apply] Intent extra is invalid for log manager!!"));
+    LogMgrBroadcastReceiver::apply(&mModule, Intent(kAppend));  // no extras: nothing
+    EXPECT_EQ(mModule.configs().size(), 1u);
+
+    Json::Value list;
+    ASSERT_TRUE(JsonUtil::ConvertStringToJson(
+            R"([{"folderName": "wlan", "inVendor": true, "maxLogNumber": 2}])", list));
+    LogMgrBroadcastReceiver::apply(&mModule,
+                                   intent("zelkor.halvex.logmgr.config_changed", "config", list));
+    ASSERT_EQ(mModule.configs().size(), 1u) << "replaced whole";
+    EXPECT_EQ(mModule.configs()[0].folderName, "wlan");
+
+    // Not running yet (no module thread): the broadcast is named and dropped.
+    LogMgrBroadcastReceiver receiver(&mModule);
+    receiver.onReceive(intent(kAppend, "config", list));
+    EXPECT_TRUE(mLog.contains("Halvex-LogMgrBroadcastReceiver",
+                              "[onReceive] zelkor.halvex.logmgr.config_append arrived before the "
+                              "module runs, dropped"));
 }
 
 TEST_F(LogManagerVendorTest, UnknownVanishedOrReplacedFoldersAreSkipped) {
