@@ -253,6 +253,38 @@ TEST_F(LogManagerE2ETest, ExpiredEntriesMoveToTheReusePartitionWhileItIsOpen) {
     EXPECT_EQ(Names(reuse), (std::vector<std::string>{dated(30)}));
 }
 
+TEST_F(LogManagerE2ETest, ChildrenRamdumpNamesAndTheReuseQuotaAtStart) {
+    const std::string modem = std::string(kBsplog) + "/modem";
+    const std::string ssr = modem + "/ssr";
+    const std::string gps = std::string(kBsplog) + "/gps";
+    const std::string reuse = "/mnt/reuse/bsplog/gps";
+    Entry(modem, "2026-1-1_0-0-0");
+    Entry(modem, "2026-1-2_0-0-0");
+    for (const char* name : {"ramdump_adsp_2020-01-01_00-00-00.bin",
+                             "ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}) {
+        fs::create_directories(Host(ssr));
+        std::ofstream(Host(ssr + "/" + name)) << "dump";
+    }
+    Entry(reuse, "r1", 40 << 10);
+    Entry(reuse, "r2", 40 << 10);
+    Entry(gps, "a", 200 << 10);  // larger than the whole reuse quota
+    Entry(gps, "b", 40 << 10);
+    Entry(gps, "c");
+    ctl({"setprop", "persist.sys.abreuse.abstatus", "1"});
+    Start(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 1,
+               "children": [{"folderName": "ssr", "inVendor": true, "maxValidDay": 7,
+                             "watchSSRRamdumpHack": true}]},
+              {"folderName": "gps", "inVendor": true, "maxLogNumber": 1, "reuseMaxSize": 100}])");
+    // The parent is left alone; its child loses only its expired ramdump.
+    EXPECT_EQ(Names(modem), (std::vector<std::string>{"2026-1-1_0-0-0", "2026-1-2_0-0-0", "ssr"}));
+    EXPECT_EQ(Names(ssr),
+              (std::vector<std::string>{"ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}));
+    // a was deleted, never moved; b made room by dropping r1.
+    EXPECT_EQ(Names(gps), (std::vector<std::string>{"c"}));
+    EXPECT_EQ(Names(reuse), (std::vector<std::string>{"b", "r2"}));
+    EXPECT_NE(log().find("Log " + gps + "/a size is too large to move file."), npos);
+}
+
 TEST_F(LogManagerE2ETest, ThePropertyKeepsTheModuleFromLoading) {
     Subprocess set(
             {"tesselctl", "--root", mRoot.path(), "setprop", "persist.bsp.logmgr.disable", "true"},

@@ -4,6 +4,7 @@
 #include "modules/LogManager/LogManagerVendor.h"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -36,6 +37,33 @@ std::string DatedName(int daysAgo, const char* prefix = "", const char* suffix =
     snprintf(text, sizeof(text), "%s%d-%02d-%02d_10-00-00%s", prefix, local.tm_year + 1900,
              local.tm_mon + 1, local.tm_mday, suffix);
     return text;
+}
+
+// A small tmpfs over a folder for one test, so that writes there run out of
+// space; unmounted when it goes. Not every machine lets a test mount.
+class SmallDisk {
+  public:
+    SmallDisk(const std::string& dir, const char* size) : mDir(dir) {
+        fs::create_directories(dir);
+        const std::string options = std::string("size=") + size;
+        mMounted = mount("tmpfs", dir.c_str(), "tmpfs", 0, options.c_str()) == 0;
+    }
+    ~SmallDisk() {
+        if (mMounted) umount2(mDir.c_str(), MNT_DETACH);
+    }
+    bool mounted() const { return mMounted; }
+
+  private:
+    std::string mDir;
+    bool mMounted = false;
+};
+
+// Bytes that deflate cannot shrink.
+std::string Incompressible(size_t bytes) {
+    std::string data(bytes, '\0');
+    uint32_t x = 12345;
+    for (auto& c : data) c = static_cast<char>((x = x * 1103515245u + 12345u) >> 24);
+    return data;
 }
 
 class LogManagerVendorTest : public ::testing::Test {
@@ -258,6 +286,37 @@ TEST_F(LogManagerVendorTest, ReceiverTakesEachKindOfConfigurationExtra) {
     EXPECT_TRUE(mLog.contains("Halvex-LogMgrBroadcastReceiver",
                               "[onReceive] zelkor.halvex.logmgr.config_append arrived before the "
                               "module runs, dropped"));
+}
+
+TEST_F(LogManagerVendorTest, AFullDiskKeepsTheSourceOfAnArchiveAndTheQuotaOfAMove) {
+    SmallDisk disk(Host(kModem), "64k");
+    if (!disk.mounted()) GTEST_SKIP() << "cannot mount a tmpfs here";
+    File(std::string(kModem) + "/a/fw.bin", 0);
+    std::ofstream(Host(std::string(kModem) + "/a/fw.bin"), std::ios::binary)
+            << Incompressible(40 << 10);
+    // The archive needs as much again as the entry: the disk fills up.
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 5,
+                   "compress": true}])");
+    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"a"}))
+            << "source kept, partial archive gone";
+    EXPECT_TRUE(mLog.contains(
+            "Halvex-LogManagerVendor",
+            "[CheckAndClean] Compress the path: " + std::string(kModem) + "/a returned error!"));
+
+    // The reuse side runs out of space during the copy, as when it goes away
+    // mid-move: the copy fails, and the entry leaves the folder all the same.
+    const std::string reuse = "/mnt/reuse/bsplog/wlan";
+    SmallDisk reuseDisk(Host(reuse), "16k");
+    ASSERT_TRUE(platform::SetProperty("persist.sys.abreuse.abstatus", "1"));
+    const std::string wlan = "/data/vendor/bsplog/wlan";
+    for (const char* name : {"x", "y"}) Entry(wlan, name, 30 << 10);
+    Configure(R"([{"folderName": "wlan", "inVendor": true, "maxLogNumber": 1,
+                   "reuseMaxSize": 1000}])");
+    ASSERT_TRUE(mModule.CheckAndClean(wlan));  // later configurations only add watches
+    EXPECT_EQ(Names(wlan), (std::vector<std::string>{"y"}));
+    EXPECT_TRUE(mLog.contains("Halvex-LogManagerVendor",
+                              "[CheckAndClean] Move file " + wlan + "/x to A/B reused partition " +
+                                      reuse + "/x failed,error: No space left on device"));
 }
 
 TEST_F(LogManagerVendorTest, UnknownVanishedOrReplacedFoldersAreSkipped) {
