@@ -1,4 +1,5 @@
 // Drives the real tesseld and tesselctl binaries on temporary roots.
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -112,6 +113,23 @@ TEST_F(DaemonE2ETest, TesselctlChecksALogConfiguration) {
     EXPECT_EQ(missing.wait(), 1);
     EXPECT_NE(missing.err().find("logconfig: cannot read " + out("missing.json")),
               std::string::npos);
+}
+
+// A sanitizer in a child writes its report to "<log_path>.<pid>"; such a file
+// fails the test that started the child, whatever the child's exit status.
+TEST_F(DaemonE2ETest, AChildsSanitizerReportFailsTheTest) {
+    EXPECT_NONFATAL_FAILURE(
+            {
+                Subprocess child({"tesselctl", "--root", mRoot.path(), "list"}, out("child"));
+                ASSERT_EQ(child.wait(), 0);
+                std::ofstream(out("child") + ".sanitizer." + std::to_string(child.pid()))
+                        << "ERROR: AddressSanitizer: heap-use-after-free";
+            },
+            "sanitizer report from");
+    // Without a report nothing is added.
+    Subprocess clean({"tesselctl", "--root", mRoot.path(), "list"}, out("clean"));
+    EXPECT_EQ(clean.wait(), 0);
+    EXPECT_EQ(clean.sanitizerReport(), "");
 }
 
 TEST_F(DaemonE2ETest, PropertiesCrossProcesses) {
