@@ -30,7 +30,7 @@ constexpr char kLoop[] = "listenLoop";
 }  // namespace
 
 FileEventListener::FileEventListener(std::string name, const std::vector<std::string>& paths,
-                                     uint32_t mask)
+                                     uint32_t mask, bool deliverNow)
     : mName(std::move(name)), mThread(HalvexHandlerThread::create(mName)) {
     mWatches.max_load_factor(1.0f);
     const int fd = inotify_init1(IN_CLOEXEC);
@@ -55,6 +55,7 @@ FileEventListener::FileEventListener(std::string name, const std::vector<std::st
     }
     mHandler = std::make_unique<HalvexHandler>(mThread->getLooper());
     mHandler->post([this] { listenLoop(this); });
+    if (deliverNow) startListening();
 }
 
 FileEventListener::~FileEventListener() {
@@ -137,6 +138,12 @@ std::optional<std::string> FileEventListener::watchedPathOf(int wd) {
     return std::nullopt;
 }
 
+void FileEventListener::startListening() {
+    std::lock_guard<std::mutex> lock(mStopLock);
+    mDelivering = true;
+    mStateChanged.notify_all();
+}
+
 void FileEventListener::stopListening() {
     std::unique_lock<std::mutex> lock(mStopLock);
     mStopped = true;
@@ -145,7 +152,8 @@ void FileEventListener::stopListening() {
         // A full counter already wakes the loop, so a failed write loses nothing.
         (void)!write(mWakeFd, &one, sizeof(one));
     }
-    mLoopEnded.wait(lock, [this] { return !mLoopRunning; });
+    mStateChanged.notify_all();
+    mStateChanged.wait(lock, [this] { return !mLoopRunning; });
 }
 
 void FileEventListener::listenLoop(FileEventListener* listener) {
@@ -155,7 +163,10 @@ void FileEventListener::listenLoop(FileEventListener* listener) {
         return;
     }
     {
-        std::lock_guard<std::mutex> lock(listener->mStopLock);
+        // Events wait in the kernel's queue until the object is whole.
+        std::unique_lock<std::mutex> lock(listener->mStopLock);
+        listener->mStateChanged.wait(
+                lock, [listener] { return listener->mDelivering || listener->mStopped; });
         if (listener->mStopped) return;
         listener->mLoopRunning = true;
     }
@@ -179,7 +190,7 @@ void FileEventListener::listenLoop(FileEventListener* listener) {
     }
     std::lock_guard<std::mutex> lock(listener->mStopLock);
     listener->mLoopRunning = false;
-    listener->mLoopEnded.notify_all();
+    listener->mStateChanged.notify_all();
 }
 
 bool FileEventListener::deliver(const char* buf, size_t len) {

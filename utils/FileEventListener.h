@@ -21,7 +21,11 @@ class HalvexHandlerThread;
 
 class FileEventListener {
   public:
-    FileEventListener(std::string name, const std::vector<std::string>& paths, uint32_t mask);
+    // The read loop starts at once; it delivers events once the object is
+    // whole: at the end of this constructor, or, when `deliverNow` is false,
+    // when the subclass's constructor calls startListening().
+    FileEventListener(std::string name, const std::vector<std::string>& paths, uint32_t mask,
+                      bool deliverNow = true);
     virtual ~FileEventListener();
     FileEventListener(const FileEventListener&) = delete;
     FileEventListener& operator=(const FileEventListener&) = delete;
@@ -45,6 +49,10 @@ class FileEventListener {
     static void listenLoop(FileEventListener* listener);
 
   protected:
+    // Lets the loop deliver events. A subclass whose OnFileEvent reads its own
+    // members builds the base with `deliverNow` false and calls this last in
+    // its constructor, so no callback meets a half-built object.
+    void startListening();
     // Ends the read loop and waits for its thread's task to finish. A subclass
     // whose OnFileEvent reads its own members calls this first in its
     // destructor, so that no callback runs while those members go away. Safe to
@@ -69,7 +77,8 @@ class FileEventListener {
     std::mutex mStopLock;
     bool mLoopRunning = false;  // guarded by mStopLock
     bool mStopped = false;      // guarded by mStopLock
-    std::condition_variable mLoopEnded;
+    bool mDelivering = false;   // guarded by mStopLock
+    std::condition_variable mStateChanged;
 };
 
 }  // namespace zelkor::tessel

@@ -12,7 +12,9 @@ namespace zelkor::tessel {
 LogMgrFileEventListener::LogMgrFileEventListener(LogManagerVendor* module,
                                                  const std::vector<std::string>& paths,
                                                  uint32_t mask)
-    : FileEventListener("LogMgrFileEventListener", paths, mask), mModule(module) {}
+    : FileEventListener("LogMgrFileEventListener", paths, mask, false), mModule(module) {
+    startListening();
+}
 
 LogMgrFileEventListener::~LogMgrFileEventListener() {
     // No callback may run while the module is going away.

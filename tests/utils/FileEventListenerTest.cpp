@@ -37,7 +37,9 @@ struct Event {
 class RecordingListener : public FileEventListener {
   public:
     RecordingListener(const std::vector<std::string>& paths, uint32_t mask = kMask)
-        : FileEventListener("TestListener", paths, mask) {}
+        : FileEventListener("TestListener", paths, mask, false) {
+        startListening();
+    }
     ~RecordingListener() override { stopListening(); }
 
     void OnFileEvent(uint32_t mask, std::optional<std::string> name,
@@ -163,7 +165,9 @@ TEST_F(FileEventListenerTest, WatchesAreAddedOnceAndRemovedByPathOrDescriptor) {
 class StalledListener : public FileEventListener {
   public:
     explicit StalledListener(const std::vector<std::string>& paths)
-        : FileEventListener("Stalled", paths, IN_CREATE) {}
+        : FileEventListener("Stalled", paths, IN_CREATE, false) {
+        startListening();
+    }
     ~StalledListener() override { stopListening(); }
     void OnFileEvent(uint32_t, std::optional<std::string>, const std::string&) override {
         std::unique_lock<std::mutex> lock(mLock);
