@@ -2,7 +2,9 @@
 
 #include <sys/time.h>
 
+#include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 
 namespace zelkor::tessel {
@@ -44,8 +46,14 @@ time_t TimeUtil::DateStrToTime(const std::string& date, const std::string& forma
     // mktime recomputes both, so whatever lands there does not matter.
     sscanf(date.c_str(), format.c_str(), &t.tm_year, &t.tm_mon, &t.tm_mday, &t.tm_hour, &t.tm_min,
            &t.tm_sec, &t.tm_wday, &t.tm_yday);
-    t.tm_year -= 1900;
-    t.tm_mon -= 1;
+    // Names come from folders anyone can create: a year or month at the edge
+    // of int must not overflow on its way to struct tm.
+    auto shifted = [](int field, int by) {
+        const long long value = static_cast<long long>(field) - by;
+        return static_cast<int>(std::clamp<long long>(value, INT_MIN, INT_MAX));
+    };
+    t.tm_year = shifted(t.tm_year, 1900);
+    t.tm_mon = shifted(t.tm_mon, 1);
     t.tm_isdst = 0;
     return mktime(&t);
 }

@@ -21,6 +21,11 @@ TEST(TimeUtilTest, DateStrToTimeParsesLocalDate) {
     EXPECT_EQ(TimeUtil::DateStrToTime("2024-03-05_07-08-09", fmt), LocalTime(2024, 3, 5, 7, 8, 9));
     // Fields the text does not reach stay zero.
     EXPECT_EQ(TimeUtil::DateStrToTime("2024-03-05", fmt), LocalTime(2024, 3, 5, 0, 0, 0));
+    // Years and months at the edge of int stay far out of range, without
+    // overflowing on the way (a fuzzer's find, caught by UBSan).
+    const time_t epoch = LocalTime(1970, 1, 1, 0, 0, 0);
+    EXPECT_LT(TimeUtil::DateStrToTime("-2147483648--2147483648-1_0-0-0", fmt), epoch);
+    EXPECT_NE(TimeUtil::DateStrToTime("2147483647-1-1_0-0-0", fmt), epoch);
 }
 
 TEST(TimeUtilTest, Ms2tsSplitsSecondsAndNanoseconds) {
