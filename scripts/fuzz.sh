@@ -9,6 +9,9 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 dir=${1:-build-fuzz}
 seconds=${FUZZ_SECONDS:-60}
+# One fixed mutation sequence by default, so that a run repeats what the last
+# one did; FUZZ_SEED=0 lets libFuzzer pick a new one (long runs).
+seed=${FUZZ_SEED:-1}
 if [ ! -f "$dir/CMakeCache.txt" ]; then
     CC=clang CXX=clang++ cmake -S "$here" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DTESSEL_FUZZ=ON -DTESSEL_BUILD_BENCH=OFF ${CMAKE_FLAGS:-}
@@ -26,7 +29,7 @@ for name in section dump_partition crash_parse kmsg parcel frame intent_json ima
             tzlog_dict logconfig; do
     mkdir -p "$corpus/$name"
     if [ -d "$corpus/seeds/$name" ]; then cp -n "$corpus/seeds/$name"/* "$corpus/$name"/; fi
-    args=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1
+    args=(-max_total_time="$seconds" -seed="$seed" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1
           -artifact_prefix="$dir/artifacts/$name-")
     if [ -n "${dicts[$name]:-}" ]; then args+=(-dict="$here/fuzz/dict/${dicts[$name]}.dict"); fi
     log=$dir/fuzz-$name.log
