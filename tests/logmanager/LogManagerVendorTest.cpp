@@ -18,6 +18,7 @@
 #include "modules/LogManager/LogMgrBroadcastReceiver.h"
 #include "platform/Platform.h"
 #include "platform/Properties.h"
+#include "utils/FileUtil.h"
 #include "utils/JsonUtil.h"
 
 namespace zelkor::tessel {
@@ -201,6 +202,32 @@ TEST_F(LogManagerVendorTest, CompressionZipsAllAtStartUpThenLeavesTheNewest) {
     EXPECT_TRUE(mLog.contains(
             "Halvex-LogManagerVendor",
             "[CheckAndClean] Compress the path: " + std::string(kModem) + "/bad returned error!"));
+}
+
+TEST_F(LogManagerVendorTest, SizeAfterACompressedCleanCountsArchivesAndFoldersOnly) {
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxSize": 48,
+                   "compress": true}])");
+    File(std::string(kModem) + "/0.txt", 100);
+    Entry(kModem, "a", 30 << 10);
+    File(std::string(kModem) + "/b.zip", 10 << 10);
+    Entry(kModem, "c", 30 << 10);
+    ASSERT_TRUE(mModule.CheckAndClean(kModem));
+    // Over 48 KiB until 0.txt and a are gone; b.zip is an archive already and
+    // c, the newest, waits for the next check.
+    ASSERT_EQ(Names(kModem), (std::vector<std::string>{"b.zip", "c"}));
+    const uint64_t after = FileUtil::GetDirectorySize(Host(std::string(kModem) + "/c")) +
+                           fs::file_size(Host(std::string(kModem) + "/b.zip"));
+    char path[] = "/tmp/tessel-dump.XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    mModule.dump(fd, nullptr, 0);
+    close(fd);
+    std::ifstream in(path);
+    const std::string dump((std::istreambuf_iterator<char>(in)), {});
+    unlink(path);
+    EXPECT_NE(dump.find("deleted 2, " + std::to_string(after) + " bytes after, over size 1"),
+              std::string::npos)
+            << dump;
 }
 
 TEST_F(LogManagerVendorTest, OldEntriesMoveToTheReusePartitionWithinItsQuota) {
