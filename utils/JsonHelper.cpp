@@ -43,28 +43,32 @@ bool JsonHelper::JsonToObject(std::string& out, const Json::Value& value) {
     return false;
 }
 
-bool JsonHelper::JsonToObject(bool& out, const Json::Value& value) {
-    if (!value.isBool()) return false;
-    out = value.asBool();
+namespace {
+
+// Takes the value only when it has the member's JSON kind.
+template <typename T, typename Is, typename As>
+bool Take(T& out, const Json::Value& value, Is is, As as) {
+    if (!(value.*is)()) return false;
+    out = static_cast<T>((value.*as)());
     return true;
+}
+
+}  // namespace
+
+bool JsonHelper::JsonToObject(bool& out, const Json::Value& value) {
+    return Take(out, value, &Json::Value::isBool, &Json::Value::asBool);
 }
 
 bool JsonHelper::JsonToObject(uint64_t& out, const Json::Value& value) {
-    if (!value.isUInt64()) return false;
-    out = value.asUInt64();
-    return true;
+    return Take(out, value, &Json::Value::isUInt64, &Json::Value::asUInt64);
 }
 
 bool JsonHelper::JsonToObject(uint32_t& out, const Json::Value& value) {
-    if (!value.isUInt()) return false;
-    out = value.asUInt();
-    return true;
+    return Take(out, value, &Json::Value::isUInt, &Json::Value::asUInt);
 }
 
 bool JsonHelper::JsonToObject(int64_t& out, const Json::Value& value) {
-    if (!value.isInt64()) return false;
-    out = value.asInt64();
-    return true;
+    return Take(out, value, &Json::Value::isInt64, &Json::Value::asInt64);
 }
 
 const Json::Value* JsonHelper::Follow(const Json::Value& root,
