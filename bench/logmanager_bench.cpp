@@ -18,6 +18,7 @@
 
 #include "BenchMain.h"
 #include "DaemonRoot.h"
+#include "TempRoot.h"
 #include "modules/LogManager/LogManagerVendor.h"
 #include "platform/Platform.h"
 #include "utils/JsonUtil.h"
@@ -46,21 +47,10 @@ void MakeEntry(const std::string& folder, const std::string& name) {
     std::ofstream(folder + "/" + name + "/log") << "modem: link up\n";
 }
 
-class Root {
+// The folder under which device paths live for one run, removed after it.
+class Root : public testing::TempRoot {
   public:
-    Root() {
-        char tmpl[] = "/tmp/tessel-logmgr-bench.XXXXXX";
-        mPath = mkdtemp(tmpl);
-    }
-    ~Root() {
-        std::error_code ignored;
-        fs::remove_all(mPath, ignored);
-    }
-    const std::string& path() const { return mPath; }
-    std::string host(const std::string& device) const { return mPath + device; }
-
-  private:
-    std::string mPath;
+    std::string host(const std::string& device) const { return path() + device; }
 };
 
 void Fill(const std::string& hostFolder) {
