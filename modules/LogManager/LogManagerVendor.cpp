@@ -45,10 +45,8 @@ LogManagerVendor::LogManagerVendor()
 LogManagerVendor::~LogManagerVendor() {
     // The listener first: its thread posts to the handler.
     mListener.reset();
-    if (mReceiver != nullptr) InternalBroadcastManager::unregisterReceiver(mReceiver.get());
+    OnStop();
     mReceiver.reset();
-    std::lock_guard<std::mutex> lock(mHandlerLock);
-    mHandler.reset();
 }
 
 bool LogManagerVendor::OnInit() {
