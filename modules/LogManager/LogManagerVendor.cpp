@@ -35,6 +35,16 @@ bool Managed(const LogConfig& config) {
            config.inVendor;
 }
 
+// The folders of a configuration in the order they are watched: each
+// top-level record's children, then the record itself.
+template <typename Fn>
+void ForEachFolder(const std::vector<LogConfig>& configs, Fn&& fn) {
+    for (const auto& config : configs) {
+        for (const auto& child : config.children) fn(child);
+        fn(config);
+    }
+}
+
 }  // namespace
 
 LogManagerVendor::LogManagerVendor()
@@ -98,10 +108,7 @@ bool LogManagerVendor::watchByConfigs(std::vector<LogConfig>& configs) {
         }
         paths.push_back(path);
     };
-    for (const auto& config : configs) {
-        for (const auto& child : config.children) take(child);
-        take(config);
-    }
+    ForEachFolder(configs, take);
     if (mListener != nullptr) {
         for (const auto& path : paths) mListener->addWatching(path, kWatchMask);
         return true;
@@ -158,12 +165,9 @@ void LogManagerVendor::addFolderToManage(const LogConfig& config) {
 
 void LogManagerVendor::checkAllWatched() {
     std::vector<std::string> paths;
-    for (const auto& config : mConfigs) {
-        for (const auto& child : config.children) {
-            paths.push_back(LogManagerUtil::GetFullPathByConfig(child, false));
-        }
+    ForEachFolder(mConfigs, [&](const LogConfig& config) {
         paths.push_back(LogManagerUtil::GetFullPathByConfig(config, false));
-    }
+    });
     for (const auto& path : paths) {
         if (mListener != nullptr && mListener->isWatching(path)) CheckAndClean(path);
     }
