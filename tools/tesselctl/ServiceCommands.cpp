@@ -30,6 +30,10 @@ ndk::SpAIBinder GetDaemonService(const char* command) {
 
 }  // namespace
 
+std::shared_ptr<ITesselImpl> ConnectTessel(const char* command) {
+    return ITesselImpl::fromBinder(GetDaemonService<ITesselImpl>(command));
+}
+
 int ListServices() {
     for (const std::string& instance : binder::RegisteredServices()) {
         printf("%s\n", instance.c_str());

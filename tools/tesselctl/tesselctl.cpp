@@ -8,6 +8,7 @@
 
 #include "platform/Platform.h"
 #include "platform/Properties.h"
+#include "tools/tesselctl/FsCommands.h"
 #include "tools/tesselctl/LogConfigCheck.h"
 #include "tools/tesselctl/ServiceCommands.h"
 
@@ -28,8 +29,9 @@ int Usage(const char* self) {
             "dump)\n"
             "  transfer ACTION JSON       send an intent to the daemon's internal channel\n"
             "  logconfig FILE.json        check a log-folder configuration array (no root "
-            "needed)\n",
-            self);
+            "needed)\n"
+            "%s",
+            self, tools::kFsUsage);
     return 2;
 }
 
@@ -94,6 +96,7 @@ int main(int argc, char** argv) {
     if (command == "dump") return tools::DumpTessel(argc - 2, argv + 2);
     if (command == "transfer" && argc == 4) return tools::TransferMessage(argv[2], argv[3]);
     if (command == "logconfig" && argc == 3) return tools::CheckLogConfig(argv[2]);
+    if (command == "fs") return tools::RunFsCommand(argc - 2, argv + 2);
     static const char* const kCommands[] = {"getprop", "setprop",  "waitprop", "list",
                                             "dump",    "transfer", "logconfig"};
     bool known = false;

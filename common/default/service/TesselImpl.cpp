@@ -1,9 +1,16 @@
 #include "common/default/service/TesselImpl.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
-#include "common/default/service/NotImplemented.h"
+#include <cinttypes>
+
+#include "common/default/service/TesselFiles.h"
+#include "common/default/service/TesselStatus.h"
+#include "framework/HalvexUtil.h"
 #include "framework/ModuleManager.h"
+#include "platform/ClientPath.h"
+#include "platform/Properties.h"
 
 namespace zelkor::tessel {
 
@@ -13,59 +20,73 @@ binder_status_t TesselImpl::dump(int fd, const char** args, uint32_t numArgs) {
     return STATUS_OK;
 }
 
-ndk::ScopedAStatus TesselImpl::DirListFiles(const std::string&, std::vector<FileInfo>*) {
-    return NotImplemented(__func__);
+ndk::ScopedAStatus TesselImpl::IsExists(const std::string& path, const std::string& fileName,
+                                        bool* result) {
+    *result = false;
+    if (path.empty()) {
+        TLOGE("path is NULL, return error");
+        return TesselStatus(STATUS_INVALID_OPERATION);
+    }
+    std::string full;
+    binder_status_t status = handlePath(path, fileName, &full);
+    if (status != STATUS_OK) return TesselStatus(status);
+    android::base::unique_fd node(platform::OpenClientPath(full, O_PATH));
+    *result = node.ok();
+    return ndk::ScopedAStatus::ok();
 }
-ndk::ScopedAStatus TesselImpl::EraseFileOrDirectory(const std::string&, const std::string&) {
-    return NotImplemented(__func__);
+
+ndk::ScopedAStatus TesselImpl::GetFileSize(const std::string& path, const std::string& fileName,
+                                           int64_t* result) {
+    *result = 0;
+    if (path.empty() || fileName.empty()) {
+        TLOGE("parameter is invalid, return TESSEL_EINVAL");
+        return TesselStatus(TESSEL_EINVAL);
+    }
+    std::string full;
+    binder_status_t status = handlePath(path, fileName, &full);
+    if (status != STATUS_OK) {
+        TLOGE("handlePath return error, result=%d\n", status);
+        return TesselStatus(status);
+    }
+    android::base::unique_fd fd = OpenForRead(full);
+    const int64_t size = fd.ok() ? getFileSizeInternal(fd.get()) : -1;
+    if (size < 0) {
+        TLOGE("fs open failed, path=%s\n", full.c_str());
+        return TesselStatus(TESSEL_NOENT);
+    }
+    *result = size;
+    return ndk::ScopedAStatus::ok();
 }
-ndk::ScopedAStatus TesselImpl::TesselReadFile(const std::string&, const std::string&,
-                                              std::string*) {
-    return NotImplemented(__func__);
+
+ndk::ScopedAStatus TesselImpl::TesselSetProp(const std::string& key, const std::string& value) {
+    if (key.empty() || value.empty()) {
+        TLOGE("key or value is empty, return TESSEL_EINVAL\n");
+        return TesselStatus(TESSEL_EINVAL);
+    }
+    // The property service's answer is logged, not returned: callers treat
+    // the call as a request.
+    if (!platform::SetProperty(key, value)) {
+        TLOGE("set property %s=%s failed", key.c_str(), value.c_str());
+    }
+    return ndk::ScopedAStatus::ok();
 }
-ndk::ScopedAStatus TesselImpl::TesselWriteFile(const std::string&, const std::string&,
-                                               const std::string&, int32_t, int8_t) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::IsExists(const std::string&, const std::string&, bool*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::TesselCreateFolder(const std::string&, const std::string&) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::TesselReadBuffer(const std::string&, const std::string&,
-                                                std::vector<int8_t>*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::TesselWriteBuffer(const std::string&, const std::string&,
-                                                 const std::vector<int8_t>&, int64_t) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::GetFileSize(const std::string&, const std::string&, int64_t*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::TesselSetProp(const std::string&, const std::string&) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::ReadFromFile(const Ashmem&, const std::string&, const std::string&) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::WriteToFile(const Ashmem&, const std::string&, const std::string&,
-                                           int64_t) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::GetPartitionSize(const std::string&, const std::string&, int64_t*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::TesselCreateFolderMode(const std::string&, const std::string&,
-                                                      int32_t) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::CopyFile(const std::string&, const std::string&) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus TesselImpl::DirIntgrFiles(const std::string&, std::vector<FileInfo>*) {
-    return NotImplemented(__func__);
+
+ndk::ScopedAStatus TesselImpl::GetPartitionSize(const std::string& caller,
+                                                const std::string& partitionName, int64_t* result) {
+    *result = 0;
+    std::shared_ptr<ITesselCore> core = HalvexUtil::GetTesselCore();
+    if (core == nullptr) {
+        TLOGE("call tessel core failed, tessel core service is null");
+        return TesselStatus(STATUS_INVALID_OPERATION);
+    }
+    int64_t size = 0;
+    if (!core->GetPartitionSize(caller, partitionName, &size).isOk()) {
+        TLOGE("Couldn't getPartitionSize internal.");
+        return TesselStatus(STATUS_INVALID_OPERATION);
+    }
+    TLOGD("%s GetPartitionSize:%" PRId64, caller.c_str(), size);
+    *result = size;
+    return ndk::ScopedAStatus::ok();
 }
 
 }  // namespace zelkor::tessel

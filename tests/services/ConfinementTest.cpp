@@ -1,0 +1,121 @@
+// On a host no client path leads outside the root: not "..", not a link,
+// absolute or relative, not a link swapped while calls run.
+#include <android-base/unique_fd.h>
+#include <cutils/ashmem.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "FileServiceFixture.h"
+#include "platform/ClientPath.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using ::aidl::vendor::zelkor::hardware::tessel::common::Ashmem;
+using ::aidl::vendor::zelkor::hardware::tessel::common::FileInfo;
+
+TEST_F(FileServiceTest, ClientPathsResolveAsIfTheRootWereSlash) {
+    Plant("/etc/hostname", "inside");
+    ASSERT_EQ(symlink("/etc", Host("/data/abs").c_str()), 0);
+    ASSERT_EQ(symlink("../../../../../../../etc", Host("/data/rel").c_str()), 0);
+    ASSERT_EQ(symlink("/proc/self/root/etc", Host("/data/magic").c_str()), 0);
+    for (const char* path : {"/../../../etc/hostname", "../etc/hostname", "/data/abs/hostname",
+                             "/data/rel/hostname", "/data/vendor/../../etc/hostname"}) {
+        android::base::unique_fd fd(platform::OpenClientPath(path, O_RDONLY));
+        ASSERT_TRUE(fd.ok()) << path;
+        std::string text(16, '\0');
+        text.resize(static_cast<size_t>(read(fd.get(), text.data(), text.size())));
+        EXPECT_EQ(text, "inside") << path;
+    }
+    // /proc inside the root does not exist, and magic links are refused.
+    EXPECT_LT(platform::OpenClientPath("/data/magic/hostname", O_RDONLY), 0);
+
+    std::string name;
+    android::base::unique_fd parent(platform::OpenClientParent("/data/vendor/..", &name));
+    ASSERT_TRUE(parent.ok());
+    EXPECT_EQ(name, "data");
+    EXPECT_EQ(platform::ClientPathOf(parent.get()), "/");
+    parent.reset(platform::OpenClientParent("/../..", &name));
+    ASSERT_TRUE(parent.ok());
+    EXPECT_EQ(name, ".") << "the root's own parent is the root";
+    parent.reset(platform::OpenClientParent("/data/vendor/", &name));
+    EXPECT_EQ(name, "vendor");
+    EXPECT_EQ(platform::ClientPathOf(parent.get()), "/data");
+}
+
+// Every path-taking method, aimed at the outside folder through "..", an
+// absolute link and a relative one.
+TEST_F(FileServiceTest, NoMethodReachesOutsideTheRoot) {
+    const std::string outside = mOutside.path();
+    ASSERT_EQ(symlink(outside.c_str(), Host("/data/abs").c_str()), 0);
+    ASSERT_EQ(symlink(("../../../../../../../.." + outside).c_str(), Host("/data/rel").c_str()), 0);
+    std::vector<std::pair<std::string, std::string>> routes = {
+            {"/data", "../../../../../../.." + outside + "/secret"},
+            {"/data/abs", "secret"},
+            {"/data/rel", "secret"},
+            {"/data", "abs/secret"},
+    };
+    Ashmem region;
+    region.fd = ndk::ScopedFileDescriptor(ashmem_create_region("t", 64));
+    region.mSize = 64;
+    for (const auto& [path, name] : routes) {
+        SCOPED_TRACE(path + " + " + name);
+        std::string text;
+        std::vector<int8_t> bytes;
+        bool exists = true;
+        int64_t size = 0;
+        std::vector<FileInfo> files;
+        EXPECT_FALSE(mService->TesselReadFile(path, name, &text).isOk());
+        EXPECT_FALSE(mService->TesselReadBuffer(path, name, &bytes).isOk());
+        EXPECT_TRUE(mService->IsExists(path, name, &exists).isOk());
+        EXPECT_FALSE(exists);
+        EXPECT_FALSE(mService->GetFileSize(path, name, &size).isOk());
+        EXPECT_FALSE(mService->ReadFromFile(region, path, name).isOk());
+        EXPECT_FALSE(mService->DirListFiles(path + "/" + name, &files).isOk());
+        EXPECT_FALSE(mService->CopyFile(path + "/" + name, "/data/copy").isOk());
+        // Writes and deletions either fail or land inside the root.
+        mService->TesselWriteFile(path, name, "pwned", 0666, 0);
+        mService->TesselWriteBuffer(path, name, {1}, 1);
+        mService->WriteToFile(region, path, name, 1);
+        mService->TesselCreateFolder(path, name + "-dir");
+        mService->TesselCreateFolderMode(path, name + "-dir2", 0777);
+        mService->CopyFile("/data/abs/../vendor", path + "/" + name);
+        mService->EraseFileOrDirectory(path, name);
+        ExpectOutsideUntouched();
+    }
+}
+
+// A link flipped between a folder inside the root and the outside folder
+// while writes and deletions run through it.
+TEST_F(FileServiceTest, ALinkSwappedDuringCallsStillLeadsNowhereOutside) {
+    std::filesystem::create_directories(Host("/data/real"));
+    ASSERT_EQ(symlink(mOutside.path().c_str(), Host("/data/evil").c_str()), 0);
+    ASSERT_EQ(symlink("real", Host("/data/flip").c_str()), 0);
+    std::atomic<bool> stop{false};
+    std::thread flipper([&] {
+        for (int i = 0; !stop; ++i) {
+            // rename() replaces the link in one step, as an attacker would.
+            const std::string next = Host(i % 2 ? "/data/flip.next" : "/data/flip.next2");
+            unlink(next.c_str());
+            if (symlink(i % 2 ? "real" : mOutside.path().c_str(), next.c_str()) == 0) {
+                rename(next.c_str(), Host("/data/flip").c_str());
+            }
+        }
+    });
+    int inside = 0;
+    for (int i = 0; i < 2000; ++i) {
+        if (mService->TesselWriteFile("/data/flip", "secret", "pwned", 0666, 0).isOk()) ++inside;
+        mService->EraseFileOrDirectory("/data/flip", "secret");
+        mService->TesselCreateFolder("/data/flip", "made");
+    }
+    stop = true;
+    flipper.join();
+    EXPECT_GT(inside, 0) << "the link did point inside some of the time";
+    ExpectOutsideUntouched();
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing
