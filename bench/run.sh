@@ -23,7 +23,7 @@ defaults=(--benchmark_min_time=0.5 --benchmark_repetitions=5
           --benchmark_report_aggregates_only=true)
 
 results=()
-for name in message_loop binder compress zip logmanager boot_run; do
+for name in message_loop binder compress zip logmanager fs boot_run; do
     bin=$build_dir/bin/bench_$name
     if [ ! -x "$bin" ]; then
         echo "bench: $bin is missing; build the bench_$name target first" >&2

@@ -49,9 +49,9 @@ class Subprocess {
   public:
     // Runs BinPath(args[0]) with the rest as arguments and this process's
     // environment plus `env` ("NAME=value"); stdout and stderr go to files
-    // named after `outputPrefix`.
+    // named after `outputPrefix`; stdin reads `stdinPath` when one is given.
     Subprocess(std::vector<std::string> args, const std::string& outputPrefix,
-               std::vector<std::string> env = {})
+               std::vector<std::string> env = {}, const std::string& stdinPath = "")
         : mOut(outputPrefix + ".out"),
           mErr(outputPrefix + ".err"),
           mSanitizerLog(outputPrefix + ".sanitizer") {
@@ -80,6 +80,9 @@ class Subprocess {
         envp.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
+        if (!stdinPath.empty()) {
+            posix_spawn_file_actions_addopen(&actions, 0, stdinPath.c_str(), O_RDONLY, 0);
+        }
         posix_spawn_file_actions_addopen(&actions, 1, mOut.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                          0644);
         posix_spawn_file_actions_addopen(&actions, 2, mErr.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
