@@ -154,6 +154,20 @@ TEST_F(FsE2ETest, StatusesReachTheClientByNameAndNumber) {
     EXPECT_TRUE(mDaemon->running()) << "bad input never takes the daemon down";
 }
 
+TEST_F(FsE2ETest, PartitionSizesComeFromTheSystemSide) {
+    fs::create_directories(Host("/dev/block/by-name"));
+    { std::ofstream(Host("/dev/block/by-name/blackbox")); }
+    fs::resize_file(Host("/dev/block/by-name/blackbox"), 20 * 4096);
+    EXPECT_EQ(Fs({"partsize", "e2e", "blackbox"}).err, "fs partsize: INVALID_OPERATION (-38)\n")
+            << "no core service yet";
+    std::unique_ptr<Subprocess> peer = StartPeer(mRoot.path());
+    ASSERT_TRUE(PeerServing(*peer)) << peer->err();
+    Result size = Fs({"partsize", "e2e", "blackbox"});
+    EXPECT_EQ(size.status, 0) << size.err;
+    EXPECT_EQ(size.out, "81920\n");
+    EXPECT_EQ(Fs({"partsize", "e2e", "../blackbox"}).err, "fs partsize: INVALID_OPERATION (-38)\n");
+}
+
 TEST_F(FsE2ETest, AFolderOfTenTwentyFourFilesCannotBeListed) {
     fs::create_directories(Host("/data/full"));
     for (int i = 0; i < 1023; ++i) std::ofstream(Host("/data/full/f" + std::to_string(i)));
