@@ -77,6 +77,8 @@ TEST_F(FileServiceTest, ReadsGiveTheBytesOrTheirStatus) {
     ASSERT_EQ(StatusOf(mService->TesselReadFile("/data", "big", &text)), STATUS_OK);
     EXPECT_EQ(text.size(), 0x80000u);
 
+    // A folder has no text to give.
+    EXPECT_EQ(StatusOf(mService->TesselReadFile("/", "data", &text)), kInval);
     // A FIFO is refused at once instead of holding a binder thread forever.
     ASSERT_EQ(mkfifo(Host("/data/fifo").c_str(), 0600), 0);
     EXPECT_EQ(StatusOf(mService->TesselReadFile("/data", "fifo", &text)), kOpenFailed);
@@ -131,6 +133,8 @@ TEST_F(FileServiceTest, CopyIsByteForByteAndNeverOntoItself) {
     EXPECT_EQ(StatusOf(mService->CopyFile("/data/src", "/data/../data/src")), kInval);
     EXPECT_TRUE(Slurp(Host("/data/src")) == content) << "the source survives a copy onto itself";
     EXPECT_EQ(StatusOf(mService->CopyFile("/data/missing", "/data/x")), kInval);
+    EXPECT_EQ(StatusOf(mService->CopyFile("/data", "/data/new")), kInval);
+    EXPECT_TRUE(Slurp(Host("/data/new")) == content) << "a folder as source cuts nothing";
     EXPECT_EQ(StatusOf(mService->CopyFile("", "/data/x")), kInval);
     EXPECT_EQ(StatusOf(mService->CopyFile("/data/src", "")), kInval);
     EXPECT_FALSE(std::filesystem::exists(Host("/data/x")));

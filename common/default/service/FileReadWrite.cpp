@@ -44,7 +44,11 @@ binder_status_t ReadWhole(const std::string& path, const std::string& name, int6
         return TESSEL_EINVAL;
     }
     if (size >= limit) {
-        TLOGE("file_size >= READ_MAX, return failed\n");
+        if (limit == READ_MAX) {
+            TLOGE("file_size >= READ_MAX, return failed\n");
+        } else {
+            TLOGE("%s is larger than a reply can carry, return failed\n", full.c_str());
+        }
         return TESSEL_EINVAL;
     }
     out->resize(static_cast<size_t>(size));
@@ -123,7 +127,9 @@ ndk::ScopedAStatus TesselImpl::TesselWriteBuffer(const std::string& path,
 ndk::ScopedAStatus TesselImpl::CopyFile(const std::string& srcPath, const std::string& destPath) {
     android::base::unique_fd from =
             srcPath.empty() ? android::base::unique_fd() : OpenForRead(srcPath);
-    if (!from.ok()) {
+    // Only something with a size is copied, checked before the destination
+    // is cut: a folder named as the source must not cost the target its data.
+    if (!from.ok() || getFileSizeInternal(from.get()) < 0) {
         TLOGE("Failed to open copy from %s", srcPath.c_str());
         return TesselStatus(TESSEL_EINVAL);
     }

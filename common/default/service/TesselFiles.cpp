@@ -65,6 +65,8 @@ int64_t getFileSizeInternal(int fd) {
     struct stat st;
     if (fstat(fd, &st) != 0) return -1;
     if (S_ISREG(st.st_mode)) return st.st_size;
+    // A folder or a character device has no size to read up to.
+    if (!S_ISBLK(st.st_mode)) return -1;
     // A block device reports its size only through seeking.
     off_t end = lseek(fd, 0, SEEK_END);
     if (end < 0 || lseek(fd, 0, SEEK_SET) != 0) return -1;

@@ -30,7 +30,8 @@ android::base::unique_fd OpenForRead(const std::string& full);
 // caller sets the final mode), truncated unless `append`. A FIFO is refused.
 android::base::unique_fd OpenForWrite(const std::string& full, bool append);
 
-// The size of an open file or block device; -1 when it cannot be had.
+// The size of an open regular file or block device; -1 for anything else or
+// when it cannot be had.
 int64_t getFileSizeInternal(int fd);
 
 // Reads until `size` bytes or end of file; the count read, or -1 on error.
