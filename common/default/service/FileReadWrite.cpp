@@ -27,17 +27,17 @@ template <typename Container>
 binder_status_t ReadWhole(const std::string& path, const std::string& name, int64_t limit,
                           Container* out) {
     std::string full;
-    binder_status_t status = handlePath(path, name, &full);
+    android::base::unique_fd fd;
+    int64_t size;
+    binder_status_t status = OpenSized(path, name, &full, &fd, &size);
     if (status != STATUS_OK) {
         TLOGE("handPath function return error(%d)\n", status);
         return status;
     }
-    android::base::unique_fd fd = OpenForRead(full);
     if (!fd.ok()) {
         TLOGE("open %s file failed\n", full.c_str());
         return TESSEL_OPEN_FAILED;
     }
-    const int64_t size = getFileSizeInternal(fd.get());
     TLOGD("filezie = %u\n", static_cast<unsigned>(size));
     if (size < 0) {
         TLOGE("read %s file failed\n", full.c_str());

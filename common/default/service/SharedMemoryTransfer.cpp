@@ -94,13 +94,13 @@ ndk::ScopedAStatus TesselImpl::ReadFromFile(const Ashmem& mem, const std::string
         return TesselStatus(STATUS_INVALID_OPERATION);
     }
     std::string full;
-    binder_status_t status = handlePath(path, fileName, &full);
+    android::base::unique_fd file;
+    int64_t fileSize;
+    binder_status_t status = OpenSized(path, fileName, &full, &file, &fileSize);
     if (status != STATUS_OK) {
         TLOGE("handlePath return error, ret=%d\n", status);
         return TesselStatus(status);
     }
-    android::base::unique_fd file = OpenForRead(full);
-    const int64_t fileSize = file.ok() ? getFileSizeInternal(file.get()) : -1;
     if (fileSize < 0) {
         TLOGE("fieSize invalid, ERROR, return TESSEL_EINVAL\n");
         return TesselStatus(TESSEL_EINVAL);

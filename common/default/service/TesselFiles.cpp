@@ -73,6 +73,16 @@ int64_t getFileSizeInternal(int fd) {
     return end;
 }
 
+binder_status_t OpenSized(const std::string& path, const std::string& name, std::string* full,
+                          android::base::unique_fd* fd, int64_t* size) {
+    *size = -1;
+    binder_status_t status = handlePath(path, name, full);
+    if (status != STATUS_OK) return status;
+    *fd = OpenForRead(*full);
+    if (fd->ok()) *size = getFileSizeInternal(fd->get());
+    return STATUS_OK;
+}
+
 ssize_t ReadFully(int fd, void* buffer, size_t size) {
     size_t done = 0;
     while (done < size) {

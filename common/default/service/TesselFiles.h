@@ -34,6 +34,12 @@ android::base::unique_fd OpenForWrite(const std::string& full, bool append);
 // when it cannot be had.
 int64_t getFileSizeInternal(int fd);
 
+// handlePath(), then the joined file opened for reading into *fd and its
+// size into *size (-1 when it has none or could not be opened: *fd tells
+// which). Returns handlePath's status; the callers log in their own words.
+binder_status_t OpenSized(const std::string& path, const std::string& name, std::string* full,
+                          android::base::unique_fd* fd, int64_t* size);
+
 // Reads until `size` bytes or end of file; the count read, or -1 on error.
 ssize_t ReadFully(int fd, void* buffer, size_t size);
 

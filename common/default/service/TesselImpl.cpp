@@ -43,13 +43,13 @@ ndk::ScopedAStatus TesselImpl::GetFileSize(const std::string& path, const std::s
         return TesselStatus(TESSEL_EINVAL);
     }
     std::string full;
-    binder_status_t status = handlePath(path, fileName, &full);
+    android::base::unique_fd fd;
+    int64_t size;
+    binder_status_t status = OpenSized(path, fileName, &full, &fd, &size);
     if (status != STATUS_OK) {
         TLOGE("handlePath return error, result=%d\n", status);
         return TesselStatus(status);
     }
-    android::base::unique_fd fd = OpenForRead(full);
-    const int64_t size = fd.ok() ? getFileSizeInternal(fd.get()) : -1;
     if (size < 0) {
         TLOGE("fs open failed, path=%s\n", full.c_str());
         return TesselStatus(TESSEL_NOENT);
