@@ -79,11 +79,12 @@ section "module status"
 "$bin/tesselctl" --root "$root" dump ModuleManager dump
 section "vendor.minidump.crash_reason"
 "$bin/tesselctl" --root "$root" getprop vendor.minidump.crash_reason
-section "files in /data/vendor/diag"
-ls -l "$root/data/vendor/diag"
-if [ -f "$root/data/vendor/diag/last_kmsg" ]; then
-    section "head of last_kmsg"
-    head -n 12 "$root/data/vendor/diag/last_kmsg"
+fs() { "$bin/tesselctl" --root "$root" fs "$@"; }
+section "files in /data/vendor/diag (tesselctl fs ls, through the file-system service)"
+fs ls /data/vendor/diag
+if [ "$(fs exists /data/vendor/diag last_kmsg)" = true ]; then
+    section "head of last_kmsg (tesselctl fs cat)"
+    fs cat /data/vendor/diag last_kmsg | head -n 12
 fi
 if [ -f "$root/data/vendor/diag/md_history" ]; then
     section "md_history"
@@ -122,3 +123,12 @@ section "clean report sent to the system side (<root>/data/peer/reports.jsonl)"
 cat "$root/data/peer/reports.jsonl" 2>/dev/null || echo "(none)"
 section "tesselctl dump Halvex.LogManager"
 "$bin/tesselctl" --root "$root" dump Halvex.LogManager
+if [ "$(fs exists /data/vendor/diag minidump.gz)" = true ]; then
+    section "minidump.gz fetched through shared memory (tesselctl fs get) and checked"
+    fs get /data/vendor/diag minidump.gz "$build/minidump.gz.fetched"
+    echo "$(fs size /data/vendor/diag minidump.gz) bytes on the device side," \
+        "$(stat -c %s "$build/minidump.gz.fetched") fetched," \
+        "zlib stream $(python3 -c 'import sys,zlib;print(len(zlib.decompress(open(sys.argv[1],"rb").read())))' "$build/minidump.gz.fetched") bytes inflated"
+fi
+section "blackbox partition size (tesselctl fs partsize, answered by the system side)"
+fs partsize demo blackbox

@@ -129,6 +129,7 @@ TEST_F(FileServiceTest, CopyIsByteForByteAndNeverOntoItself) {
     EXPECT_TRUE(Slurp(Host("/data/dst")) == content);
     ASSERT_EQ(StatusOf(mService->CopyFile("/data/src", "/data/new")), STATUS_OK);
     EXPECT_TRUE(Slurp(Host("/data/new")) == content);
+    EXPECT_EQ(ModeOf(Host("/data/new")), 0600u) << "a new copy is the daemon's own";
 
     EXPECT_EQ(StatusOf(mService->CopyFile("/data/src", "/data/../data/src")), kInval);
     EXPECT_TRUE(Slurp(Host("/data/src")) == content) << "the source survives a copy onto itself";
