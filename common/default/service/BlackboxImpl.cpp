@@ -2,7 +2,7 @@
 
 #include <android-base/logging.h>
 
-#include "common/default/service/NotImplemented.h"
+#include "common/default/service/BlackboxPartition.h"
 
 namespace zelkor::tessel {
 
@@ -10,38 +10,14 @@ BlackboxImpl::BlackboxImpl() {
     LOG(INFO) << "BlackboxImpl: Ready!";
 }
 
-ndk::ScopedAStatus BlackboxImpl::dotFromExternal(const std::string&, const std::string&,
-                                                 const std::string&, int32_t*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus BlackboxImpl::getStreamLog(const std::string&, int32_t, int32_t, std::string*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus BlackboxImpl::getStreamLogByPfd(const std::string&, int32_t, int32_t,
-                                                   const ndk::ScopedFileDescriptor&) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus BlackboxImpl::getRuntimeLog(const std::string&, int32_t,
-                                               const ndk::ScopedFileDescriptor&) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus BlackboxImpl::getHardwareInfo(const std::string&, std::string*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus BlackboxImpl::getAllBlackboxConfig(const std::string&, std::string*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus BlackboxImpl::getBlackboxConfig(const std::string&, const std::string&,
-                                                   int32_t*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus BlackboxImpl::setAllBlackboxConfig(const std::string&, const std::string&,
-                                                      int32_t*) {
-    return NotImplemented(__func__);
-}
-ndk::ScopedAStatus BlackboxImpl::setBlackboxConfig(const std::string&, const std::string&, int32_t,
-                                                   int32_t*) {
-    return NotImplemented(__func__);
+ndk::ScopedAStatus BlackboxImpl::dotFromExternal(const std::string& caller, const std::string& time,
+                                                 const std::string& content, int32_t* result) {
+    *result = dot_from_external(caller, time, content);
+    // The routine answers with its header write (140) after a good write, so
+    // callers see the unknown-error status then too and look for the record
+    // itself in the partition.
+    return *result == 0 ? ndk::ScopedAStatus::ok()
+                        : ndk::ScopedAStatus::fromStatus(STATUS_UNKNOWN_ERROR);
 }
 
 }  // namespace zelkor::tessel

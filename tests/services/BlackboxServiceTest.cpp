@@ -1,0 +1,203 @@
+// The blackbox service in process, on a host root holding a blackbox image.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <regex>
+
+#include "blackbox/BlackBoxFixture.h"
+#include "common/default/service/BlackboxImpl.h"
+#include "common/default/service/BlackboxPartition.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+using ::aidl::vendor::zelkor::hardware::blackbox::IBlackboxImpl;
+
+constexpr binder_status_t kUnknownError = static_cast<binder_status_t>(0x80000000);
+constexpr uint64_t kHeader = kSlot1;  // the current slot's header (slot 1)
+constexpr uint64_t kDotting = kSlot1 + kDottingArea;
+constexpr uint64_t kConfig = 0x9881000;
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+binder_status_t StatusOf(const ndk::ScopedAStatus& status) {
+    return status.isOk() ? STATUS_OK : status.getStatus();
+}
+
+class BlackboxServiceTest : public BlackBoxTest {
+  protected:
+    void SetUp() override {
+        BlackBoxTest::SetUp();
+        MakeImage();
+        mService = ndk::SharedRefBase::make<BlackboxImpl>();
+    }
+    // The dotting records written so far, one per line.
+    std::vector<std::string> Records() const {
+        std::string area = mImage->Bytes(kDotting, 64 * 1024);
+        area.resize(strnlen(area.data(), area.size()));
+        std::vector<std::string> lines;
+        for (size_t at = 0, end; (end = area.find('\n', at)) != std::string::npos; at = end + 1) {
+            lines.push_back(area.substr(at, end - at + 1));
+        }
+        return lines;
+    }
+    std::string Label(uint64_t offset) const {
+        std::string label = mImage->Bytes(offset, 20);
+        return label.substr(0, strnlen(label.data(), label.size()));
+    }
+    std::string TempFile(const std::string& name) const { return mRoot.path() + "/" + name; }
+
+    std::shared_ptr<BlackboxImpl> mService;
+};
+
+TEST_F(BlackboxServiceTest, ADotIsWrittenAndStillAnsweredWithTheUnknownError) {
+    int32_t result = 0;
+    EXPECT_EQ(StatusOf(mService->dotFromExternal("camera", "", "open", &result)), kUnknownError);
+    EXPECT_EQ(result, 140) << "the header write's byte count";
+    EXPECT_EQ(StatusOf(mService->dotFromExternal("camera", "12:00", "close", &result)),
+              kUnknownError);
+    std::vector<std::string> records = Records();
+    ASSERT_EQ(records.size(), 2u);
+    // The stamp's hour has a blank for a sign and no leading zero.
+    EXPECT_TRUE(std::regex_match(
+            records[0],
+            std::regex(R"(\{"1", "camera", "\d{4}-\d\d-\d\d ( \d|\d\d):\d\d:\d\d", "open"\}\n)")))
+            << records[0];
+    EXPECT_EQ(records[1], "{\"2\", \"camera\", \"12:00\", \"close\"}\n");
+    EXPECT_EQ(mImage->Le(kHeader + 104, 8), 2u) << "dotting_count";
+    EXPECT_EQ(Label(kHeader + 72), "dotting 3") << "cur_name: the next record's number";
+    EXPECT_EQ(Label(kHeader + 52), "dotting 2") << "prev_name: the old cur_name";
+
+    const std::string longText(600, 'x');
+    mService->dotFromExternal("c", "t", longText, &result);
+    records = Records();
+    ASSERT_EQ(records.size(), 2u) << "a cut record has no newline";
+    std::string third = mImage->Bytes(kDotting + records[0].size() + records[1].size(), 600);
+    third.resize(strnlen(third.data(), third.size()));
+    EXPECT_EQ(third.size(), 511u);
+    EXPECT_EQ(third.find('}'), std::string::npos);
+}
+
+TEST_F(BlackboxServiceTest, LogsAreSelectedByTypeFromTheCurrentHeadersOffsets) {
+    // A first record makes the slot header valid on the partition; then its
+    // PBL stretch is 0x100..0x180 and its kernel stretch 0x200..0x208.
+    int32_t result;
+    mService->dotFromExternal("t", "", "first", &result);
+    mImage->PutWords(kHeader + 20, {0x100, 0x180});
+    mImage->PutWords(kHeader + 40, {0x200, 0x208});
+    const uint64_t slot2 = kSlot1 + 2 * kSlotSize;
+    mImage->PutBytes(slot2 + 0x100, "pbl of slot two");
+    mImage->PutBytes(slot2 + 0x200, "pmsg-0123456789");
+    std::string text;
+    ASSERT_TRUE(mService->getStreamLog("t", IBlackboxImpl::LOG_TYPE_PBL, 2, &text).isOk());
+    EXPECT_EQ(text, "pbl of slot two");
+    ASSERT_TRUE(mService->getStreamLog("t", IBlackboxImpl::LOG_TYPE_KERNEL, 2, &text).isOk());
+    EXPECT_EQ(text, "pmsg-012") << "the stretch ends at the pair's second offset";
+    mImage->PutBytes(kSlot1 + 3 * kSlotSize + kDottingArea, "ring of slot three");
+    ASSERT_TRUE(mService->getStreamLog("t", IBlackboxImpl::LOG_TYPE_DOTTING, 3, &text).isOk());
+    EXPECT_EQ(text, "ring of slot three");
+
+    for (int32_t slot : {6, 7, -1}) {
+        EXPECT_EQ(StatusOf(mService->getStreamLog("t", 0, slot, &text)), STATUS_INVALID_OPERATION);
+        EXPECT_EQ(text, "");
+    }
+
+    // The whole slot, capped at 512000 bytes, to a descriptor.
+    mImage->PutBytes(kSlot1 + 511999, "Z");
+    mImage->PutBytes(kSlot1 + 512000, "beyond");
+    android::base::unique_fd out(
+            open(TempFile("slot.bin").c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    ASSERT_TRUE(mService->getStreamLogByPfd("t", 0, 0, ndk::ScopedFileDescriptor(dup(out.get())))
+                        .isOk());
+    const std::string whole = ReadFile(TempFile("slot.bin"));
+    ASSERT_EQ(whole.size(), 512000u);
+    EXPECT_EQ(whole.back(), 'Z');
+    ndk::ScopedAStatus invalid =
+            mService->getStreamLogByPfd("t", 0, 0, ndk::ScopedFileDescriptor());
+    EXPECT_EQ(invalid.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
+    EXPECT_STREQ(invalid.getMessage(), "Invalid file descriptor");
+}
+
+TEST_F(BlackboxServiceTest, ConfigKeysMatchExactlyAndUnchangedValuesAreNotWritten) {
+    std::string json;
+    ASSERT_TRUE(mService->getAllBlackboxConfig("t", &json).isOk());
+    EXPECT_EQ(json,
+              "{\"isForceQpstWhenFulldump\":0,\"isOEMDebugUartLogLevel\":0,\"isUartEnable\":0}\n");
+    int32_t result = 0;
+    ASSERT_TRUE(mService->setBlackboxConfig("t", "isForceQpstWhenFulldump", 5, &result).isOk());
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(mImage->Le(kConfig + 4, 4), 5u);
+    ASSERT_TRUE(mService->getBlackboxConfig("t", "isForceQpstWhenFulldump", &result).isOk());
+    EXPECT_EQ(result, 5);
+    EXPECT_EQ(StatusOf(mService->getBlackboxConfig("t", "isuartenable", &result)),
+              STATUS_INVALID_OPERATION);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(StatusOf(mService->setBlackboxConfig("t", "isUartEnable ", 1, &result)),
+              STATUS_INVALID_OPERATION);
+
+    // Setting the value a switch holds writes nothing and still leaves a record.
+    mImage->PutBytes(kConfig + 12, "guard");
+    const size_t before = Records().size();
+    ASSERT_TRUE(mService->setBlackboxConfig("t", "isForceQpstWhenFulldump", 5, &result).isOk());
+    EXPECT_EQ(result, 1);
+    ASSERT_EQ(Records().size(), before + 1);
+    EXPECT_NE(Records().back().find("\"setBlackboxConfig\"}"), std::string::npos);
+
+    ASSERT_TRUE(mService->setAllBlackboxConfig("t", R"({"isUartEnable": true,
+            "isOEMDebugUartLogLevel": 1})",
+                                               &result)
+                        .isOk());
+    EXPECT_EQ(mImage->Bytes(kConfig, 12), std::string("\1\0\0\0\0\0\0\0\1\0\0\0", 12))
+            << "a missing key counts as false";
+    const std::vector<std::string> malformed = {"{\"isUartEnable\": fals", "[true]", "",
+                                                std::string(5000, '[')};
+    for (const std::string& bad : malformed) {
+        result = 7;
+        EXPECT_TRUE(mService->setAllBlackboxConfig("t", bad, &result).isOk());
+        EXPECT_EQ(result, 0);
+    }
+    EXPECT_EQ(mImage->Bytes(kConfig, 12), std::string("\1\0\0\0\0\0\0\0\1\0\0\0", 12));
+}
+
+TEST_F(BlackboxServiceTest, RuntimeLogAndHardwareInfoComeFromTheKernelFiles) {
+    android::base::unique_fd out(
+            open(TempFile("kmsg.out").c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    EXPECT_EQ(StatusOf(mService->getRuntimeLog("t", 0, ndk::ScopedFileDescriptor(dup(out.get())))),
+              -1)
+            << "no /dev/kmsg";
+    std::string kmsg;
+    for (int i = 0; i < 3000; ++i) kmsg += "6,1," + std::to_string(i) + ",-;line\n";
+    std::ofstream(RootPath("/dev/kmsg")) << kmsg;
+    ASSERT_TRUE(mService->getRuntimeLog("t", 0, ndk::ScopedFileDescriptor(dup(out.get()))).isOk());
+    EXPECT_TRUE(ReadFile(TempFile("kmsg.out")) == kmsg) << "read in chunks until the end";
+
+    std::string info;
+    EXPECT_EQ(StatusOf(mService->getHardwareInfo("t", &info)), -1) << "no node";
+    std::filesystem::create_directories(RootPath("/sys/kernel/hardware_info_to_dump"));
+    std::ofstream(RootPath("/sys/kernel/hardware_info_to_dump/hardw_info")) << "soc: sm8650\n";
+    ASSERT_TRUE(mService->getHardwareInfo("reader", &info).isOk());
+    EXPECT_EQ(info, "soc: sm8650\n");
+    EXPECT_NE(Records().back().find("\"reader\", "), std::string::npos);
+    EXPECT_NE(Records().back().find("\"getHardwareInfo\"}"), std::string::npos);
+}
+
+TEST_F(BlackboxServiceTest, AMissingPartitionGivesEachMethodsFailure) {
+    mImage.reset();
+    std::filesystem::remove(RootPath("/dev/block/by-name/blackbox"));
+    int32_t result = 0;
+    std::string text;
+    EXPECT_EQ(StatusOf(mService->dotFromExternal("t", "", "x", &result)), kUnknownError);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(StatusOf(mService->getStreamLog("t", 0, 0, &text)), kUnknownError);
+    EXPECT_EQ(StatusOf(mService->getAllBlackboxConfig("t", &text)), -1);
+    EXPECT_EQ(StatusOf(mService->getBlackboxConfig("t", "isUartEnable", &result)), -1);
+    EXPECT_EQ(StatusOf(mService->setBlackboxConfig("t", "isUartEnable", 1, &result)), -1);
+    EXPECT_EQ(StatusOf(mService->setAllBlackboxConfig("t", "{}", &result)), -1);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing
