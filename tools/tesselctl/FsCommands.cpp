@@ -44,33 +44,8 @@ using ::aidl::vendor::zelkor::hardware::tessel::common::Ashmem;
 using ::aidl::vendor::zelkor::hardware::tessel::common::FileInfo;
 using ::aidl::vendor::zelkor::hardware::tessel::common::ITesselImpl;
 
-const char* StatusName(binder_status_t status) {
-    switch (status) {
-        case -2:
-            return "TESSEL_NOENT";
-        case -22:
-            return "TESSEL_EINVAL";
-        case -17:
-            return "OPEN_FAILED";
-        case STATUS_INVALID_OPERATION:
-            return "INVALID_OPERATION";
-        default:
-            return nullptr;
-    }
-}
-
-// 0 for OK; otherwise the status on standard error and 1.
 int Report(const char* command, const ndk::ScopedAStatus& status) {
-    if (status.isOk()) return 0;
-    const char* name = status.getExceptionCode() == EX_TRANSACTION_FAILED
-                               ? StatusName(status.getStatus())
-                               : nullptr;
-    if (name != nullptr) {
-        fprintf(stderr, "fs %s: %s (%d)\n", command, name, status.getStatus());
-    } else {
-        fprintf(stderr, "fs %s: %s\n", command, status.getDescription().c_str());
-    }
-    return 1;
+    return ReportStatus(std::string("fs ") + command, status);
 }
 
 // An ashmem region of `size` bytes (at least one: a region cannot be empty),

@@ -13,6 +13,7 @@
 namespace zelkor::tessel::tools {
 namespace {
 
+using ::aidl::vendor::zelkor::hardware::blackbox::IBlackboxImpl;
 using ::aidl::vendor::zelkor::hardware::tessel::common::IHalvexIntl;
 using ::aidl::vendor::zelkor::hardware::tessel::common::ITesselImpl;
 
@@ -28,10 +29,51 @@ ndk::SpAIBinder GetDaemonService(const char* command) {
     return binder;
 }
 
+// Names of the status values the daemon's services answer with.
+const char* StatusName(binder_status_t status) {
+    switch (status) {
+        case -1:
+            return "FAILED";
+        case -2:
+            return "TESSEL_NOENT";
+        case -12:
+            return "NO_MEMORY";
+        case -17:
+            return "OPEN_FAILED";
+        case -22:
+            return "TESSEL_EINVAL";
+        case STATUS_INVALID_OPERATION:
+            return "INVALID_OPERATION";
+        case STATUS_UNKNOWN_ERROR:
+            return "UNKNOWN_ERROR";
+        default:
+            return nullptr;
+    }
+}
+
 }  // namespace
 
 std::shared_ptr<ITesselImpl> ConnectTessel(const char* command) {
     return ITesselImpl::fromBinder(GetDaemonService<ITesselImpl>(command));
+}
+
+std::shared_ptr<IBlackboxImpl> ConnectBlackbox(const char* command) {
+    return IBlackboxImpl::fromBinder(GetDaemonService<IBlackboxImpl>(command));
+}
+
+int ReportStatus(const std::string& command, const ndk::ScopedAStatus& status) {
+    if (status.isOk()) return 0;
+    const char* name = status.getExceptionCode() == EX_TRANSACTION_FAILED
+                               ? StatusName(status.getStatus())
+                               : nullptr;
+    if (name != nullptr && status.getStatus() == STATUS_UNKNOWN_ERROR) {
+        fprintf(stderr, "%s: %s (0x80000000)\n", command.c_str(), name);
+    } else if (name != nullptr) {
+        fprintf(stderr, "%s: %s (%d)\n", command.c_str(), name, status.getStatus());
+    } else {
+        fprintf(stderr, "%s: %s\n", command.c_str(), status.getDescription().c_str());
+    }
+    return 1;
 }
 
 int ListServices() {

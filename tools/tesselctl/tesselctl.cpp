@@ -8,6 +8,7 @@
 
 #include "platform/Platform.h"
 #include "platform/Properties.h"
+#include "tools/tesselctl/BlackboxCommands.h"
 #include "tools/tesselctl/FsCommands.h"
 #include "tools/tesselctl/LogConfigCheck.h"
 #include "tools/tesselctl/ServiceCommands.h"
@@ -30,8 +31,8 @@ int Usage(const char* self) {
             "  transfer ACTION JSON       send an intent to the daemon's internal channel\n"
             "  logconfig FILE.json        check a log-folder configuration array (no root "
             "needed)\n"
-            "%s",
-            self, tools::kFsUsage);
+            "%s%s",
+            self, tools::kFsUsage, tools::kBlackboxUsage);
     return 2;
 }
 
@@ -97,6 +98,7 @@ int main(int argc, char** argv) {
     if (command == "transfer" && argc == 4) return tools::TransferMessage(argv[2], argv[3]);
     if (command == "logconfig" && argc == 3) return tools::CheckLogConfig(argv[2]);
     if (command == "fs") return tools::RunFsCommand(argc - 2, argv + 2);
+    if (command == "blackbox") return tools::RunBlackboxCommand(argc - 2, argv + 2);
     static const char* const kCommands[] = {"getprop", "setprop",  "waitprop", "list",
                                             "dump",    "transfer", "logconfig"};
     bool known = false;
