@@ -1,0 +1,111 @@
+// The blackbox service of the real daemon through tesselctl blackbox, on a
+// root whose partition tessel-image made; tessel-image reads the result back.
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "DaemonRoot.h"
+#include "TempRoot.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+class BlackboxE2ETest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        InstallDaemonManifest(mRoot.path());
+        fs::create_directories(Host("/dev/block/by-name"));
+        ASSERT_EQ(Run({"tessel-image", "blackbox", "create", Host(kImage)}).status, 0);
+        mDaemon = std::make_unique<Subprocess>(
+                std::vector<std::string>{"tesseld", "--root", mRoot.path()}, Host("/tesseld"));
+        ASSERT_TRUE(WaitFor([&] { return mDaemon->err().find("Tessel is started!") != npos; }))
+                << mDaemon->err();
+    }
+    std::string Host(const std::string& path) const { return mRoot.path() + path; }
+
+    struct Result {
+        int status;
+        std::string out, err;
+    };
+    Result Run(std::vector<std::string> args) {
+        Subprocess tool(std::move(args), mScratch.path() + "/run" + std::to_string(++mRuns));
+        int status = tool.wait();
+        return {status, tool.out(), tool.err()};
+    }
+    Result Box(std::vector<std::string> args) {
+        args.insert(args.begin(), {"tesselctl", "--root", mRoot.path(), "blackbox"});
+        return Run(std::move(args));
+    }
+    // The image's dotting records, as tessel-image reads them.
+    std::vector<std::string> Records() {
+        Result inspect = Run({"tessel-image", "inspect", Host(kImage), "--json"});
+        Json::Value root;
+        std::string errors;
+        std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+        reader->parse(inspect.out.data(), inspect.out.data() + inspect.out.size(), &root, &errors);
+        std::vector<std::string> records;
+        for (const char* part : {"boot", "ring"}) {
+            for (const Json::Value& record : root["blackbox"]["dotting"][part]) {
+                records.push_back(record.asString());
+            }
+        }
+        return records;
+    }
+
+    static constexpr size_t npos = std::string::npos;
+    static constexpr char kImage[] = "/dev/block/by-name/blackbox";
+    TempRoot mRoot, mScratch;
+    std::unique_ptr<Subprocess> mDaemon;
+    int mRuns = 0;
+};
+
+TEST_F(BlackboxE2ETest, EveryMethodThroughTheDaemonLeavesItsRecord) {
+    Result dot = Box({"dot", "e2e", "2026-11-25 8:00:00", "hello"});
+    EXPECT_EQ(dot.status, 1);
+    EXPECT_EQ(dot.err.rfind("blackbox dot: UNKNOWN_ERROR (0x80000000)\n", 0), 0u) << dot.err;
+
+    EXPECT_EQ(Box({"config", "isUartEnable", "1"}).out, "1\n");
+    EXPECT_EQ(Box({"config", "isUartEnable"}).out, "1\n");
+    EXPECT_EQ(Box({"config", "--json", R"({"isOEMDebugUartLogLevel": true})"}).out, "1\n");
+    EXPECT_EQ(Box({"config"}).out,
+              "{\"isForceQpstWhenFulldump\":0,\"isOEMDebugUartLogLevel\":1,\"isUartEnable\":0}\n");
+    Result unknown = Box({"config", "IsUartEnable"});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(unknown.err, "blackbox config: INVALID_OPERATION (-38)\n");
+
+    fs::create_directories(Host("/sys/kernel/hardware_info_to_dump"));
+    std::ofstream(Host("/sys/kernel/hardware_info_to_dump/hardw_info")) << "panel: x\n";
+    EXPECT_EQ(Box({"hwinfo"}).out, "panel: x\n");
+    std::ofstream(Host("/dev/kmsg")) << "6,1,0,-;booted\n";
+    EXPECT_EQ(Box({"runtime-log"}).out, "6,1,0,-;booted\n");
+    const std::string slot = mScratch.path() + "/slot0";
+    EXPECT_EQ(Box({"log", "--slot", "0", "--out", slot}).status, 0);
+    EXPECT_EQ(fs::file_size(slot), 512000u);
+    EXPECT_EQ(Box({"log", "--slot", "6"}).err, "blackbox log: INVALID_OPERATION (-38)\n");
+    EXPECT_EQ(Box({"log", "--type", "6"})
+                      .out.rfind("{\"1\", \"e2e\", \"2026-11-25 8:00:00\", "
+                                 "\"hello\"}\n",
+                                 0),
+              0u);
+
+    const std::vector<std::string> records = Records();
+    ASSERT_GE(records.size(), 9u);
+    EXPECT_EQ(records[0], "{\"1\", \"e2e\", \"2026-11-25 8:00:00\", \"hello\"}");
+    std::vector<std::string> operations;
+    for (size_t i = 1; i < records.size(); ++i) {
+        const size_t at = records[i].rfind(", \"");
+        operations.push_back(records[i].substr(at + 3, records[i].size() - at - 5));
+    }
+    EXPECT_EQ(operations, (std::vector<std::string>{"setBlackboxConfig", "getBlackboxConfig",
+                                                    "setAllBlackboxConfig", "getAllBlackboxConfig",
+                                                    "getHardwareInfo", "getRuntimeLog",
+                                                    "getStreamLogByPfd", "getStreamLog"}));
+    EXPECT_TRUE(mDaemon->running());
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing
