@@ -132,3 +132,9 @@ if [ "$(fs exists /data/vendor/diag minidump.gz)" = true ]; then
 fi
 section "blackbox partition size (tesselctl fs partsize, answered by the system side)"
 fs partsize demo blackbox
+bb() { "$bin/tesselctl" --root "$root" blackbox "$@"; }
+section "blackbox service: an event record, a switch, and the ring read back (tesselctl blackbox)"
+bb dot demo "" "camera open failed" 2>/dev/null || true
+bb config isUartEnable 1
+bb config
+bb log --type 6 | tail -n 4
