@@ -82,6 +82,9 @@ TEST_F(BlackboxE2ETest, EveryMethodThroughTheDaemonLeavesItsRecord) {
     EXPECT_EQ(Box({"hwinfo"}).out, "panel: x\n");
     std::ofstream(Host("/dev/kmsg")) << "6,1,0,-;booted\n";
     EXPECT_EQ(Box({"runtime-log"}).out, "6,1,0,-;booted\n");
+    const std::string kmsg = mScratch.path() + "/kmsg";
+    EXPECT_EQ(Box({"runtime-log", "--out", kmsg}).status, 0);
+    EXPECT_EQ(ReadWholeFile(kmsg), "6,1,0,-;booted\n");
     const std::string slot = mScratch.path() + "/slot0";
     EXPECT_EQ(Box({"log", "--slot", "0", "--out", slot}).status, 0);
     EXPECT_EQ(fs::file_size(slot), 512000u);
@@ -100,11 +103,24 @@ TEST_F(BlackboxE2ETest, EveryMethodThroughTheDaemonLeavesItsRecord) {
         const size_t at = records[i].rfind(", \"");
         operations.push_back(records[i].substr(at + 3, records[i].size() - at - 5));
     }
-    EXPECT_EQ(operations, (std::vector<std::string>{"setBlackboxConfig", "getBlackboxConfig",
-                                                    "setAllBlackboxConfig", "getAllBlackboxConfig",
-                                                    "getHardwareInfo", "getRuntimeLog",
-                                                    "getStreamLogByPfd", "getStreamLog"}));
+    EXPECT_EQ(operations, (std::vector<std::string>{
+                                  "setBlackboxConfig", "getBlackboxConfig", "setAllBlackboxConfig",
+                                  "getAllBlackboxConfig", "getHardwareInfo", "getRuntimeLog",
+                                  "getRuntimeLog", "getStreamLogByPfd", "getStreamLog"}));
     EXPECT_TRUE(mDaemon->running());
+}
+
+TEST_F(BlackboxE2ETest, ArgumentsThatDoNotFitAreRefusedBeforeAnyCall) {
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"log", "--type"},
+                                                 {"log", "--slot", "x"},
+                                                 {"config", "isUartEnable", "4294967296"},
+                                                 {"dot", "only", "two"},
+                                                 {"frob"}}) {
+        Result r = Box(args);
+        EXPECT_EQ(r.status, 2) << args[0];
+        EXPECT_NE(r.err.find("blackbox "), npos);
+    }
+    EXPECT_EQ(Records().size(), 0u) << "nothing reached the service";
 }
 
 }  // namespace

@@ -128,9 +128,15 @@ TEST_F(FsE2ETest, StatusesReachTheClientByNameAndNumber) {
         EXPECT_EQ(r.err, c.message + "\n");
     }
     EXPECT_FALSE(fs::exists(Scratch("never")));
-    Result usage = Fs({"mkdir", "/data", "x", "--mode", "9"});
-    EXPECT_EQ(usage.status, 2);
-    EXPECT_NE(usage.err.find("fs mkdir: wrong arguments"), npos);
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"mkdir", "/data", "x", "--mode", "9"},
+          {"write", "/data"},
+          {"ls", "/data", "--fast"},
+          {"cp", "/data/a"}}) {
+        Result usage = Fs(args);
+        EXPECT_EQ(usage.status, 2) << args[0];
+        EXPECT_NE(usage.err.find("fs " + args[0] + ": wrong arguments"), npos);
+    }
 
     // What the tool never sends, straight from a binder client: the number
     // the service answered is the number the client sees.

@@ -82,6 +82,25 @@ TEST_F(BlackboxServiceTest, ADotIsWrittenAndStillAnsweredWithTheUnknownError) {
     EXPECT_EQ(third.find('}'), std::string::npos);
 }
 
+TEST_F(BlackboxServiceTest, ARingOutsideItsSlotTakesNoRecord) {
+    int32_t result;
+    mService->dotFromExternal("t", "", "first", &result);
+    mImage->PutU32(kHeader + 48, kSlotSize + 1);  // dotting_offset past the slot
+    EXPECT_FALSE(mService->dotFromExternal("t", "", "second", &result).isOk());
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(mImage->Le(kHeader + 104, 8), 1u) << "dotting_count stays";
+}
+
+// A client that closed its end of the pipe costs it the bytes, not the daemon
+// its life.
+TEST_F(BlackboxServiceTest, AClosedPipeIsNoSignal) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    mImage->PutBytes(kSlot1, "slot bytes");
+    EXPECT_TRUE(mService->getStreamLogByPfd("t", 0, 0, ndk::ScopedFileDescriptor(ends[1])).isOk());
+}
+
 TEST_F(BlackboxServiceTest, LogsAreSelectedByTypeFromTheCurrentHeadersOffsets) {
     // A first record makes the slot header valid on the partition; then its
     // PBL stretch is 0x100..0x180 and its kernel stretch 0x200..0x208.
@@ -193,7 +212,9 @@ TEST_F(BlackboxServiceTest, AMissingPartitionGivesEachMethodsFailure) {
     EXPECT_EQ(StatusOf(mService->dotFromExternal("t", "", "x", &result)), kUnknownError);
     EXPECT_EQ(result, -1);
     EXPECT_EQ(StatusOf(mService->getStreamLog("t", 0, 0, &text)), kUnknownError);
+    text = "stale";
     EXPECT_EQ(StatusOf(mService->getAllBlackboxConfig("t", &text)), -1);
+    EXPECT_EQ(text, "");
     EXPECT_EQ(StatusOf(mService->getBlackboxConfig("t", "isUartEnable", &result)), -1);
     EXPECT_EQ(StatusOf(mService->setBlackboxConfig("t", "isUartEnable", 1, &result)), -1);
     EXPECT_EQ(StatusOf(mService->setAllBlackboxConfig("t", "{}", &result)), -1);
