@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <string>
 
+#include "modules/blackbox/BlackBoxDotting.h"
 #include "modules/blackbox/BlackBoxHeaders.h"
 #include "modules/blackbox/BlackboxLayout.h"
 
@@ -78,7 +79,7 @@ uint64_t section_headers_to_walk(uint32_t header_count, uint64_t first, uint64_t
 
 // The local time now, as every record of the crash run stamps it
 // ("%04d-%02d-%02d% 02d:%02d:%02d").
-std::string local_time_text();
+using blackbox::local_time_text;
 // Takes the local time as this run's time text ("%04d-%02d-%02d% 02d:%02d:%02d").
 void time_init();
 const std::string& run_time_text();

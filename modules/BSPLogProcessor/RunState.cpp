@@ -14,19 +14,6 @@ RunState& State() {
     return state;
 }
 
-std::string local_time_text() {
-    time_t now = time(nullptr);
-    struct tm local {};
-    localtime_r(&now, &local);
-    // 19 characters for any real date; room for what the compiler cannot rule out.
-    char text[64];
-    // The space flag before the hour is how every record of the crash run has
-    // always been stamped: a blank, and no leading zero below 10 o'clock.
-    snprintf(text, sizeof(text), "%04d-%02d-%02d% 02d:%02d:%02d", local.tm_year + 1900,
-             local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-    return text;
-}
-
 void time_init() {
     State().timeText = local_time_text();
     MD_LOGI("current timestamp %s", State().timeText.c_str());

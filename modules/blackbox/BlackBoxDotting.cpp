@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include "modules/blackbox/BlackBoxIo.h"
 #include "modules/blackbox/BlackBoxLog.h"
@@ -85,6 +86,17 @@ void update_labels(black_box_log_header* log) {
 }
 
 }  // namespace
+
+std::string local_time_text() {
+    time_t now = time(nullptr);
+    struct tm local {};
+    localtime_r(&now, &local);
+    // 19 characters for any real date; room for what the compiler cannot rule out.
+    char text[64];
+    snprintf(text, sizeof(text), "%04d-%02d-%02d% 02d:%02d:%02d", local.tm_year + 1900,
+             local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    return text;
+}
 
 uint64_t next_dotting_index(uint64_t dotting_count) {
     return dotting_count >= kDottingCountWrap ? 0 : dotting_count + 1;

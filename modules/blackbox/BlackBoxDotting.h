@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <string_view>
 
 #include "modules/blackbox/BlackBoxHeaders.h"
@@ -29,6 +30,11 @@ constexpr long kBootPhaseUptime = 101;
 
 // Where the uptime comes from; ::sysinfo on a device, a stand-in in tests.
 using SysinfoFn = std::function<int(struct sysinfo*)>;
+
+// The local time now as records are stamped: "%04d-%02d-%02d% 02d:%02d:%02d".
+// The space flag before the hour gives a blank and no leading zero below ten
+// o'clock; every reader of the ring and of the crash files knows it so.
+std::string local_time_text();
 
 // Index of the next record after `dotting_count`: 1 .. 2048, then 0 again.
 uint64_t next_dotting_index(uint64_t dotting_count);

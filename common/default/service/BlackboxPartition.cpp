@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include "modules/blackbox/BlackboxLayout.h"
 #include "platform/Platform.h"
@@ -17,20 +16,6 @@ namespace zelkor::tessel {
 namespace {
 
 using blackbox::BlackBoxHeaders;
-
-// The local time as the dot routine stamps it. "% 02d" puts the blank before
-// the hour and leaves hours below ten with one digit; readers of the ring
-// know the stamp in this form.
-std::string NowText() {
-    time_t now = time(nullptr);
-    struct tm parts {};
-    localtime_r(&now, &parts);
-    char text[64];
-    snprintf(text, sizeof(text), "%04d-%02d-%02d% 02d:%02d:%02d", parts.tm_year + 1900,
-             parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
-    // The stamp's own buffer holds 20 bytes: 19 characters at most.
-    return std::string(text).substr(0, 19);
-}
 
 const char* ErrorText() {
     return strerror(errno);
@@ -61,7 +46,7 @@ int dot_from_external(const std::string& first, const std::string& time, const s
 
     char record[blackbox::kDottingRecordMax + 1];
     snprintf(record, sizeof(record), "{\"%d\", \"%s\", \"%s\", \"%s\"}\n", number, first.c_str(),
-             time.empty() ? NowText().c_str() : time.c_str(), third.c_str());
+             time.empty() ? blackbox::local_time_text().c_str() : time.c_str(), third.c_str());
     const blackbox::DottingPlacement placement =
             blackbox::place_dotting_record(fd.get(), &headers, record, get_sysinfo);
     if (!placement.placed) {
