@@ -1,0 +1,73 @@
+// Where the module's values come from: lines of kernel files, properties, and
+// the item table.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "LogCapture.h"
+#include "TempRoot.h"
+#include "modules/HardWareInfo/hwInfoModule.h"
+#include "platform/Platform.h"
+#include "platform/Properties.h"
+
+namespace zelkor::tessel::testing {
+namespace {
+
+class HwInfoReadTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(platform::SetRoot(mRoot.path())); }
+    void Put(const std::string& path, const std::string& text) {
+        std::filesystem::create_directories(
+                std::filesystem::path(mRoot.path() + path).parent_path());
+        std::ofstream(mRoot.path() + path) << text;
+    }
+    TempRoot mRoot;
+    HardWareInfoModule mModule;
+};
+
+TEST_F(HwInfoReadTest, TheTableHoldsEighteenItemsInItsOrder) {
+    std::vector<std::string> keys;
+    for (const auto& [key, item] : mModule.items()) keys.push_back(key);
+    EXPECT_EQ(keys, (std::vector<std::string>{
+                            "DDR", "UFS", "SOC_VERSION", "SOC_SN", "SOC_ID", "DISPLAY",
+                            "TP_IC_FW_VERSION", "TP_HW_INFO", "POWERUP_REASON", "POWEROFF_REASON",
+                            "BATTERY", "FINGERPRINT", "WLAN&BT", "NFC", "CAMERA_FRONTMAIN",
+                            "CAMERA_REARMAIN", "CAMERA_REARTELE", "CAMERA_REARULTRA"}));
+    ASSERT_TRUE(mModule.FindInfoByKey("UFS").has_value());
+    EXPECT_EQ(*mModule.FindInfoByKey("UFS")->file, "/proc/mv");
+    EXPECT_EQ(mModule.FindInfoByKey("UFS")->line, 2);
+    EXPECT_EQ(mModule.FindInfoByKey("CAMERA_REARMAIN")->waitMs, 1000);
+    EXPECT_EQ(mModule.FindInfoByKey("CAMERA_REARTELE")->waitMs, 100);
+    EXPECT_FALSE(mModule.FindInfoByKey("ddr").has_value());
+    EXPECT_FALSE(mModule.FindInfoByKey("").has_value());
+}
+
+TEST_F(HwInfoReadTest, FileItemsTakeTheirLineAndPropertyItemsTheirValue) {
+    LogCapture log;
+    Put("/proc/mv", "LPDDR5X 12GB\n");
+    EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("DDR")), "LPDDR5X 12GB");
+    // One line: the second is missing, and one past the end is no "invalid
+    // index" yet.
+    EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("UFS")), std::nullopt);
+    EXPECT_EQ(log.count("Halvex-HardWareInfo", "line index is invalid"), 0);
+    EXPECT_EQ(log.count("Halvex-HardWareInfo", "HWInfo Map info is invalid!"), 1);
+    EXPECT_EQ(mModule.ReadInfo(InfoItem{std::string("/proc/mv"), std::nullopt, 3, 0}),
+              std::nullopt);
+    EXPECT_TRUE(log.contains("Halvex-HardWareInfo",
+                             "[ReadInfo] line index is invalid, max line index is 2"));
+    Put("/proc/mv", "\nUFS 4.0\n");
+    EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("DDR")), "") << "an empty line is a value";
+    EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("UFS")), "UFS 4.0");
+    EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("SOC_ID")), std::nullopt) << "no file";
+    EXPECT_TRUE(log.contains("Halvex-HardWareInfo", "[ReadInfo] ReadInfo failed!!"));
+
+    EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("NFC")), std::nullopt);
+    ASSERT_TRUE(platform::SetProperty("ro.vendor.se.chip.model", "SN220"));
+    EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("NFC")), "SN220");
+    EXPECT_EQ(mModule.ReadInfo(std::nullopt), std::nullopt);
+    EXPECT_EQ(mModule.ReadInfo(InfoItem{}), std::nullopt);
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::testing
