@@ -198,9 +198,10 @@ constexpr uint32_t kCrashHistoryHeaderSize = 1024;
 constexpr uint32_t kCrashHistoryRecordSize = 1024;
 constexpr uint32_t kCrashHistoryRecords = 512;
 
-// The smallest image that holds every region of the default map, with one
-// hardware-info block after hwinfo_offset.
-constexpr uint64_t kDefaultHwinfoRegionSize = 0x1000;
+// The smallest image that holds every region of the default map, with room
+// after hwinfo_offset for the hardware-info module's eighteen 346-byte
+// records (6228 bytes): two 4 KiB blocks.
+constexpr uint64_t kDefaultHwinfoRegionSize = 0x2000;
 constexpr uint64_t kDefaultImageSize = uint64_t(kDefaultHwinfoOffset) + kDefaultHwinfoRegionSize;
 
 // Byte offset of slot `dump_count`, computed in 32 bits and sign-extended as

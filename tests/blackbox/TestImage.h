@@ -16,7 +16,7 @@
 namespace zelkor::tessel::testing {
 
 // The default layout, from the partition map.
-constexpr uint64_t kImageSize = 0x9883000;
+constexpr uint64_t kImageSize = 0x9884000;
 constexpr uint64_t kSlot1 = 0x1000;
 constexpr uint64_t kSlotSize = 0x800000;
 constexpr uint64_t kControl = 0x9800000;
