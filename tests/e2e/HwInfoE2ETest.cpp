@@ -101,6 +101,30 @@ TEST_F(HwInfoE2ETest, TheCameraGateHoldsTheRunThenEighteenRecordsGoToBothPlaces)
     EXPECT_EQ(lines[17], "[CAMERA_REARULTRA]: v-vendor.camera.sensor.rearUltra.fuseID\n");
     ASSERT_TRUE(WaitFor([&] { return RegionRecords().size() == 18; }));
     EXPECT_EQ(RegionRecords(), lines) << "the region decrypts to the node's text, in order";
+
+    // The offline reader finds the region through the headers (or their
+    // defaults when they are garbage) and prints what the node holds; a
+    // damaged record is reported by its place and the rest still shown.
+    const std::string key = std::string(TESSEL_SOURCE_DIR) + "/keys/hwinfo_dev_ONLY_private.pem";
+    Subprocess reader({"tessel-image", "hwinfo", Host(kImage), "--key", key}, Host("/reader"));
+    EXPECT_EQ(reader.wait(), 0);
+    EXPECT_EQ(reader.out(), ReadWholeFile(Host(kNode)));
+    {
+        std::fstream image(Host(kImage), std::ios::in | std::ios::out | std::ios::binary);
+        image.seekp(0);
+        image << "garbage headers";
+        image.seekp(kHwinfoOffset + 2 * kRecordSize + 10);
+        image << '*';
+    }
+    Subprocess damaged({"tessel-image", "hwinfo", Host(kImage), "--key", key}, Host("/damaged"));
+    EXPECT_EQ(damaged.wait(), 1);
+    EXPECT_EQ(damaged.err(), "record 2 at 0x98822b4: not base64\n");
+    std::string expected;
+    for (size_t i = 0; i < lines.size(); ++i) expected += i == 2 ? "" : lines[i];
+    EXPECT_EQ(damaged.out(), expected);
+    Subprocess inspect({"tessel-image", "inspect", Host(kImage), "--json"}, Host("/inspect"));
+    inspect.wait();
+    EXPECT_NE(inspect.out().find("\"records\" : 18"), std::string::npos) << inspect.out();
 }
 
 TEST_F(HwInfoE2ETest, MissingValuesAreRetriedAfterTheFirstPassAndLongOnesStayInTheNode) {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "modules/blackbox/BlackBoxDefaults.h"
+#include "tools/tessel-image/HwinfoRegion.h"
 #include "tools/tessel-image/ImageFile.h"
 
 namespace zelkor::tessel::image {
@@ -47,6 +48,7 @@ class Inspection {
         const log_content_header content = Content(table);
         const bool slotValid = Slot(content);
         Control(table);
+        Hwinfo();
         if (slotValid) {
             Dotting(content);
             Kmsg(content);
@@ -180,6 +182,15 @@ class Inspection {
         out["isUartEnable"] = config.isUartEnable;
         out["isForceQpstWhenFulldump"] = config.isForceQpstWhenFulldump;
         out["isOEMDebugUartLogLevel"] = config.isOEMDebugUartLogLevel;
+    }
+
+    // The hardware-info region: where it is and how many records it holds
+    // (tessel-image hwinfo decrypts them).
+    void Hwinfo() {
+        Json::Value& out = mOut["hwinfo"];
+        const uint64_t offset = HwinfoRegionOffset(mImage.fd());
+        out["offset"] = Json::UInt64(offset);
+        out["records"] = Json::UInt64(ReadHwinfoRecords(mImage, offset).size());
     }
 
     // Boot phase first, then the ring part from the oldest byte (at the write

@@ -23,5 +23,6 @@ struct Command {
 int RunBlackboxCreate(const Args& args);
 int RunInspect(const Args& args);
 int RunDumpAdd(const Args& args);
+int RunHwinfo(const Args& args);
 
 }  // namespace zelkor::tessel::image

@@ -18,6 +18,7 @@ class ImageFile {
     ImageFile(int fd, uint64_t size) : mFd(fd), mSize(size) {}
 
     uint64_t size() const { return mSize; }
+    int fd() const { return mFd; }
     bool Contains(uint64_t offset, uint64_t length) const {
         return blackbox::range_fits(offset, length, mSize);
     }

@@ -25,6 +25,11 @@ const std::vector<image::Command>& Commands() {
              "show every header and log area of an image (blackbox, or a minidump or "
              "crash_history partition image), as text or JSON",
              image::RunInspect},
+            {{"hwinfo"},
+             "FILE --key PRIVATE.pem [--json]",
+             "decrypt the hardware-info records of a blackbox image with the product's "
+             "private key, in the order the daemon wrote them",
+             image::RunHwinfo},
     };
     return commands;
 }
