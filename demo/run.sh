@@ -39,6 +39,21 @@ else
     section "booting the demo root in $root again (its dump was taken by the last run)"
 fi
 
+# The hardware identifiers the hardware-info module collects; the kernel node
+# starts empty at every boot, as the kernel's does. The camera service
+# publishes its fuse ids once it runs: the module waits for the front one.
+mkdir -p "$root/proc" "$root/sys/devices/soc0" "$root/sys/kernel/hardware_info_to_dump" \
+    "$root/sys/class/zk_display/disp-DSI-0" "$root/sys/class/qcom-battery"
+printf 'LPDDR5X 12GB vendor 0x06\nUFS 4.0 256GB vendor 0x198\n' > "$root/proc/mv"
+echo "2.0" > "$root/sys/devices/soc0/revision"
+echo "0x7a3c19e2" > "$root/sys/devices/soc0/serial_number"
+echo "557" > "$root/sys/devices/soc0/soc_id"
+echo "zk_amoled_6p7 rev 3" > "$root/sys/class/zk_display/disp-DSI-0/panel_info"
+echo "ATL 5000mAh" > "$root/sys/class/qcom-battery/fg_vendor"
+: > "$root/sys/kernel/hardware_info_to_dump/hardw_info"
+"$bin/tesselctl" --root "$root" setprop vendor.camera.sensor.frontMain.fuseID 0x1c22a07f
+"$bin/tesselctl" --root "$root" setprop vendor.camera.sensor.rearMain.fuseID 0x3f0051d8
+
 # Log folders for the log manager: more dated modem logs than its limit of
 # four, made before the daemon starts.
 bsplog=$root/data/vendor/bsplog
@@ -138,3 +153,13 @@ bb dot demo "" "camera open failed" 2>/dev/null || true
 bb config isUartEnable 1
 bb config
 bb log --type 6 | tail -n 4
+# The module's last first-pass item waits up to 100 ms for its property; the
+# retries of missing files follow at once.
+for _ in $(seq 1 100); do
+    grep -q 'CAMERA_REARULTRA failed after wait' "$log/tesseld.log" && break
+    sleep 0.1
+done
+section "hardware info in the kernel node (/sys/kernel/hardware_info_to_dump/hardw_info)"
+cat "$root/sys/kernel/hardware_info_to_dump/hardw_info"
+section "the same records in the blackbox, decrypted with the development key (tessel-image hwinfo)"
+"$bin/tessel-image" hwinfo "$byname/blackbox" --key "$here/../keys/hwinfo_dev_ONLY_private.pem"
