@@ -18,6 +18,7 @@ PACKAGES=(
     zlib1g-dev
     libminizip-dev
     libssl-dev
+    openssl
     pigz
     zip
     unzip

@@ -3,6 +3,7 @@
 // the development private key.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -127,6 +128,34 @@ TEST_F(HwInfoE2ETest, TheCameraGateHoldsTheRunThenEighteenRecordsGoToBothPlaces)
     EXPECT_NE(inspect.out().find("\"records\" : 18"), std::string::npos) << inspect.out();
 }
 
+// A reader that shares nothing with this project: the openssl tool, with the
+// development private key, decrypts every record to the node's line.
+TEST_F(HwInfoE2ETest, OpensslDecryptsTheRecordsToTheNodesLines) {
+    AllSources();
+    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
+    Start();
+    ASSERT_TRUE(WaitFor([&] { return NodeLines().size() == 18; })) << Log();
+    ASSERT_TRUE(WaitFor([&] { return RegionRecords().size() == 18; }));
+    std::ifstream in(Host(kImage), std::ios::binary);
+    in.seekg(kHwinfoOffset);
+    const std::vector<std::string> lines = NodeLines();
+    for (size_t i = 0; i < lines.size(); ++i) {
+        std::string record(kRecordSize, '\0');
+        in.read(record.data(), kRecordSize);
+        const std::string cipher = Host("/record.bin");
+        std::ofstream(cipher, std::ios::binary) << DecodeBase64(record.substr(0, 344));
+        const std::string command = "openssl pkeyutl -decrypt -inkey " +
+                                    std::string(TESSEL_SOURCE_DIR) +
+                                    "/keys/hwinfo_dev_ONLY_private.pem -in " + cipher;
+        FILE* pipe = popen(command.c_str(), "r");
+        ASSERT_NE(pipe, nullptr);
+        std::string plain;
+        for (int c; (c = fgetc(pipe)) != EOF;) plain += static_cast<char>(c);
+        ASSERT_EQ(pclose(pipe), 0) << "openssl is installed by make deps";
+        EXPECT_EQ(plain, lines[i]);
+    }
+}
+
 TEST_F(HwInfoE2ETest, MissingValuesAreRetriedAfterTheFirstPassAndLongOnesStayInTheNode) {
     AllSources();
     ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
@@ -165,6 +194,31 @@ TEST_F(HwInfoE2ETest, AFilledKernelNodeStopsTheModuleWithoutWrites) {
         return std::regex_search(Log(), std::regex(R"(HardWareInfo\(\d+\) exit loop)"));
     })) << "the module removes itself";
     EXPECT_EQ(ReadWholeFile(Host(kNode)), "[DDR]: from an earlier run\n");
+    EXPECT_TRUE(RegionRecords().empty());
+}
+
+TEST_F(HwInfoE2ETest, WithoutABlackboxOnlyTheNodeIsWritten) {
+    AllSources();
+    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
+    fs::remove(Host(kImage));
+    Start();
+    ASSERT_TRUE(WaitFor([&] { return NodeLines().size() == 18; })) << Log();
+    EXPECT_NE(Log().find("Open blackbox partition failed! This device may not supported "
+                         "blackbox."),
+              std::string::npos);
+    EXPECT_FALSE(fs::exists(Host(kImage)));
+}
+
+TEST_F(HwInfoE2ETest, WithoutTheKernelNodeTheModuleStops) {
+    AllSources();
+    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
+    fs::remove(Host(kNode));
+    Start();
+    ASSERT_TRUE(WaitFor([&] {
+        return std::regex_search(Log(), std::regex(R"(HardWareInfo\(\d+\) exit loop)"));
+    })) << Log();
+    EXPECT_NE(Log().find("Open kernel node failed! can not continue!! error: 2("),
+              std::string::npos);
     EXPECT_TRUE(RegionRecords().empty());
 }
 
