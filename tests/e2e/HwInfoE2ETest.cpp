@@ -156,6 +156,31 @@ TEST_F(HwInfoE2ETest, OpensslDecryptsTheRecordsToTheNodesLines) {
     }
 }
 
+// The rear main camera's fuse id comes during its wait and is written in its
+// place; the panel file comes during the first pass and its retry writes it
+// after every first-pass record.
+TEST_F(HwInfoE2ETest, LateValuesLandInTheirPlaceOrAfterTheFirstPass) {
+    AllSources();
+    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
+    fs::remove(Host("/dev/__properties__/vendor.camera.sensor.rearMain.fuseID"));
+    fs::remove(Host("/sys/class/zk_display/disp-DSI-0/panel_info"));
+    Start();
+    ASSERT_TRUE(WaitFor([&] {
+        return Log().find("retry or waiting for DISPLAY") != std::string::npos;
+    })) << Log();
+    Put("/sys/class/zk_display/disp-DSI-0/panel_info", "late panel\n");
+    ASSERT_TRUE(WaitFor([&] {
+        return Log().find("retry or waiting for CAMERA_REARMAIN") != std::string::npos;
+    })) << Log();
+    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.rearMain.fuseID", "R-1"));
+    ASSERT_TRUE(WaitFor([&] { return NodeLines().size() == 18; })) << Log();
+    const std::vector<std::string> lines = NodeLines();
+    EXPECT_EQ(lines[14], "[CAMERA_REARMAIN]: R-1\n");
+    EXPECT_EQ(lines[17], "[DISPLAY]: late panel\n");
+    ASSERT_TRUE(WaitFor([&] { return RegionRecords().size() == 18; }));
+    EXPECT_EQ(RegionRecords(), lines);
+}
+
 TEST_F(HwInfoE2ETest, MissingValuesAreRetriedAfterTheFirstPassAndLongOnesStayInTheNode) {
     AllSources();
     ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));

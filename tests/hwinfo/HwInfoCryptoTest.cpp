@@ -2,11 +2,14 @@
 // the development private key.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <string>
 
 #include "DevKey.h"
 #include "modules/HardWareInfo/HwInfoCrypto.h"
+#include "modules/HardWareInfo/hwInfoModule.h"
 
 namespace zelkor::tessel::testing {
 namespace {
@@ -58,6 +61,30 @@ TEST(HwInfoCryptoTest, RecordsDecryptWithThePrivateKeyUpTo245Bytes) {
               std::string(reinterpret_cast<char*>(b), 256));
     free(a);
     free(b);
+}
+
+// One record in the region: 344 characters of base64, a newline and a NUL,
+// never past the partition's end.
+TEST(HwInfoCryptoTest, ARecordIsWrittenWholeOrNotAtAll) {
+    char path[] = "/tmp/hwinfo-region.XXXXXX";
+    const int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(ftruncate(fd, 1000), 0);
+    EXPECT_EQ(HardWareInfoModule::WriteEncryptData(fd, "[SOC_ID]: 557\n"), 346);
+    std::string record(346, '\0');
+    ASSERT_EQ(pread(fd, record.data(), record.size(), 0), 346);
+    EXPECT_EQ(record.substr(344), std::string("\n\0", 2));
+    EXPECT_EQ(DecryptWithDevKey(DecodeBase64(record.substr(0, 344))), "[SOC_ID]: 557\n");
+
+    ASSERT_EQ(lseek(fd, 1000 - 345, SEEK_SET), 1000 - 345);
+    EXPECT_EQ(HardWareInfoModule::WriteEncryptData(fd, "[SOC_ID]: 557\n"), -1);
+    EXPECT_EQ(lseek(fd, 0, SEEK_END), 1000) << "the partition never grows";
+    EXPECT_EQ(HardWareInfoModule::WriteEncryptData(-1, "x"), -1);
+    EXPECT_EQ(HardWareInfoModule::WriteEncryptData(fd, nullptr), -1);
+    ASSERT_EQ(lseek(fd, 0, SEEK_SET), 0);
+    EXPECT_EQ(HardWareInfoModule::WriteEncryptData(fd, std::string(246, 'x').c_str()), -1);
+    close(fd);
+    unlink(path);
 }
 
 }  // namespace
