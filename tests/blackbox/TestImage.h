@@ -42,6 +42,7 @@ class TestImage {
     // False once creating the file or one of the writes failed.
     bool ok() const { return mFd >= 0 && !mFailed; }
     const std::string& path() const { return mPath; }
+    int fd() const { return mFd; }
     uint64_t size() const {
         struct stat st {};
         fstat(mFd, &st);
