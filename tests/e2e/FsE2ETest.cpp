@@ -211,12 +211,16 @@ TEST_F(FsE2ETest, TwoClientsTransferAtOnceWithoutMixingData) {
     }
 }
 
+// Every path-taking method aimed at a folder outside the root: through an
+// absolute link, a relative one, and "..".
 TEST_F(FsE2ETest, NoCommandReachesOutsideTheRoot) {
     const std::string outside = mOutside.path();
     fs::create_symlink(outside, Host("/data/vendor/abs"));
     fs::create_symlink("../../../../../../../.." + outside, Host("/data/vendor/rel"));
     const std::string climb = "../../../../../../../.." + outside;
     std::ofstream(Scratch("payload")) << "pwned";
+    std::shared_ptr<ITesselImpl> client = Client();
+    ASSERT_NE(client, nullptr);
     for (const std::string& folder :
          {std::string("/data/vendor/abs"), std::string("/data/vendor/rel"), "/data/" + climb}) {
         SCOPED_TRACE(folder);
@@ -229,7 +233,12 @@ TEST_F(FsE2ETest, NoCommandReachesOutsideTheRoot) {
         Fs({"put", Scratch("payload"), folder, "secret"});
         Fs({"write", folder, "secret"}, "pwned");
         Fs({"mkdir", folder, "made"});
+        Fs({"mkdir", folder, "made", "--mode", "777"});
         Fs({"cp", "/data/vendor/abs/../../vendor", folder + "/secret"});
+        // The byte calls have no command; a binder client makes them.
+        std::vector<int8_t> bytes;
+        EXPECT_FALSE(client->TesselReadBuffer(folder, "secret", &bytes).isOk());
+        client->TesselWriteBuffer(folder, "secret", {'p'}, 1);
         Fs({"rm", folder, "secret"});
         EXPECT_EQ(ReadWholeFile(outside + "/secret"), "outside");
         EXPECT_EQ(std::distance(fs::directory_iterator(outside), fs::directory_iterator()), 1);
