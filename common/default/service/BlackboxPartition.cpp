@@ -1,5 +1,6 @@
 #include "common/default/service/BlackboxPartition.h"
 
+#include <android-base/file.h>
 #include <android-base/logging.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -88,13 +89,7 @@ bool WriteToClient(int fd, const char* data, size_t size) {
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe, &old);
-    bool ok = true;
-    for (size_t done = 0; ok && done < size;) {
-        ssize_t n = write(fd, data + done, size - done);
-        if (n < 0 && errno == EINTR) continue;
-        ok = n > 0;
-        if (ok) done += static_cast<size_t>(n);
-    }
+    const bool ok = android::base::WriteFully(fd, data, size);
     const int error = errno;
     if (!ok && error == EPIPE) {
         const struct timespec none {};

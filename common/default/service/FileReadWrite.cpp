@@ -1,5 +1,6 @@
 // Whole-file reads and writes of the file-system service, carried in the
 // binder transaction itself.
+#include <android-base/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -89,7 +90,7 @@ ndk::ScopedAStatus TesselImpl::TesselWriteFile(const std::string& path, const st
     TLOGD("write file: %s, length: %d, append_data = %d\n", full.c_str(),
           static_cast<int>(data.size()), appendData);
     android::base::unique_fd fd = OpenForWrite(full, appendData != 0);
-    if (!fd.ok() || !WriteFully(fd.get(), data.data(), data.size())) {
+    if (!fd.ok() || !android::base::WriteFully(fd.get(), data.data(), data.size())) {
         TLOGE("write %s failed\n", full.c_str());
         return TesselStatus(TESSEL_EINVAL);
     }
@@ -114,7 +115,7 @@ ndk::ScopedAStatus TesselImpl::TesselWriteBuffer(const std::string& path,
         TLOGE("open %s failed, errno = %s\n", full.c_str(), strerror(errno));
         return TesselStatus(TESSEL_EINVAL);
     }
-    if (!WriteFully(fd.get(), buffer.data(), static_cast<size_t>(length))) {
+    if (!android::base::WriteFully(fd.get(), buffer.data(), static_cast<size_t>(length))) {
         TLOGE("write %s failed, errno = %s\n", full.c_str(), strerror(errno));
         return TesselStatus(TESSEL_EINVAL);
     }
@@ -147,7 +148,7 @@ ndk::ScopedAStatus TesselImpl::CopyFile(const std::string& srcPath, const std::s
               lseek(to.get(), 0, SEEK_SET) == 0;
     for (ssize_t n = 1; ok && n > 0;) {
         n = ReadFully(from.get(), chunk.data(), chunk.size());
-        ok = n >= 0 && WriteFully(to.get(), chunk.data(), static_cast<size_t>(n));
+        ok = n >= 0 && android::base::WriteFully(to.get(), chunk.data(), static_cast<size_t>(n));
     }
     if (!ok) {
         TLOGE("Copying failed! %s -> %s", srcPath.c_str(), destPath.c_str());

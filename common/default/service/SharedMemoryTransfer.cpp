@@ -4,6 +4,7 @@
 // The mapped region is only ever touched by read(2) and write(2): should the
 // client shrink its region while a call copies, the kernel answers EFAULT
 // instead of the daemon taking a SIGBUS.
+#include <android-base/file.h>
 #include <cutils/ashmem.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -76,7 +77,7 @@ ndk::ScopedAStatus TesselImpl::WriteToFile(const Ashmem& mem, const std::string&
         TLOGE("fs open failed, path=%s, error:%s\n", full.c_str(), strerror(errno));
         return TesselStatus(TESSEL_EINVAL);
     }
-    if (!WriteFully(file.get(), region.get(), static_cast<size_t>(size))) {
+    if (!android::base::WriteFully(file.get(), region.get(), static_cast<size_t>(size))) {
         TLOGE("%s write failed, return TESSEL_EINVAL\n", full.c_str());
         return TesselStatus(TESSEL_EINVAL);
     }

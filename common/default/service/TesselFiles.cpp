@@ -95,15 +95,4 @@ ssize_t ReadFully(int fd, void* buffer, size_t size) {
     return static_cast<ssize_t>(done);
 }
 
-bool WriteFully(int fd, const void* buffer, size_t size) {
-    size_t done = 0;
-    while (done < size) {
-        ssize_t n = write(fd, static_cast<const char*>(buffer) + done, size - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
-
 }  // namespace zelkor::tessel

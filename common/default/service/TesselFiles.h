@@ -43,7 +43,4 @@ binder_status_t OpenSized(const std::string& path, const std::string& name, std:
 // Reads until `size` bytes or end of file; the count read, or -1 on error.
 ssize_t ReadFully(int fd, void* buffer, size_t size);
 
-// Writes all `size` bytes; false on error.
-bool WriteFully(int fd, const void* buffer, size_t size);
-
 }  // namespace zelkor::tessel
