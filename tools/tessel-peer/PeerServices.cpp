@@ -10,12 +10,12 @@
 #include <android-base/unique_fd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 
 #include "framework/InternalBroadcastManager.h"
 #include "modules/blackbox/BlackBoxIo.h"
+#include "platform/ClientPath.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::peer {
@@ -25,14 +25,7 @@ namespace {
 // the root, which is kept resolved; a symbolic link cannot carry a mode change
 // out of it.
 bool InsideRoot(int fd) {
-    char resolved[PATH_MAX];
-    const std::string self = "/proc/self/fd/" + std::to_string(fd);
-    const ssize_t length = readlink(self.c_str(), resolved, sizeof(resolved) - 1);
-    if (length < 0) return false;
-    resolved[length] = '\0';
-    const std::string& root = platform::Root();
-    return strncmp(resolved, root.c_str(), root.size()) == 0 &&
-           (resolved[root.size()] == '/' || resolved[root.size()] == '\0');
+    return !platform::ClientPathOf(fd).empty();
 }
 
 }  // namespace
