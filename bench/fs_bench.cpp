@@ -6,6 +6,8 @@
 // TesselReadBuffer of 500 KiB comes back in the binder reply. Runs are named
 // "<workload>/halvex" and "<workload>/baseline" for bench/compare.py.
 #include <aidl/vendor/zelkor/hardware/tessel/common/ITesselImpl.h>
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <android/binder_manager.h>
 #include <benchmark/benchmark.h>
 #include <cutils/ashmem.h>
@@ -49,15 +51,8 @@ void MakeFile(const std::string& path, size_t size) {
 
 // The whole file into `buffer` with read(2), as the baseline does it.
 bool PlainRead(const std::string& path, char* buffer, size_t size) {
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
-    size_t done = 0;
-    for (ssize_t n = 1; done < size && n > 0; done += static_cast<size_t>(n > 0 ? n : 0)) {
-        n = read(fd, buffer + done, size - done);
-        if (n < 0) break;
-    }
-    close(fd);
-    return done == size;
+    android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return fd.ok() && android::base::ReadFully(fd.get(), buffer, size);
 }
 
 // One ReadFromFile into `region`, checked through the client's own mapping.
