@@ -22,18 +22,21 @@ bool JsonUtil::ConvertJsonToString(const Json::Value& value, std::string& out) {
     return true;
 }
 
-bool JsonUtil::ConvertStringToJson(const std::string& text, Json::Value& out) {
+bool JsonUtil::ConvertStringToJson(const std::string& text, Json::Value& out, std::string* errors) {
     Json::CharReaderBuilder builder;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value parsed;
-    std::string errors;
+    std::string reason;
     // Nesting past the reader's depth limit is thrown, not returned: text from
     // a client or a file must not end the process.
+    bool ok = false;
     try {
-        if (!reader->parse(text.data(), text.data() + text.size(), &parsed, &errors)) {
-            return false;
-        }
-    } catch (const std::exception&) {
+        ok = reader->parse(text.data(), text.data() + text.size(), &parsed, &reason);
+    } catch (const std::exception& e) {
+        reason = e.what();
+    }
+    if (!ok) {
+        if (errors != nullptr) *errors = reason;
         return false;
     }
     out = std::move(parsed);

@@ -13,8 +13,10 @@ class JsonUtil {
     // peer of the internal channel and every report uses). Returns false and
     // leaves out unchanged when the value cannot be written.
     static bool ConvertJsonToString(const Json::Value& value, std::string& out);
-    // Parses text into out; false (out unchanged) when the text is not JSON.
-    static bool ConvertStringToJson(const std::string& text, Json::Value& out);
+    // Parses text into out; false (out unchanged) when the text is not JSON,
+    // with the parser's reason in *errors when given.
+    static bool ConvertStringToJson(const std::string& text, Json::Value& out,
+                                    std::string* errors = nullptr);
 };
 
 }  // namespace zelkor::tessel

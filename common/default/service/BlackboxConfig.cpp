@@ -3,14 +3,14 @@
 #include <android-base/logging.h>
 #include <json/json.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
-#include <memory>
-#include <sstream>
 
 #include "common/default/service/BlackboxImpl.h"
 #include "common/default/service/BlackboxPartition.h"
 #include "modules/blackbox/BlackBoxIo.h"
+#include "utils/JsonUtil.h"
 
 namespace zelkor::tessel {
 namespace {
@@ -20,16 +20,10 @@ using blackbox::blackbox_partition_config;
 constexpr const char* kKeys[] = {"isUartEnable", "isForceQpstWhenFulldump",
                                  "isOEMDebugUartLogLevel"};
 
-// The switch a key names, matched exactly; null for any other key.
-uint32_t* Switch(blackbox_partition_config* config, const std::string& key) {
-    uint32_t* switches[] = {&config->isUartEnable, &config->isForceQpstWhenFulldump,
-                            &config->isOEMDebugUartLogLevel};
-    for (size_t i = 0; i < 3; ++i) {
-        if (key.size() == strlen(kKeys[i]) && memcmp(key.data(), kKeys[i], key.size()) == 0) {
-            return switches[i];
-        }
-    }
-    return nullptr;
+// The switches in the order of kKeys.
+std::array<uint32_t*, 3> Switches(blackbox_partition_config* config) {
+    return {&config->isUartEnable, &config->isForceQpstWhenFulldump,
+            &config->isOEMDebugUartLogLevel};
 }
 
 // The partition and its configuration block, read for one call.
@@ -52,6 +46,17 @@ struct ConfigAccess {
         }
         return true;
     }
+    // The switch a key names, matched exactly; null (logged) for any other.
+    uint32_t* Find(const std::string& key) {
+        const std::array<uint32_t*, 3> switches = Switches(&config);
+        for (size_t i = 0; i < switches.size(); ++i) {
+            if (key.size() == strlen(kKeys[i]) && memcmp(key.data(), kKeys[i], key.size()) == 0) {
+                return switches[i];
+            }
+        }
+        LOG(ERROR) << "unknown blackbox config key: " << key;
+        return nullptr;
+    }
     bool Store() {
         if (blackbox::write_at(fd.get(), offset, &config, sizeof(config)) ==
             static_cast<ssize_t>(sizeof(config))) {
@@ -70,9 +75,8 @@ ndk::ScopedAStatus BlackboxImpl::getAllBlackboxConfig(const std::string& caller,
     ConfigAccess access;
     if (!access.Load("blackbox_partition_config")) return ndk::ScopedAStatus::fromStatus(-1);
     Json::Value object(Json::objectValue);
-    object[kKeys[0]] = access.config.isUartEnable;
-    object[kKeys[1]] = access.config.isForceQpstWhenFulldump;
-    object[kKeys[2]] = access.config.isOEMDebugUartLogLevel;
+    const std::array<uint32_t*, 3> switches = Switches(&access.config);
+    for (size_t i = 0; i < switches.size(); ++i) object[kKeys[i]] = *switches[i];
     *result = Json::FastWriter().write(object);
     LOG(INFO) << "_struct_obj_json to string: " << *result;
     AddBookkeeping(caller, "getAllBlackboxConfig");
@@ -84,11 +88,8 @@ ndk::ScopedAStatus BlackboxImpl::getBlackboxConfig(const std::string& caller,
     *result = -1;
     ConfigAccess access;
     if (!access.Load("initial_config")) return ndk::ScopedAStatus::fromStatus(-1);
-    const uint32_t* value = Switch(&access.config, key);
-    if (value == nullptr) {
-        LOG(ERROR) << "unknown blackbox config key: " << key;
-        return ndk::ScopedAStatus::fromStatus(STATUS_INVALID_OPERATION);
-    }
+    const uint32_t* value = access.Find(key);
+    if (value == nullptr) return ndk::ScopedAStatus::fromStatus(STATUS_INVALID_OPERATION);
     *result = static_cast<int32_t>(*value);
     AddBookkeeping(caller, "getBlackboxConfig");
     return ndk::ScopedAStatus::ok();
@@ -99,17 +100,9 @@ ndk::ScopedAStatus BlackboxImpl::setAllBlackboxConfig(const std::string& caller,
     *result = 0;
     ConfigAccess access;
     if (!access.Load("blackbox_partition_config")) return ndk::ScopedAStatus::fromStatus(-1);
-    Json::CharReaderBuilder builder;
-    builder["stackLimit"] = 64;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value object;
     std::string errors;
-    bool parsed = false;
-    try {
-        parsed = reader->parse(json.data(), json.data() + json.size(), &object, &errors);
-    } catch (const std::exception& e) {  // jsoncpp throws past its depth limit
-        errors = e.what();
-    }
+    const bool parsed = JsonUtil::ConvertStringToJson(json, object, &errors);
     if (!parsed || !object.isObject()) {
         LOG(ERROR) << "parser json failed, reason is " << (parsed ? "not an object" : errors);
         return ndk::ScopedAStatus::ok();
@@ -117,9 +110,8 @@ ndk::ScopedAStatus BlackboxImpl::setAllBlackboxConfig(const std::string& caller,
     // A missing key counts as false; numbers count as booleans do in JSON
     // readers, anything else as false.
     blackbox_partition_config wanted{};
-    uint32_t* fields[] = {&wanted.isUartEnable, &wanted.isForceQpstWhenFulldump,
-                          &wanted.isOEMDebugUartLogLevel};
-    for (size_t i = 0; i < 3; ++i) {
+    const std::array<uint32_t*, 3> fields = Switches(&wanted);
+    for (size_t i = 0; i < fields.size(); ++i) {
         const Json::Value& value = object[kKeys[i]];
         *fields[i] = value.isConvertibleTo(Json::booleanValue) && value.asBool() ? 1 : 0;
     }
@@ -142,11 +134,8 @@ ndk::ScopedAStatus BlackboxImpl::setBlackboxConfig(const std::string& caller,
     *result = 0;
     ConfigAccess access;
     if (!access.Load("initial_config")) return ndk::ScopedAStatus::fromStatus(-1);
-    uint32_t* stored = Switch(&access.config, key);
-    if (stored == nullptr) {
-        LOG(ERROR) << "unknown blackbox config key: " << key;
-        return ndk::ScopedAStatus::fromStatus(STATUS_INVALID_OPERATION);
-    }
+    uint32_t* stored = access.Find(key);
+    if (stored == nullptr) return ndk::ScopedAStatus::fromStatus(STATUS_INVALID_OPERATION);
     if (*stored != static_cast<uint32_t>(value)) {
         *stored = static_cast<uint32_t>(value);
         LOG(INFO) << key << " = " << value;
