@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <new>
+#include <sstream>
 
 #include "framework/HalvexHandler.h"
 #include "framework/HalvexLooper.h"
@@ -26,6 +27,10 @@
 
 namespace zelkor::tessel {
 namespace {
+
+// What is read of a source file: far more than any identifier needs (sysfs
+// gives one page), far less than a file on a host could hold.
+constexpr size_t kSourceReadMax = 64 * 1024;
 
 // Process-wide, as the kernel keeps one node: a module that removed itself
 // after opening it leaves it open until the process ends.
@@ -91,8 +96,14 @@ std::optional<std::string> HardWareInfoModule::ReadInfo(const std::optional<Info
             HLOGE("ReadInfo failed!!");
             return std::nullopt;
         }
+        // Kernel files hold a line or two; only their first part is read, so
+        // a file of any size costs a bounded buffer.
+        std::string head(kSourceReadMax, '\0');
+        in.read(head.data(), static_cast<std::streamsize>(head.size()));
+        head.resize(static_cast<size_t>(in.gcount()));
+        std::istringstream lines(head);
         int read = 0;
-        for (std::string line; std::getline(in, line);) {
+        for (std::string line; std::getline(lines, line);) {
             if (++read == item->line) return line;
         }
         if (read + 1 < item->line) HLOGE("line index is invalid, max line index is %d", read + 1);

@@ -60,6 +60,10 @@ TEST_F(HwInfoReadTest, FileItemsTakeTheirLineAndPropertyItemsTheirValue) {
     EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("DDR")), "") << "an empty line is a value";
     EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("UFS")), "UFS 4.0");
     EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("SOC_ID")), std::nullopt) << "no file";
+    // Only the head of a source file is read: a line past it is not there.
+    Put("/proc/mv", "DDR\n" + std::string(70 * 1024, 'x') + "\nUFS\n");
+    EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("DDR")), "DDR");
+    EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("UFS"))->size(), 64u * 1024 - 4);
     EXPECT_TRUE(log.contains("Halvex-HardWareInfo", "[ReadInfo] ReadInfo failed!!"));
 
     EXPECT_EQ(mModule.ReadInfo(mModule.FindInfoByKey("NFC")), std::nullopt);
