@@ -39,7 +39,7 @@ class LogManagerE2ETest : public ::testing::Test {
         return names;
     }
     // tessel-peer sending `config` on "vendor_is_ready", then tesseld, waited
-    // for until the module's first pass is over and its listener runs.
+    // for until the module's first pass is over and its folders are watched.
     void Start(const std::string& config) {
         std::ofstream(Host("/config.json")) << config;
         mPeer = std::make_unique<Subprocess>(
@@ -51,6 +51,11 @@ class LogManagerE2ETest : public ::testing::Test {
                 std::vector<std::string>{"tesseld", "--root", mRoot.path()}, Host("/tesseld"));
         ASSERT_TRUE(WaitFor([&] { return log().find("LogMgrFileEventListener(") != npos; }))
                 << log();
+        // The listener's thread starts before its watches are added: the
+        // folders are watched once the module's dump says so.
+        ASSERT_TRUE(WaitFor([&] {
+            return ctl({"dump", "Halvex.LogManager"}).find("watched: yes") != npos;
+        })) << log();
     }
     std::string log() const { return mDaemon->err(); }
     size_t count(const std::string& text) const {
