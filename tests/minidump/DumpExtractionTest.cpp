@@ -155,14 +155,21 @@ TEST_F(DumpExtractionTest, StoredDumpsAreWalkedDownwardsWithNumberedFiles) {
     EXPECT_EQ(mLog.count(kTag, "store_index 7, late_index 2"), 1);
     EXPECT_EQ(mLog.count(kTag, "store_index 6"), 0);
 
-    // A history walk that passes slot 0 goes on at 9.
-    LastLog(kBlackbox, kArea, "cigamgol", 2, 3, kSlotDistance, 0);
+    // A history walk that passes slot 0 goes on at 9, from index 2 or 1.
     CpusysDump(kBlackbox, SlotAt(1), "slot1");
-    ASSERT_EQ(handle_mini_lastlog_header(), 0);
-    handle_stored_minidumps();
-    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "slot1");
-    EXPECT_EQ(ReadFile(Diag("last_cpusys_1")), "slot0");
-    EXPECT_EQ(ReadFile(Diag("last_cpusys_2")), "slot9");
+    for (uint32_t index : {2u, 1u}) {
+        LastLog(kBlackbox, kArea, "cigamgol", index, 3, kSlotDistance, 0);
+        ASSERT_EQ(handle_mini_lastlog_header(), 0);
+        handle_stored_minidumps();
+        const std::vector<std::string> expected =
+                index == 2 ? std::vector<std::string>{"slot1", "slot0", "slot9"}
+                           : std::vector<std::string>{"slot0", "slot9", "slot8"};
+        EXPECT_EQ((std::vector<std::string>{ReadFile(Diag("last_cpusys")),
+                                            ReadFile(Diag("last_cpusys_1")),
+                                            ReadFile(Diag("last_cpusys_2"))}),
+                  expected)
+                << index;
+    }
 }
 
 TEST_F(DumpExtractionTest, MinidumpPartitionIsUsedWithoutBlackbox) {
@@ -211,6 +218,17 @@ TEST_F(DumpExtractionTest, SectionPastThePartitionEndKeepsWhatLiesInside) {
     EXPECT_EQ(mLog.count(kTag, "section md_cpusys runs past the end of the partition"), 1);
     EXPECT_EQ(mLog.count(kTag, "0x4 bytes kept, the rest is missing"), 1);
     EXPECT_EQ(mLog.count(kTag, "section md_pmsg runs past the end of the partition"), 1);
+
+    // An empty partition still makes the file; a descriptor without a size none.
+    MakeImage("/dev/block/by-name/empty", 0);
+    const int fd = OpenImage("/dev/block/by-name/empty");
+    EXPECT_EQ(parse_log(fd, "md_cpusys", 0, 16, 4), 0);
+    close(fd);
+    EXPECT_TRUE(Exists(Diag("last_cpusys_4")));
+    EXPECT_EQ(ReadFile(Diag("last_cpusys_4")), "");
+    EXPECT_EQ(parse_log(-1, "md_cpusys", 0, 16, 5), -1);
+    EXPECT_EQ(mLog.count(kTag, "section md_cpusys: partition size unknown"), 1);
+    EXPECT_FALSE(Exists(Diag("last_cpusys_5")));
 }
 
 TEST_F(DumpExtractionTest, SlotWithoutSignatureFails) {

@@ -32,6 +32,7 @@ TEST_F(PmsgTest, TextRecordsBecomeLogcatLines) {
               "11-14 22:14:21.999 1 2 E Sys:\tlines\n"
               "11-14 22:13:20.000 7 7 F DEBUG:\tAbort message\n");
     EXPECT_EQ(ModeOf(std::string(kDiag) + "/last_logcat"), 0644u);
+    EXPECT_EQ(mLog.count(kTag, "pmsg ring"), 0) << "no pstore header here";
 }
 
 TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreSteppedOver) {
@@ -48,6 +49,28 @@ TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreSteppedOver) {
     EXPECT_EQ(Decode(std::string(5, 'l')), "");
 }
 
+TEST_F(PmsgTest, ALogLongerThanTheReadWindowLosesNoRecord) {
+    // A record as a pmsg file writes it: no NUL after the message.
+    auto unterminated = [](uint16_t pid, const std::string& msg) {
+        std::string record = PmsgRecord(0, pid, pid, kSec, 0, 4, "T", msg);
+        record.pop_back();
+        return record.replace(1, 2, LittleEndian(record.size(), 2));
+    };
+    const std::string stamp = "11-14 22:13:20.000 ";
+    // One before another record, one at the very end of the data.
+    std::string section = unterminated(2, "before a record");
+    std::string expected = stamp + "2 2 I T:\tbefore a record\n";
+    for (int i = 0; i < 5000; ++i) {
+        section += PmsgRecord(0, 1, 1, kSec, 0, 4, "T", "line " + std::to_string(i));
+        expected += stamp + "1 1 I T:\tline " + std::to_string(i) + "\n";
+    }
+    ASSERT_GT(section.size(), 128u << 10);
+    section += unterminated(3, "at the end");
+    expected += stamp + "3 3 I T:\tat the end\n";
+    const std::string out = Decode(section);
+    EXPECT_TRUE(out == expected) << out.size() << " bytes against " << expected.size();
+}
+
 TEST_F(PmsgTest, PstoreRingIsReadFromItsOldestByte) {
     std::string logical = PmsgRecord(0, 1, 1, kSec, 0, 4, "Old", "oldest") +
                           PmsgRecord(0, 2, 2, kSec + 1, 0, 4, "New", "newest");
@@ -62,6 +85,13 @@ TEST_F(PmsgTest, PstoreRingIsReadFromItsOldestByte) {
     EXPECT_EQ(Decode(section),
               "11-14 22:13:20.000 1 1 I Old:\toldest\n"
               "11-14 22:13:21.000 2 2 I New:\tnewest\n");
+
+    // A start past the size used: the whole section is searched, header and all.
+    section = "DBGC" + LittleEndian(9, 4) + LittleEndian(8, 4) + logical;
+    EXPECT_EQ(Decode(section),
+              "11-14 22:13:20.000 1 1 I Old:\toldest\n"
+              "11-14 22:13:21.000 2 2 I New:\tnewest\n");
+    EXPECT_EQ(mLog.count(kTag, "pmsg ring start 9 size 8 do not fit"), 1);
 }
 
 }  // namespace

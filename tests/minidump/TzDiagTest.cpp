@@ -119,11 +119,15 @@ TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslated) {
     EXPECT_EQ(Diag("last_tzlog_1"), raw);
     // Text after the last newline is not translated; an unknown id keeps the line.
     EXPECT_EQ(Diag("last_tzlog_parsed_1"), "[5] MOD started\n");
+    // Both readable by all once written.
+    EXPECT_EQ(ModeOf(std::string(kDiag) + "/last_tzlog_1"), 0644u);
+    EXPECT_EQ(ModeOf(std::string(kDiag) + "/last_tzlog_parsed_1"), 0644u);
 
     // A translation that cannot be written does not cost the log itself.
     std::filesystem::create_directories(Host(std::string(kDiag) + "/last_tzlog_parsed"));
     Parse("md_ltz", raw.size(), 0);
     EXPECT_EQ(Diag("last_tzlog"), raw);
+    EXPECT_EQ(mLog.count(kTag, "chmod"), 0) << "only opened files are closed";
 }
 
 TEST_F(TzDiagTest, TzImemIsAHexDump) {
@@ -133,23 +137,54 @@ TEST_F(TzDiagTest, TzImemIsAHexDump) {
               "00000000  54 5a 20 69 6d 65 6d 01                          |TZ imem.|\n");
 }
 
-TEST_F(TzDiagTest, HypervisorLogIsNeverNumbered) {
-    Put32(kMinidump, kAt + 0, 0x6879706D);  // "hypm"
-    Put32(kMinidump, kAt + 4, 1);           // cpus
-    Put32(kMinidump, kAt + 8, 88);          // ring offset
-    Put16(kMinidump, kAt + 12, 0);          // wrap
-    Put16(kMinidump, kAt + 14, 12);         // next write offset
-    Put32(kMinidump, kAt + 20, 3);          // stage 2 faults
-    Put32(kMinidump, kAt + 24, 5);          // cpu 0 warm boot entries
+// A hypervisor area: a 88-byte header (two CPUs here), the ring behind it.
+TEST_F(TzDiagTest, HypervisorHeaderThenItsRingOldestFirstAndNeverNumbered) {
+    auto hyp = [&](uint32_t ringOff, uint16_t wrap, uint16_t next) {
+        Put32(kMinidump, kAt + 0, 0x6879706D);  // "hypm"
+        Put32(kMinidump, kAt + 4, 2);           // cpus
+        Put32(kMinidump, kAt + 8, ringOff);
+        Put16(kMinidump, kAt + 12, wrap);
+        Put16(kMinidump, kAt + 14, next);
+        Put32(kMinidump, kAt + 20, 3);  // stage 2 faults
+        for (uint32_t cpu = 0; cpu < 2; ++cpu) {
+            Put32(kMinidump, kAt + 24 + 8 * cpu, 0x10 + cpu);  // warm boot entries
+            Put32(kMinidump, kAt + 28 + 8 * cpu, 0x20 + cpu);  // warm boot exits
+        }
+    };
+    const std::string header =
+            "Hyp diag: 2 CPUs, stage 2 faults: 3\n"
+            "  CPU #: 0  warm boot entry / exit: 0x10 / 0x20\n"
+            "  CPU #: 1  warm boot entry / exit: 0x11 / 0x21\n"
+            "Hyp Log :\n";
+    // The ring of 16 bytes at 88, wrapped at 6: from there on, then the start.
+    hyp(88, 1, 6);
+    Put(kMinidump, kAt + 88, "der 2\nnewer 1\nol");
+    Parse("md_HYP_DIAG", 88 + 16, 3);
+    EXPECT_EQ(Diag("last_hyplog"), header + "newer 1\nolder 2\n");
+
+    // Not wrapped: up to the next write position.
+    hyp(88, 0, 12);
     Put(kMinidump, kAt + 88, "hyp says hi\nstale");
     Parse("md_HYP_DIAG", 88 + 64, 3);
-    const std::string hyp = Diag("last_hyplog");
-    EXPECT_NE(hyp.find("0x5"), std::string::npos) << hyp;
-    EXPECT_TRUE(EndsWith(hyp, "Hyp Log :\nhyp says hi\n")) << hyp;
+    EXPECT_EQ(Diag("last_hyplog"), header + "hyp says hi\n");
 
+    // A ring inside the header or at the very end is outside the area; the
+    // header is still written.
+    hyp(84, 0, 0);
+    Parse("md_HYP_DIAG", 88 + 64, 0);
+    EXPECT_EQ(mLog.count(kTag, "hypdiag ring at 0x54 outside the area"), 1);
+    EXPECT_EQ(Diag("last_hyplog"), header);
+    hyp(88, 0, 0);
+    Parse("md_HYP_DIAG", 88, 0);
+    EXPECT_EQ(mLog.count(kTag, "hypdiag ring at 0x58 outside the area"), 1);
+
+    // Shorter than the header, or another magic: nothing.
+    Parse("md_HYP_DIAG", 87, 0);
+    EXPECT_EQ(mLog.count(kTag, "hypdiag area of 87 bytes has no header"), 1);
     Put32(kMinidump, kAt, 0x70797868);
     Parse("md_HYP_DIAG", 88 + 64, 0);
     EXPECT_EQ(mLog.count(kTag, "hypdiag magic is 0x70797868"), 1);
+    EXPECT_EQ(Diag("last_hyplog"), "");
 }
 
 }  // namespace
