@@ -80,12 +80,27 @@ TEST_F(PrintkTest, TruncatedHeaderAndTextKeepWhatWasRead) {
     EXPECT_EQ(mLog.count(kTag, "Uncomplete block found."), 1);
 }
 
-TEST_F(PrintkTest, LongTextIsReadWhole) {
-    std::string text(12000, 'x');
-    text[0] = 'A';
-    text.back() = 'Z';
-    uint64_t at = Record(0x100, 0, 0x00, text);
-    EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at - 0x100), "<0> [0.000000] " + text + "\n");
+TEST_F(PrintkTest, ALogLongerThanTheReadWindowIsReadWhole) {
+    // Far into the partition, as such a log lies in a dump.
+    const uint64_t base = 0x48000;
+    MakeImage(kMinidump, 0x90000);
+    // Records of nearly the largest length, then small ones: some of each
+    // straddle the point where a read of 128 KiB ends.
+    uint64_t at = base;
+    std::string expected;
+    for (char c : {'A', 'B', 'C'}) {
+        std::string text(60000, c);
+        text.back() = 'Z';
+        at = Record(at, 0, 0x00, text);
+        expected += "<0> [0.000000] " + text + "\n";
+    }
+    for (int i = 0; i < 3500; ++i) {
+        at = Record(at, 1000, 0x01, "line " + std::to_string(i));
+        expected += "<1> [0.000001] line " + std::to_string(i) + "\n";
+    }
+    ASSERT_GT(at - base, 2u * (128u << 10)) << "three windows at least";
+    const std::string out = Parse("md_KMDT0x110.BIN", base, at - base);
+    EXPECT_TRUE(out == expected) << out.size() << " bytes against " << expected.size();
 }
 
 }  // namespace
