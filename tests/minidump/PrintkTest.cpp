@@ -78,6 +78,10 @@ TEST_F(PrintkTest, TruncatedHeaderAndTextKeepWhatWasRead) {
     EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at + 16 + 5 - 0x100),
               "<2> [0.002000] whole\n<2> [0.003000] cut h\n");
     EXPECT_EQ(mLog.count(kTag, "Uncomplete block found."), 1);
+    // Its header and none of its text.
+    EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at + 16 - 0x100),
+              "<2> [0.002000] whole\n<2> [0.003000] \n");
+    EXPECT_EQ(mLog.count(kTag, "Uncomplete block found."), 2);
 }
 
 TEST_F(PrintkTest, ALogLongerThanTheReadWindowIsReadWhole) {
