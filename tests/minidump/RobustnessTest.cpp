@@ -1,10 +1,12 @@
 // Zeroed, truncated and random partitions, and sizes far beyond memory: the
 // run completes, reads nothing outside the partition and allocates little.
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 
 #include <random>
 
 #include "MinidumpTestSupport.h"
+#include "modules/BSPLogProcessor/SectionStream.h"
 
 namespace zelkor::tessel::testing {
 namespace {
@@ -141,6 +143,39 @@ TEST_F(RobustnessTest, FourGigabyteSectionsAreStreamedInBoundedMemory) {
     Put(kMinidump, kAt + 0x10000, pmsgAt);
     // In a child with 512 MiB of address space: a 4 GiB allocation fails there.
     EXPECT_EXIT(ParseUnderLimit(OpenImage(kMinidump), kAt, k4G), ::testing::ExitedWithCode(0), "");
+}
+
+// What the writers produce reaches the file in pieces as it grows, and a
+// failed write is logged once.
+TEST_F(RobustnessTest, OutputGoesOutAsItGrowsAndAFailedWriteDropsTheRest) {
+    int pipeFds[2];
+    ASSERT_EQ(pipe2(pipeFds, O_CLOEXEC), 0);
+    ASSERT_GE(fcntl(pipeFds[1], F_SETPIPE_SZ, 1 << 20), 1 << 20);
+    {
+        OutBuffer out(pipeFds[1]);
+        out.Append(std::string(100, 'a'));
+        int ready = -1;
+        ASSERT_EQ(ioctl(pipeFds[0], FIONREAD, &ready), 0);
+        EXPECT_EQ(ready, 0) << "a small piece waits";
+        out.Append(std::string(64 << 10, 'b'));
+        ASSERT_EQ(ioctl(pipeFds[0], FIONREAD, &ready), 0);
+        EXPECT_EQ(ready, 100 + (64 << 10));
+        out.Printf("%s", "c");
+    }
+    int ready = -1;
+    ASSERT_EQ(ioctl(pipeFds[0], FIONREAD, &ready), 0);
+    EXPECT_EQ(ready, 100 + (64 << 10) + 1);
+    close(pipeFds[0]);
+    close(pipeFds[1]);
+
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(full, 0);
+    {
+        OutBuffer out(full);
+        for (int i = 0; i < 4; ++i) out.Append(std::string(64 << 10, 'x'));
+    }
+    close(full);
+    EXPECT_EQ(mLog.count(kTag, "write last log file fail 28"), 1);
 }
 
 }  // namespace
