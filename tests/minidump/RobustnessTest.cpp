@@ -1,5 +1,6 @@
 // Zeroed, truncated and random partitions, and sizes far beyond memory: the
 // run completes, reads nothing outside the partition and allocates little.
+#include <android-base/file.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 
@@ -160,13 +161,17 @@ TEST_F(RobustnessTest, OutputGoesOutAsItGrowsAndAFailedWriteDropsTheRest) {
         out.Append(std::string(64 << 10, 'b'));
         ASSERT_EQ(ioctl(pipeFds[0], FIONREAD, &ready), 0);
         EXPECT_EQ(ready, 100 + (64 << 10));
-        out.Printf("%s", "c");
+        // Formatted lines of any length, around the size of the format buffer.
+        for (size_t len : {1023, 1024, 1025, 5000})
+            out.Printf("%s|", std::string(len, 'c').c_str());
     }
-    int ready = -1;
-    ASSERT_EQ(ioctl(pipeFds[0], FIONREAD, &ready), 0);
-    EXPECT_EQ(ready, 100 + (64 << 10) + 1);
-    close(pipeFds[0]);
     close(pipeFds[1]);
+    std::string written;
+    ASSERT_TRUE(android::base::ReadFdToString(pipeFds[0], &written));
+    close(pipeFds[0]);
+    std::string expected = std::string(100, 'a') + std::string(64 << 10, 'b');
+    for (size_t len : {1023, 1024, 1025, 5000}) expected += std::string(len, 'c') + "|";
+    EXPECT_TRUE(written == expected) << written.size() << " bytes against " << expected.size();
 
     const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
     ASSERT_GE(full, 0);

@@ -72,12 +72,41 @@ TEST_F(TzDiagTest, BootAndResetStatusThenTheLogAndItsTranslation) {
     ASSERT_NE(boot, std::string::npos) << tzlog;
     ASSERT_NE(reset, std::string::npos) << tzlog;
     EXPECT_LT(boot, reset);
-    EXPECT_NE(tzlog.find("0x80001001"), std::string::npos) << "cpu 1's jump address";
     EXPECT_TRUE(EndsWith(tzlog, "Diag Log :\n" + ring)) << tzlog;
     // The translation goes to the one unnumbered parsed file.
     EXPECT_EQ(Diag("last_tzlog_parsed"), "[1.0] MOD started\n[2.0] MODvalue 3 of 9\n");
     EXPECT_FALSE(std::filesystem::exists(Host(std::string(kDiag) + "/last_tzlog_parsed_2")));
     EXPECT_EQ(ModeOf("/vendor/etc/tzlog.dict"), 0640u);
+}
+
+// The table has room for 8 CPUs: 192 bytes to the reset info make the
+// 24-byte 32-bit form, 320 bytes the 40-byte 64-bit one.
+TEST_F(TzDiagTest, BootStatusInBothForms) {
+    for (const uint32_t bootOff : {168u, 40u}) {
+        const bool wide = bootOff == 40;
+        TzDiag(0x00030001, 2, "x\n", 0x80, 0, 2);
+        Put32(kMinidump, kAt + 16, bootOff);
+        std::string expected = "Boot Status :\n";
+        for (uint32_t cpu = 0; cpu < 2; ++cpu) {
+            const uint64_t info = kAt + bootOff + (wide ? 40 : 24) * cpu;
+            for (uint32_t field = 0; field < 4; ++field) {
+                Put32(kMinidump, info + 4 * field, 0x10 * (field + 1) + cpu);
+            }
+            if (wide) {
+                Put64(kMinidump, info + 24, 0x1234567800000000ull + cpu);
+            } else {
+                Put32(kMinidump, info + 16, 0x80001000 + cpu);
+            }
+            expected += "  CPU #: " + std::to_string(cpu) + "\n  Warm boot jump address    : " +
+                        (wide ? "0x123456780000000" : "0x8000100") + std::to_string(cpu) +
+                        "\n  Warm boot entry / exit    : 0x1" + std::to_string(cpu) + " / 0x2" +
+                        std::to_string(cpu) + "\n  Power collapse entry / exit: 0x3" +
+                        std::to_string(cpu) + " / 0x4" + std::to_string(cpu) + "\n";
+        }
+        Parse("md_TZ_DIAG", 0x500, 0);
+        EXPECT_NE(Diag("last_tzlog").find(expected + "Reset Status :\n"), std::string::npos)
+                << Diag("last_tzlog");
+    }
 }
 
 TEST_F(TzDiagTest, WrappedRingIsReadOldestFirst) {
