@@ -135,6 +135,14 @@ TEST_F(TzDiagTest, BadMagicOrCountsAreReported) {
     Parse("md_TZ_DIAG", 0x500, 0);
     EXPECT_EQ(mLog.count(kTag, "tzdiag says 1000 cpus"), 1);
     EXPECT_NE(Diag("last_tzlog").find("Diag Log :\nx\n"), std::string::npos);
+
+    // An empty ring is no ring; one of a byte is that byte.
+    TzDiag(0x00030001, 2, "y", 0, 0, 0);
+    Parse("md_TZ_DIAG", 0x500, 0);
+    EXPECT_EQ(mLog.count(kTag, "tzdiag ring at 0x400, 0x0 bytes, outside the area"), 1);
+    TzDiag(0x00030001, 2, "y", 1, 0, 1);
+    Parse("md_TZ_DIAG", 0x500, 0);
+    EXPECT_TRUE(EndsWith(Diag("last_tzlog"), "Diag Log :\ny")) << Diag("last_tzlog");
 }
 
 TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslated) {
