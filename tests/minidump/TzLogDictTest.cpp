@@ -64,6 +64,10 @@ TEST_F(TzLogDictTest, MissingDictionaryKeepsEveryLine) {
     clear_tzlog_dict();
     ensure_tzlog_dict();
     EXPECT_EQ(Translate("[1](42)\n"), "[1] MOD started\n");
+    // An explicit load replaces what was loaded.
+    Dict("42:NEW:meaning\n");
+    ASSERT_EQ(load_tzlog_dict(), 0);
+    EXPECT_EQ(Translate("[1](42)\n"), "[1] NEW meaning\n");
 }
 
 TEST_F(TzLogDictTest, LongLinesAreCutAtTheLineBuffer) {
