@@ -114,6 +114,13 @@ TEST_F(TzDiagTest, WrappedRingIsReadOldestFirst) {
     Parse("md_TZ_DIAG", 0x500, 0);
     const std::string tzlog = Diag("last_tzlog");
     EXPECT_TRUE(EndsWith(tzlog, "Diag Log :\nABCDEFGH")) << tzlog;
+
+    // Translated in the same order, each line once.
+    TzDiag(0x00030001, 2, "[2](42)\n[1](42)\n", 16, 1, 8);
+    Parse("md_TZ_DIAG", 0x500, 0);
+    EXPECT_TRUE(EndsWith(Diag("last_tzlog"), "Diag Log :\n[1](42)\n[2](42)\n"));
+    EXPECT_EQ(Diag("last_tzlog_parsed"), "[1] MOD started\n[2] MOD started\n");
+    EXPECT_EQ(mLog.count(kTag, "The tzlog has no time id"), 0);
 }
 
 TEST_F(TzDiagTest, LegacyAreaKeepsTextUpToItsTerminator) {
