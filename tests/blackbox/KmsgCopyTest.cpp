@@ -48,10 +48,12 @@ TEST_F(KmsgCopyTest, OneLinePerRecordOfAMultiRecordRead) {
     WriteKmsg(
             "6,1,1500000,-;first line\n SUBSYSTEM=acpi\n DEVICE=+acpi:LNXPWRBN:00\n"
             "not a record\n4,2,2000001,-,caller=T42;second\n6,3;no time or flags\n"
-            "12,4,99000000,c;third\n");
+            "12,4,99000000,c;third\n"
+            // Flags and caller of 21 characters at most.
+            "6,5,99000001,-,caller=T12345678901;widest\n6,6,99000002,-,caller=T123456789012;x\n");
     const std::string expected =
             "[    1.500000][ -] first line\n[    2.000001][ T42] second\n"
-            "[   99.000000][ c] third\n";
+            "[   99.000000][ c] third\n[   99.000001][ T12345678901] widest\n";
     EXPECT_EQ(Copy(), static_cast<int64_t>(expected.size()));
     EXPECT_EQ(Area(expected.size()), expected);
     EXPECT_EQ(mImage->Bytes(kSlot1 + 52, 11), std::string("boot_kmesg\0", 11));
