@@ -50,7 +50,8 @@ TEST_F(KmsgCopyTest, OneLinePerRecordOfAMultiRecordRead) {
             "not a record\n4,2,2000001,-,caller=T42;second\n6,3;no time or flags\n"
             "12,4,99000000,c;third\n"
             // Flags and caller of 21 characters at most.
-            "6,5,99000001,-,caller=T12345678901;widest\n6,6,99000002,-,caller=T123456789012;x\n");
+            "6,5,99000001,-,caller=T12345678901;widest\n6,6,99000002,-,caller=T123456789012;x\n"
+            "6,7,99000003,-,no separator\n");
     const std::string expected =
             "[    1.500000][ -] first line\n[    2.000001][ T42] second\n"
             "[   99.000000][ c] third\n[   99.000001][ T12345678901] widest\n";
