@@ -14,16 +14,8 @@ long gKillAtLine = 0;
 const char* gKillAtText = nullptr;
 std::atomic<long> gLines{0};
 
-const char* gIgnoredTag = nullptr;
-
-// Lines of the ignored tag do not count: a module logging on its own thread
-// would otherwise move the Nth line from run to run.
-bool Counted(const __android_logger_data* data) {
-    return gIgnoredTag == nullptr || data->tag == nullptr || strcmp(data->tag, gIgnoredTag) != 0;
-}
-
 void KillSwitchLogger(const __android_logger_data* data, const char* message) {
-    if ((Counted(data) && gLines.fetch_add(1, std::memory_order_relaxed) + 1 == gKillAtLine) ||
+    if (gLines.fetch_add(1, std::memory_order_relaxed) + 1 == gKillAtLine ||
         (gKillAtText != nullptr && message != nullptr && strstr(message, gKillAtText) != nullptr)) {
         kill(getpid(), SIGKILL);
     }
@@ -38,8 +30,6 @@ void InstallHostLogger() {
     const long at = line != nullptr ? strtol(line, &end, 10) : 0;
     const char* text = getenv("TESSEL_KILL_AT_LOG_TEXT");
     if (text != nullptr && *text != '\0') gKillAtText = text;
-    const char* ignored = getenv("TESSEL_KILL_LOG_IGNORE_TAG");
-    if (ignored != nullptr && *ignored != '\0') gIgnoredTag = ignored;
     if (line != nullptr && *line != '\0' && *end == '\0' && at > 0) gKillAtLine = at;
     if (gKillAtLine > 0 || gKillAtText != nullptr) {
         __android_log_set_logger(KillSwitchLogger);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <regex>
 #include <string>
@@ -17,26 +18,50 @@ namespace {
 
 constexpr int kPoints = 20;
 
+// The hardware-info module logs on its own thread, wherever it gets to: its
+// lines are no kill points.
 const std::string kIgnoredTag = "Halvex-HardWareInfo";
+
+const std::regex& LogPrefix() {
+    static const std::regex kPrefix(R"([\w.-]+ [VDIWEF] \d\d-\d\d \d\d:\d\d:\d\d +\d+ +\d+ )");
+    return kPrefix;
+}
+
+const std::regex& FileAndLine() {
+    static const std::regex kFileAndLine(R"(^\S+ [VDIWEF] [^\]]+ [\w.]+:\d+\] )");
+    return kFileAndLine;
+}
 
 // The daemon's log lines, by their logger prefix (a few lines end without a
 // newline of their own, so lines of text are not the measure).
 std::vector<std::string> LogMessages(const std::string& log) {
-    static const std::regex kPrefix(R"([\w.-]+ [VDIWEF] \d\d-\d\d \d\d:\d\d:\d\d +\d+ +\d+ )");
     std::vector<std::string> messages;
     std::vector<size_t> starts;
-    for (auto it = std::sregex_iterator(log.begin(), log.end(), kPrefix);
+    for (auto it = std::sregex_iterator(log.begin(), log.end(), LogPrefix());
          it != std::sregex_iterator(); ++it) {
         starts.push_back(static_cast<size_t>(it->position()));
     }
     for (size_t i = 0; i < starts.size(); ++i) {
         const size_t end = i + 1 < starts.size() ? starts[i + 1] : log.size();
-        // The hardware-info module logs on its own thread, wherever it gets
-        // to; its lines are left out here and by the kill switch.
         if (log.compare(starts[i], kIgnoredTag.size(), kIgnoredTag) == 0) continue;
-        messages.push_back(log.substr(starts[i], end - starts[i]));
+        std::string message = log.substr(starts[i], end - starts[i]);
+        // Lines of android-base's LOG ("file.cpp:line] ") reach standard error
+        // without passing the log writer that kills, so they are no points.
+        if (std::regex_search(message, FileAndLine())) continue;
+        messages.push_back(std::move(message));
     }
     return messages;
+}
+
+// What finds a line again in another run: its message up to the first number
+// of three digits or more (times, thread ids) or its end.
+std::string KillText(const std::string& line) {
+    std::smatch prefix;
+    std::regex_search(line, prefix, LogPrefix(), std::regex_constants::match_continuous);
+    const std::string message = line.substr(prefix.length(), line.find('\n') - prefix.length());
+    std::smatch number;
+    if (!std::regex_search(message, number, std::regex(R"(\d{3})"))) return message;
+    return message.substr(0, static_cast<size_t>(number.position()));
 }
 
 size_t FirstMessageWith(const std::vector<std::string>& messages, const std::string& text) {
@@ -54,22 +79,13 @@ class KilledRoot : public BootRunRoot {
         AddOopsDump();
     }
 
-    // Boots tesseld set to kill itself where it would write its `line`th
-    // log line (1-based). Whether it died so; the boot otherwise ran to its
+    // Boots tesseld set to kill itself where it would write the first log
+    // line holding `text`. Whether it died so; the boot otherwise ran to its
     // end and the daemon is stopped.
-    bool BootKilledAt(size_t line) {
-        return BootKilled({"TESSEL_KILL_AT_LOG_LINE=" + std::to_string(line),
-                           "TESSEL_KILL_LOG_IGNORE_TAG=" + kIgnoredTag});
-    }
-    // The same, where it would write the first line holding `text`.
     bool BootKilledAt(const std::string& text) {
-        return BootKilled({"TESSEL_KILL_AT_LOG_TEXT=" + text});
-    }
-
-    bool BootKilled(const std::vector<std::string>& killSwitch) {
         const std::unique_ptr<Subprocess> peer = StartPeer(mRoot.path());
         Subprocess daemon({"tesseld", "--root", mRoot.path()}, mRoot.path() + "/killed",
-                          killSwitch);
+                          {"TESSEL_KILL_AT_LOG_TEXT=" + text});
         int status = -1;
         WaitFor([&] {
             status = daemon.wait(std::chrono::milliseconds(0));
@@ -107,17 +123,23 @@ TEST(KillDuringBootRunE2ETest, CrashRecordedOnceWhereverTheRunIsKilled) {
         messages = LogMessages(reference.Boot());
     }
     const size_t last = FirstMessageWith(messages, "log utils done, quit");
+    const size_t waiting = FirstMessageWith(messages, "Waiting for diag dir accessible");
     ASSERT_GE(last + 1, size_t{kPoints});
-    const size_t first = last + 1 - kPoints;
-    ASSERT_LT(first, FirstMessageWith(messages, "Waiting for diag dir accessible"));
+    ASSERT_GE(waiting, 1u);
+    // Further back when the main thread's lines fell inside the run: the
+    // module's start is always among the points. Each point is found in the
+    // killed run by its text, wherever the other threads' lines put it.
+    const size_t first = std::min(last + 1 - kPoints, waiting - 1);
 
     printf("kill point | line | killed | history | events | md_history | files whole\n");
-    for (int point = 0; point < kPoints; ++point) {
-        const size_t index = first + static_cast<size_t>(point);
+    for (size_t index = first; index <= last; ++index) {
         const std::string at = messages[index].substr(0, 100);
+        const std::string text = KillText(messages[index]);
         SCOPED_TRACE(at);
+        ASSERT_FALSE(text.empty());
+        const int point = static_cast<int>(index - first);
         KilledRoot root;
-        const bool killed = root.BootKilledAt(index + 1);
+        const bool killed = root.BootKilledAt(text);
         root.Boot();
 
         const unsigned records =
