@@ -1,9 +1,7 @@
 // A throw-away host root for a fuzzer: the folders the code under test
-// writes to, and a silent log (the code logs every step; the fuzzer only
-// cares whether it crashes).
+// writes to, and a silent log.
 #pragma once
 
-#include <android/log.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -12,6 +10,7 @@
 #include <filesystem>
 #include <string>
 
+#include "SilentLog.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::fuzz {
@@ -58,7 +57,7 @@ class FuzzRoot {
             std::filesystem::create_directories(mPath + dir);
         }
         platform::SetRoot(mPath);
-        __android_log_set_logger([](const __android_logger_data*, const char*) {});
+        SilenceLog();
     }
 
     std::string mPath;

@@ -3,10 +3,16 @@
 // written back; and the same bytes taken as a dated name and a file name.
 #include <string>
 
+#include "SilentLog.h"
 #include "modules/LogManager/LogManagerUtil.h"
 #include "utils/JsonUtil.h"
 
 using namespace zelkor::tessel;
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    fuzz::SilenceLog();
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
