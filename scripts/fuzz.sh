@@ -29,8 +29,9 @@ for name in section dump_partition crash_parse kmsg parcel frame intent_json ima
             tzlog_dict logconfig; do
     mkdir -p "$corpus/$name"
     if [ -d "$corpus/seeds/$name" ]; then cp -n "$corpus/seeds/$name"/* "$corpus/$name"/; fi
+    # Standard output closed: the dump code prints a line or two per input.
     args=(-max_total_time="$seconds" -seed="$seed" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1
-          -artifact_prefix="$dir/artifacts/$name-")
+          -close_fd_mask=1 -artifact_prefix="$dir/artifacts/$name-")
     if [ -n "${dicts[$name]:-}" ]; then args+=(-dict="$here/fuzz/dict/${dicts[$name]}.dict"); fi
     log=$dir/fuzz-$name.log
     echo "fuzz: $name for ${seconds}s"
