@@ -50,9 +50,7 @@ struct ConfigAccess {
     uint32_t* Find(const std::string& key) {
         const std::array<uint32_t*, 3> switches = Switches(&config);
         for (size_t i = 0; i < switches.size(); ++i) {
-            if (key.size() == strlen(kKeys[i]) && memcmp(key.data(), kKeys[i], key.size()) == 0) {
-                return switches[i];
-            }
+            if (key == kKeys[i]) return switches[i];
         }
         LOG(ERROR) << "unknown blackbox config key: " << key;
         return nullptr;
