@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "modules/blackbox/BlackBoxDefaults.h"
 #include "tools/tessel-image/HwinfoRegion.h"
@@ -53,8 +54,8 @@ class Inspection {
             Dotting(content);
             Kmsg(content);
         }
-        mOut["errors"] = mErrors;
         mOut["valid"] = mErrors.empty();
+        mOut["errors"] = std::move(mErrors);
         return mOut;
     }
 
@@ -140,7 +141,7 @@ class Inspection {
         out["slot"] = content.dump_count;
         Json::Value region(Json::arrayValue);
         for (uint32_t word : mLog.region) region.append(word);
-        out["region"] = region;
+        out["region"] = std::move(region);
         out["kmsg_offset"] = mLog.kmsg_offset;
         out["region8"] = mLog.region8;
         out["region9"] = mLog.region9;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "modules/BSPLogProcessor/CrashHistoryLayout.h"
 #include "modules/BSPLogProcessor/CrashTypes.h"
@@ -40,8 +41,8 @@ class Inspection {
                 Records(header);
             }
         }
-        mOut["errors"] = mErrors;
         mOut["valid"] = mErrors.empty();
+        mOut["errors"] = std::move(mErrors);
         return mOut;
     }
 
@@ -90,7 +91,7 @@ class Inspection {
             Json::Value entry;
             entry["main_type"] = type;
             entry["count"] = header.main_type_counters[type];
-            main.append(entry);
+            main.append(std::move(entry));
         }
         Json::Value sub(Json::arrayValue);
         for (uint32_t type = 0; type < kCrashSubTypeSlots; ++type) {
@@ -99,10 +100,10 @@ class Inspection {
             entry["sub_type"] = type;
             entry["name"] = crash_type_name(type);
             entry["count"] = header.sub_type_counters[type];
-            sub.append(entry);
+            sub.append(std::move(entry));
         }
-        mOut["main_type_counters"] = main;
-        mOut["sub_type_counters"] = sub;
+        mOut["main_type_counters"] = std::move(main);
+        mOut["sub_type_counters"] = std::move(sub);
     }
 
     void Records(const crash_history_header& header) {
@@ -123,9 +124,9 @@ class Inspection {
                 if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
                 out["text"] = Printable(text);
             }
-            records.append(out);
+            records.append(std::move(out));
         }
-        mOut["records"] = records;
+        mOut["records"] = std::move(records);
     }
 
     ImageFile mImage;

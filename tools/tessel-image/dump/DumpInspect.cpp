@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/blackbox/BlackBoxIo.h"
@@ -52,7 +53,7 @@ Json::Value InspectSections(int fd, uint64_t first, uint64_t slotEnd, uint32_t c
         section["position"] = U64(s.position);
         section["size"] = U64(s.size);
         section["trusted"] = blackbox::range_fits(s.position, s.size, fileSize);
-        sections.append(section);
+        sections.append(std::move(section));
     }
     return sections;
 }
@@ -107,7 +108,7 @@ Json::Value InspectDumpArea(int fd, uint64_t fileSize, bool inBlackbox) {
     if (!blackbox::range_fits(area.base, sizeof(header), fileSize) ||
         read_at(fd, area.base, &header, sizeof(header)) != sizeof(header)) {
         lastLog["trusted"] = false;
-        result["lastLog"] = lastLog;
+        result["lastLog"] = std::move(lastLog);
         result["slots"] = Json::Value(Json::arrayValue);
         result["valid"] = false;  // not even room for the header
         return result;
@@ -122,7 +123,7 @@ Json::Value InspectDumpArea(int fd, uint64_t fileSize, bool inBlackbox) {
     const bool trusted = known && header.store_index < Minidump::kMaxStoredDumps &&
                          header.counts <= Minidump::kMaxStoredDumps;
     lastLog["trusted"] = trusted;
-    result["lastLog"] = lastLog;
+    result["lastLog"] = std::move(lastLog);
     // A dump area never written (all zeros) is a valid empty one; anything
     // else must carry a header the daemon would take.
     static const last_log_header kNeverWritten{};
@@ -132,7 +133,7 @@ Json::Value InspectDumpArea(int fd, uint64_t fileSize, bool inBlackbox) {
     for (uint32_t i = 0; i < Minidump::kMaxStoredDumps; ++i) {
         slots.append(InspectSlot(fd, header, area, inBlackbox, i, fileSize));
     }
-    result["slots"] = slots;
+    result["slots"] = std::move(slots);
     return result;
 }
 
