@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <memory>
 
@@ -154,8 +156,8 @@ TEST(ParcelTest, AsciiRunsOfEveryLengthAroundOtherCharacters) {
     // length against characters whose units look ASCII in one byte ("Ł" is
     // 0x0141), take two bytes, three, or a surrogate pair.
     for (const std::string other : {"Ł", "é", "€", "𝄞"}) {
-        for (size_t before = 0; before < 12; ++before) {
-            for (size_t after : {size_t{0}, size_t{3}, size_t{9}}) {
+        for (size_t before = 0; before < 40; ++before) {
+            for (size_t after : {size_t{0}, size_t{3}, size_t{9}, size_t{17}, size_t{33}}) {
                 const std::string text =
                         std::string(before, 'a') + other + std::string(after, 'z') + other;
                 Parcel parcel = NewParcel();
@@ -185,6 +187,87 @@ TEST(ParcelTest, AsciiRunsOfEveryLengthAroundOtherCharacters) {
     EXPECT_EQ(read,
               "abcde\xEF\xBF\xBD"
               "fghij");
+}
+
+TEST(ParcelTest, StringsTakeExactlyTheirUnitsWhereverTheyAreWritten) {
+    // Each string takes its length, its units, a 0 unit and zero padding to
+    // four bytes, whether appended or written over data already there.
+    for (const auto& [text, units] :
+         std::vector<std::pair<std::string, size_t>>{{"", 0},
+                                                     {"a", 1},
+                                                     {"ab", 2},
+                                                     {"abc", 3},
+                                                     {std::string(33, 'q'), 33},
+                                                     {"€€€", 3},
+                                                     {"𝄞", 2},
+                                                     {std::string(21, 'e') + "é", 22}}) {
+        Parcel appended = NewParcel();
+        ASSERT_EQ(AParcel_writeInt32(appended.get(), 7), STATUS_OK);
+        ASSERT_EQ(ndk::AParcel_writeString(appended.get(), text), STATUS_OK);
+        const size_t size = 4 + 4 + ((units + 1) * 2 + 3) / 4 * 4;
+        ASSERT_EQ(size_t(AParcel_getDataSize(appended.get())), size) << text;
+        EXPECT_EQ(size_t(AParcel_getDataPosition(appended.get())), size);
+        std::vector<uint8_t> bytes(size);
+        ASSERT_EQ(AParcel_marshal(appended.get(), bytes.data(), 0, size), STATUS_OK);
+        int32_t count = -1;
+        memcpy(&count, bytes.data() + 4, 4);
+        EXPECT_EQ(size_t(count), units);
+        for (size_t i = 8 + units * 2; i < size; ++i) EXPECT_EQ(bytes[i], 0) << text << " " << i;
+
+        // The same bytes over 64 bytes of 0xFF words, which stay after them.
+        Parcel over = NewParcel();
+        for (int i = 0; i < 16; ++i) ASSERT_EQ(AParcel_writeInt32(over.get(), -1), STATUS_OK);
+        ASSERT_EQ(AParcel_setDataPosition(over.get(), 0), STATUS_OK);
+        ASSERT_EQ(AParcel_writeInt32(over.get(), 7), STATUS_OK);
+        ASSERT_EQ(ndk::AParcel_writeString(over.get(), text), STATUS_OK);
+        EXPECT_EQ(size_t(AParcel_getDataPosition(over.get())), size);
+        const size_t total = std::max<size_t>(64, size);
+        ASSERT_EQ(size_t(AParcel_getDataSize(over.get())), total);
+        std::vector<uint8_t> overBytes(total);
+        ASSERT_EQ(AParcel_marshal(over.get(), overBytes.data(), 0, total), STATUS_OK);
+        EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), overBytes.begin())) << text;
+        EXPECT_TRUE(std::all_of(overBytes.begin() + size, overBytes.end(),
+                                [](uint8_t b) { return b == 0xFF; }));
+    }
+}
+
+TEST(ParcelTest, ARefusedStringLeavesTheParcelAsItWas) {
+    Parcel parcel = NewParcel();
+    ASSERT_EQ(AParcel_writeInt32(parcel.get(), 7), STATUS_OK);
+    // Valid text, a run long enough to be encoded in blocks, then a bad byte.
+    const std::string bad = std::string(40, 'a') + "é\xff";
+    EXPECT_EQ(AParcel_writeString(parcel.get(), bad.data(), int32_t(bad.size())), STATUS_BAD_VALUE);
+    EXPECT_EQ(AParcel_getDataSize(parcel.get()), 4);
+    EXPECT_EQ(AParcel_getDataPosition(parcel.get()), 4);
+    ASSERT_EQ(ndk::AParcel_writeString(parcel.get(), std::string("ok")), STATUS_OK);
+    Rewind(parcel);
+    int32_t seven = 0;
+    std::string read;
+    ASSERT_EQ(AParcel_readInt32(parcel.get(), &seven), STATUS_OK);
+    ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
+    EXPECT_EQ(seven, 7);
+    EXPECT_EQ(read, "ok");
+}
+
+TEST(ParcelTest, AStringTooLongForAUnitPerByteStillFitsByItsUnits) {
+    // 17 MiB of three-byte characters: a unit per byte would pass the
+    // parcel's limit, its 5.9 million units do not.
+    std::string text;
+    text.reserve(size_t{17} << 20);
+    while (text.size() + 3 <= (size_t{17} << 20)) text += "€";
+    Parcel parcel = NewParcel();
+    ASSERT_EQ(ndk::AParcel_writeString(parcel.get(), text), STATUS_OK);
+    EXPECT_EQ(size_t(AParcel_getDataSize(parcel.get())),
+              4 + ((text.size() / 3 + 1) * 2 + 3) / 4 * 4);
+    Rewind(parcel);
+    std::string read;
+    ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
+    EXPECT_TRUE(read == text);
+    // Half the limit in ASCII bytes is more than the limit in units.
+    const std::string ascii(binder::kMaxParcelBytes / 2, 'a');
+    Parcel tooLong = NewParcel();
+    EXPECT_EQ(ndk::AParcel_writeString(tooLong.get(), ascii), STATUS_NO_MEMORY);
+    EXPECT_EQ(AParcel_getDataSize(tooLong.get()), 0);
 }
 
 TEST(ParcelTest, InvalidUtf8IsRefused) {

@@ -8,10 +8,6 @@
 namespace zelkor::tessel::binder {
 namespace {
 
-size_t Padded(size_t size) {
-    return (size + 3) & ~size_t{3};
-}
-
 // The int32 a bool, char or byte travels as, narrowed back.
 template <typename T>
 binder_status_t ReadWidened(const AParcel* parcel, T* value) {

@@ -50,6 +50,11 @@ struct UninitializedAllocator : std::allocator<T> {
 
 using ByteBuffer = std::vector<uint8_t, UninitializedAllocator<uint8_t>>;
 
+// `size` rounded up to the parcel's four-byte items.
+constexpr size_t Padded(size_t size) {
+    return (size + 3) & ~size_t{3};
+}
+
 }  // namespace zelkor::tessel::binder
 
 struct AParcel {

@@ -1,25 +1,71 @@
 // Strings and string arrays.
+#include <cstring>
 #include <limits>
 
+#include "platform/host/binder_ndk/Limits.h"
 #include "platform/host/binder_ndk/Parcel.h"
 #include "platform/host/binder_ndk/Utf.h"
 
 namespace zelkor::tessel::binder {
 
+namespace {
+
+// After the units encoded at `out + 4`: their count before them and the 0
+// unit after them. The bytes the string takes, padding aside.
+size_t FramedString16(uint8_t* out, size_t units) {
+    const auto count = static_cast<int32_t>(units);
+    memcpy(out, &count, sizeof(count));
+    const size_t used = sizeof(int32_t) + (units + 1) * 2;
+    out[used - 2] = 0;
+    out[used - 1] = 0;
+    return used;
+}
+
+// Appending, the usual case, takes one pass over the text: room for the
+// longest result (a unit per UTF-8 byte) first, the units encoded and checked
+// into it, the data then cut back to what they took. False when there is no
+// room for the longest result; the parcel is then as it was.
+bool AppendString16(AParcel* parcel, const char* utf8, size_t length, binder_status_t* status) {
+    const size_t start = parcel->position;
+    uint8_t* out = length < kMaxParcelBytes / 2
+                           ? parcel->writeInplace(sizeof(int32_t) + (length + 1) * 2)
+                           : nullptr;
+    if (out == nullptr) return false;
+    size_t units = 0;
+    if (!EncodeUtf16(utf8, length, out + sizeof(int32_t), &units)) {
+        parcel->data.resize(start);
+        parcel->position = start;
+        *status = STATUS_BAD_VALUE;
+        return true;
+    }
+    const size_t used = FramedString16(out, units);
+    const size_t end = Padded(used);
+    memset(out + used, 0, end - used);
+    parcel->data.resize(start + end);
+    parcel->position = start + end;
+    *status = STATUS_OK;
+    return true;
+}
+
+}  // namespace
+
 binder_status_t WriteString16(AParcel* parcel, const char* utf8, size_t length) {
     if (utf8 == nullptr) return parcel->write<int32_t>(-1);
+    binder_status_t status = STATUS_OK;
+    if (parcel->position == parcel->data.size() && AppendString16(parcel, utf8, length, &status)) {
+        return status;
+    }
+    // Written over data already there, or too long for the room above:
+    // counted first, then encoded into exactly the room it takes.
     size_t units = 0;
     if (!Utf16Length(utf8, length, &units)) return STATUS_BAD_VALUE;
     if (units >= static_cast<size_t>(std::numeric_limits<int32_t>::max()) / 2) {
         return STATUS_NO_MEMORY;
     }
-    binder_status_t status = parcel->write<int32_t>(static_cast<int32_t>(units));
-    if (status != STATUS_OK) return status;
-    uint8_t* out = parcel->writeInplace((units + 1) * 2);
+    uint8_t* out = parcel->writeInplace(sizeof(int32_t) + (units + 1) * 2);
     if (out == nullptr) return STATUS_NO_MEMORY;
-    EncodeUtf16(utf8, length, out);
-    out[units * 2] = 0;
-    out[units * 2 + 1] = 0;
+    EncodeUtf16(utf8, length, out + sizeof(int32_t), &units);
+    FramedString16(out, units);
     return STATUS_OK;
 }
 

@@ -145,48 +145,69 @@ size_t AsciiUnitRun(const uint8_t* in, size_t i, size_t units) {
     return end - i;
 }
 
-// `count` ASCII bytes as UTF-16 units, and back.
-void WidenAscii(const unsigned char* s, size_t count, uint8_t* out) {
+// Four ASCII bytes as four little-endian units, and back.
+void Widen4(const unsigned char* s, uint8_t* out) {
+    uint32_t four;
+    memcpy(&four, s, sizeof(four));
+    uint64_t wide = four;
+    wide = (wide | (wide << 16)) & 0x0000FFFF0000FFFFULL;
+    wide = (wide | (wide << 8)) & 0x00FF00FF00FF00FFULL;
+    memcpy(out, &wide, sizeof(wide));
+}
+
+void Narrow4(const uint8_t* in, char* out) {
+    uint64_t wide = Load64(in) & 0x00FF00FF00FF00FFULL;
+    wide = (wide | (wide >> 8)) & 0x0000FFFF0000FFFFULL;
+    const auto four = static_cast<uint32_t>(wide | (wide >> 16));
+    memcpy(out, &four, sizeof(four));
+}
+
+// The ASCII bytes at the start of `s` (at most `count`) widened to units at
+// `out`, checked and converted in the same pass; the number widened.
+size_t WidenAsciiRun(const unsigned char* s, size_t count, uint8_t* out) {
     size_t k = 0;
 #if defined(__SSE2__)
     for (; count - k >= 16; k += 16) {
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + k));
+        if (_mm_movemask_epi8(v) != 0) break;
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * k),
                          _mm_unpacklo_epi8(v, _mm_setzero_si128()));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * k + 16),
                          _mm_unpackhi_epi8(v, _mm_setzero_si128()));
     }
 #endif
-    for (; count - k >= 4; k += 4) {
-        uint32_t four;
-        memcpy(&four, s + k, sizeof(four));
-        uint64_t wide = four;
-        wide = (wide | (wide << 16)) & 0x0000FFFF0000FFFFULL;
-        wide = (wide | (wide << 8)) & 0x00FF00FF00FF00FFULL;
-        memcpy(out + 2 * k, &wide, sizeof(wide));
+    for (; count - k >= 8 && (Load64(s + k) & kHighBits) == 0; k += 8) {
+        Widen4(s + k, out + 2 * k);
+        Widen4(s + k + 4, out + 2 * k + 8);
     }
-    for (; k < count; ++k) {
+    for (; k < count && s[k] < 0x80; ++k) {
         out[2 * k] = s[k];
         out[2 * k + 1] = 0;
     }
+    return k;
 }
 
-void NarrowAscii(const uint8_t* in, size_t count, char* out) {
+// The ASCII units at the start of `in` (at most `units`) narrowed to bytes at
+// `out` in one pass; the number narrowed.
+size_t NarrowAsciiRun(const uint8_t* in, size_t units, char* out) {
     size_t k = 0;
 #if defined(__SSE2__)
-    for (; count - k >= 16; k += 16) {
+    const __m128i nonAscii = _mm_set1_epi16(static_cast<short>(0xFF80));
+    for (; units - k >= 16; k += 16) {
         const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 2 * k));
         const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 2 * k + 16));
+        const __m128i high = _mm_and_si128(_mm_or_si128(a, b), nonAscii);
+        if (_mm_movemask_epi8(_mm_cmpeq_epi16(high, _mm_setzero_si128())) != 0xFFFF) break;
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k), _mm_packus_epi16(a, b));
     }
 #endif
-    for (; count - k >= 4; k += 4) {
-        uint64_t wide = Load64(in + 2 * k) & 0x00FF00FF00FF00FFULL;
-        wide = (wide | (wide >> 8)) & 0x0000FFFF0000FFFFULL;
-        const auto four = static_cast<uint32_t>(wide | (wide >> 16));
-        memcpy(out + k, &four, sizeof(four));
+    for (; units - k >= 4 && (Load64(in + 2 * k) & kNonAsciiUnits) == 0; k += 4) {
+        Narrow4(in + 2 * k, out + k);
     }
-    for (; k < count; ++k) out[k] = static_cast<char>(in[2 * k]);
+    for (; k < units && in[2 * k] < 0x80 && in[2 * k + 1] == 0; ++k) {
+        out[k] = static_cast<char>(in[2 * k]);
+    }
+    return k;
 }
 
 }  // namespace
@@ -208,18 +229,17 @@ bool Utf16Length(const char* utf8, size_t length, size_t* units) {
     return true;
 }
 
-void EncodeUtf16(const char* utf8, size_t length, uint8_t* out) {
+bool EncodeUtf16(const char* utf8, size_t length, uint8_t* out, size_t* units) {
     const auto* s = reinterpret_cast<const unsigned char*>(utf8);
     size_t pos = 0;
     size_t index = 0;
     while (pos < length) {
-        const size_t run = AsciiRun(s, pos, length);
-        WidenAscii(s + pos, run, out + 2 * index);
+        const size_t run = WidenAsciiRun(s + pos, length - pos, out + 2 * index);
         pos += run;
         index += run;
         if (pos == length) break;
         uint32_t cp = 0;
-        if (!NextCodePoint(s, length, &pos, &cp)) return;
+        if (!NextCodePoint(s, length, &pos, &cp)) return false;
         if (cp >= 0x10000) {
             cp -= 0x10000;
             PutUnit(out, index++, static_cast<uint16_t>(0xD800 + (cp >> 10)));
@@ -228,6 +248,8 @@ void EncodeUtf16(const char* utf8, size_t length, uint8_t* out) {
             PutUnit(out, index++, static_cast<uint16_t>(cp));
         }
     }
+    *units = index;
+    return true;
 }
 
 size_t Utf8Length(const uint8_t* in, size_t units) {
@@ -246,8 +268,7 @@ size_t Utf8Length(const uint8_t* in, size_t units) {
 
 void DecodeUtf16(const uint8_t* in, size_t units, char* out) {
     for (size_t i = 0; i < units;) {
-        const size_t run = AsciiUnitRun(in, i, units);
-        NarrowAscii(in + 2 * i, run, out);
+        const size_t run = NarrowAsciiRun(in + 2 * i, units - i, out);
         out += run;
         i += run;
         if (i == units) break;

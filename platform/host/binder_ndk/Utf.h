@@ -13,9 +13,11 @@ namespace zelkor::tessel::binder {
 // U+10FFFF).
 bool Utf16Length(const char* utf8, size_t length, size_t* units);
 
-// Encodes valid UTF-8 (checked with Utf16Length) as little-endian UTF-16
-// units into `out`, which holds 2 * units bytes.
-void EncodeUtf16(const char* utf8, size_t length, uint8_t* out);
+// Encodes UTF-8 as little-endian UTF-16 units into `out`, checking it in the
+// same pass: false, with `out` partly written, for what Utf16Length refuses.
+// `out` must hold 2 * the units written: 2 * `length` bytes always suffice,
+// as no UTF-8 byte makes more than one unit.
+bool EncodeUtf16(const char* utf8, size_t length, uint8_t* out, size_t* units);
 
 // Decodes `units` UTF-16 units stored at `in` (unaligned bytes). Unpaired
 // surrogates become U+FFFD rather than an error: the text came from a peer
