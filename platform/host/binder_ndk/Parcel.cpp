@@ -187,8 +187,7 @@ binder_status_t AParcel_appendFrom(const AParcel* from, AParcel* to, int32_t sta
         return STATUS_NO_MEMORY;
     }
     // Copy first: `from` and `to` may be the same parcel.
-    std::vector<uint8_t> bytes(from->data.begin() + static_cast<std::ptrdiff_t>(begin),
-                               from->data.begin() + static_cast<std::ptrdiff_t>(begin + count));
+    std::vector<uint8_t> bytes(from->data.data() + begin, from->data.data() + begin + count);
     const size_t end = to->position + count;
     to->growTo(end);
     if (count > 0) memcpy(to->data.data() + to->position, bytes.data(), count);
@@ -209,7 +208,7 @@ binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t s
 
 binder_status_t AParcel_unmarshal(AParcel* parcel, const uint8_t* buffer, size_t len) {
     if (len > kMaxParcelBytes) return STATUS_NO_MEMORY;
-    parcel->data.assign(buffer, buffer + len);
+    parcel->data.assign(buffer, len);
     parcel->fds.clear();
     parcel->hasBinders = false;
     parcel->position = 0;

@@ -8,47 +8,15 @@
 
 #include <cstdint>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-#include "platform/host/binder_ndk/BufferPool.h"
+#include "platform/host/binder_ndk/ByteBuffer.h"
 
 namespace zelkor::tessel::binder {
-
-// Leaves bytes uninitialised when a buffer grows: they are about to be
-// overwritten. Large buffers are recycled (BufferPool.h) rather than faulted
-// in afresh for every call.
-template <typename T>
-struct UninitializedAllocator : std::allocator<T> {
-    T* allocate(size_t n) {
-        if (n > SIZE_MAX / sizeof(T)) throw std::bad_alloc();
-        return static_cast<T*>(AllocateBuffer(n * sizeof(T)));
-    }
-    void deallocate(T* p, size_t n) noexcept { FreeBuffer(p, n * sizeof(T)); }
-
-    template <typename U>
-    struct rebind {
-        using other = UninitializedAllocator<U>;
-    };
-    UninitializedAllocator() = default;
-    template <typename U>
-    UninitializedAllocator(const UninitializedAllocator<U>&) noexcept {}
-
-    template <typename U>
-    void construct(U* p) noexcept(std::is_nothrow_default_constructible_v<U>) {
-        ::new (static_cast<void*>(p)) U;
-    }
-    template <typename U, typename... Args>
-    void construct(U* p, Args&&... args) {
-        ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
-    }
-};
-
-using ByteBuffer = std::vector<uint8_t, UninitializedAllocator<uint8_t>>;
 
 // `size` rounded up to the parcel's four-byte items.
 constexpr size_t Padded(size_t size) {

@@ -1,0 +1,76 @@
+// Parcel and frame storage: growing keeps the bytes already there, across the
+// size where buffers start to come from the recycling pool.
+#include "platform/host/binder_ndk/ByteBuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <numeric>
+#include <utility>
+#include <vector>
+
+#include "platform/host/binder_ndk/BufferPool.h"
+
+namespace zelkor::tessel::binder {
+namespace {
+
+bool Holds(const ByteBuffer& buffer, const std::vector<uint8_t>& bytes) {
+    return buffer.size() == bytes.size() &&
+           (bytes.empty() || memcmp(buffer.data(), bytes.data(), bytes.size()) == 0);
+}
+
+TEST(ByteBufferTest, GrowingAndShrinkingKeepTheBytesWithin) {
+    ByteBuffer buffer;
+    EXPECT_TRUE(buffer.empty());
+    std::vector<uint8_t> expected;
+    // Item by item past the pooled size, as a parcel is written.
+    for (size_t size = 4; size <= 3 * kPooledBufferMin; size = size * 3 / 2 + 4) {
+        const size_t old = buffer.size();
+        buffer.resize(size);
+        expected.resize(size);
+        for (size_t i = old; i < size; ++i) {
+            buffer.data()[i] = static_cast<uint8_t>(i * 7);
+            expected[i] = static_cast<uint8_t>(i * 7);
+        }
+        ASSERT_TRUE(Holds(buffer, expected)) << size;
+    }
+    // Shrinking keeps the storage: growing back within it shows the old bytes.
+    const uint8_t* storage = buffer.data();
+    buffer.resize(10);
+    expected.resize(10);
+    EXPECT_TRUE(Holds(buffer, expected));
+    buffer.resize(20);
+    EXPECT_EQ(buffer.data(), storage);
+    EXPECT_EQ(buffer.data()[15], static_cast<uint8_t>(15 * 7));
+    buffer.clear();
+    EXPECT_TRUE(buffer.empty());
+    EXPECT_EQ(buffer.data(), storage);
+}
+
+TEST(ByteBufferTest, AssignAndMoveHandOverTheBytes) {
+    std::vector<uint8_t> bytes(2 * kPooledBufferMin + 3);
+    std::iota(bytes.begin(), bytes.end(), uint8_t{1});
+    ByteBuffer first;
+    first.resize(5);
+    first.assign(bytes.data(), bytes.size());
+    ASSERT_TRUE(Holds(first, bytes));
+
+    ByteBuffer second(std::move(first));
+    EXPECT_TRUE(Holds(second, bytes));
+    EXPECT_TRUE(first.empty());
+    EXPECT_EQ(first.data(), nullptr);
+
+    ByteBuffer third;
+    third.assign(bytes.data(), 9);
+    third = std::move(second);
+    EXPECT_TRUE(Holds(third, bytes));
+    EXPECT_TRUE(second.empty());
+    // A moved-from buffer is usable again.
+    second.assign(bytes.data(), 3);
+    EXPECT_TRUE(Holds(second, {1, 2, 3}));
+    third.assign(nullptr, 0);
+    EXPECT_TRUE(third.empty());
+}
+
+}  // namespace
+}  // namespace zelkor::tessel::binder
