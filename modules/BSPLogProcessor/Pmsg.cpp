@@ -12,6 +12,7 @@
 #include <time.h>
 
 #include <cstring>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -132,16 +133,18 @@ void WritePmsg(const Section& in, int out) {
     OutBuffer buf(out);
     // Refilled whenever less than the largest record lies ahead, so a whole
     // record is always in view.
-    std::vector<uint8_t> window(2 * kCopyChunk);
+    // Only the bytes read into it are looked at.
+    constexpr size_t kWindowSize = 2 * kCopyChunk;
+    std::unique_ptr<uint8_t[]> window(new uint8_t[kWindowSize]);
     size_t begin = 0;
     size_t fill = 0;
     bool atEnd = false;
     for (;;) {
         if (!atEnd && fill - begin < kMaxRecord) {
-            memmove(window.data(), window.data() + begin, fill - begin);
+            memmove(window.get(), window.get() + begin, fill - begin);
             fill -= begin;
             begin = 0;
-            ssize_t n = source.Read(window.data() + fill, window.size() - fill);
+            ssize_t n = source.Read(window.get() + fill, kWindowSize - fill);
             if (n <= 0) {
                 atEnd = true;
             } else {
@@ -151,12 +154,12 @@ void WritePmsg(const Section& in, int out) {
         }
         if (begin >= fill) break;
         auto* magic =
-                static_cast<uint8_t*>(memchr(window.data() + begin, kRecordMagic, fill - begin));
+                static_cast<uint8_t*>(memchr(window.get() + begin, kRecordMagic, fill - begin));
         if (magic == nullptr) {
             begin = fill;
             continue;
         }
-        begin = static_cast<size_t>(magic - window.data());
+        begin = static_cast<size_t>(magic - window.get());
         // Bring the whole of a possible record into view before judging it.
         if (!atEnd && fill - begin < kMaxRecord) continue;
         if (fill - begin < kHeadersSize) break;
@@ -167,7 +170,7 @@ void WritePmsg(const Section& in, int out) {
             continue;
         }
         const uint8_t id = magic[kPmsgHeaderSize];
-        if (IsBinaryLog(id) || WriteTextRecord(magic, len, window.data() + fill, buf)) {
+        if (IsBinaryLog(id) || WriteTextRecord(magic, len, window.get() + fill, buf)) {
             begin += len;
         } else {
             begin += 1;

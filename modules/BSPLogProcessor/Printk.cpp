@@ -18,9 +18,9 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "modules/BSPLogProcessor/LittleEndian.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
@@ -46,7 +46,7 @@ struct PrintkRecord {
 class RecordWindow {
   public:
     explicit RecordWindow(const Section& in)
-        : mFd(in.fd), mEnd(in.offset + in.size), mBuf(kWindow) {}
+        : mFd(in.fd), mEnd(in.offset + in.size), mBuf(new uint8_t[kWindow]) {}
 
     // Makes up to `len` bytes at `pos` available at `*data`; fewer at the end
     // of the section or of the partition, -1 with errno set on a read error.
@@ -55,14 +55,14 @@ class RecordWindow {
         const bool covered = pos >= mStart && pos <= held && (pos + len <= held || held >= mEnd);
         if (!covered) {
             size_t want = static_cast<size_t>(std::min<uint64_t>(kWindow, mEnd - pos));
-            ssize_t n = blackbox::read_at(mFd, static_cast<int64_t>(pos), mBuf.data(), want);
+            ssize_t n = blackbox::read_at(mFd, static_cast<int64_t>(pos), mBuf.get(), want);
             if (n < 0) return -1;
             mStart = pos;
             mLen = static_cast<size_t>(n);
             // A short read means the partition ends here.
             if (mLen < want) mEnd = pos + mLen;
         }
-        *data = mBuf.data() + (pos - mStart);
+        *data = mBuf.get() + (pos - mStart);
         return static_cast<ssize_t>(std::min<uint64_t>(len, mStart + mLen - pos));
     }
 
@@ -71,7 +71,7 @@ class RecordWindow {
     static constexpr size_t kWindow = 128 * 1024;
     int mFd;
     uint64_t mEnd;
-    std::vector<uint8_t> mBuf;
+    std::unique_ptr<uint8_t[]> mBuf;  // only bytes read into it are looked at
     uint64_t mStart = 0;
     size_t mLen = 0;
 };
