@@ -120,7 +120,7 @@ TEST_F(BinderE2ETest, DeadPeerGivesAnErrorNotAHang) {
         const std::string log = daemon->err();
         return log.find("action zelkor.halvex.tessel.ping") !=
                log.rfind("action zelkor.halvex.tessel.ping");
-    }));
+    })) << daemon->err();
     peer->signal(SIGKILL);
     EXPECT_TRUE(WaitFor([&] {
         const std::string log = daemon->err();

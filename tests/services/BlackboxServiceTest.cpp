@@ -65,7 +65,7 @@ TEST_F(BlackboxServiceTest, ADotIsWrittenAndStillAnsweredWithTheUnknownError) {
     // The stamp's hour has a blank for a sign and no leading zero.
     EXPECT_TRUE(std::regex_match(
             records[0],
-            std::regex(R"(\{"1", "camera", "\d{4}-\d\d-\d\d ( \d|\d\d):\d\d:\d\d", "open"\}\n)")))
+            std::regex(R"(\{"1", "camera", "\d{4}-\d\d-\d\d (\d|[12]\d):\d\d:\d\d", "open"\}\n)")))
             << records[0];
     EXPECT_EQ(records[1], "{\"2\", \"camera\", \"12:00\", \"close\"}\n");
     EXPECT_EQ(mImage->Le(kHeader + 104, 8), 2u) << "dotting_count";
