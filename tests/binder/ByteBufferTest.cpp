@@ -65,11 +65,39 @@ TEST(ByteBufferTest, AssignAndMoveHandOverTheBytes) {
     third = std::move(second);
     EXPECT_TRUE(Holds(third, bytes));
     EXPECT_TRUE(second.empty());
-    // A moved-from buffer is usable again.
-    second.assign(bytes.data(), 3);
-    EXPECT_TRUE(Holds(second, {1, 2, 3}));
+    // Moved-from buffers are empty and usable again, down to a single byte,
+    // which growing keeps.
+    for (ByteBuffer* moved : {&first, &second}) {
+        moved->resize(1);
+        moved->data()[0] = 9;
+        EXPECT_TRUE(Holds(*moved, {9}));
+        moved->resize(kPooledBufferMin);
+        EXPECT_EQ(moved->data()[0], 9);
+    }
     third.assign(nullptr, 0);
     EXPECT_TRUE(third.empty());
+}
+
+TEST(ByteBufferTest, LargeStorageLetGoIsHandedOutAgain) {
+    // Given back when a buffer grows past it and when a buffer goes.
+    const size_t large = 16 * kPooledBufferMin;
+    const uint8_t* first = nullptr;
+    ByteBuffer grown;
+    grown.resize(large);
+    first = grown.data();
+    grown.resize(3 * large);
+    ByteBuffer next;
+    next.resize(large);
+    EXPECT_EQ(next.data(), first);
+    const uint8_t* second = nullptr;
+    {
+        ByteBuffer gone;
+        gone.resize(2 * large);
+        second = gone.data();
+    }
+    ByteBuffer after;
+    after.resize(2 * large);
+    EXPECT_EQ(after.data(), second);
 }
 
 }  // namespace

@@ -173,20 +173,31 @@ TEST(ParcelTest, AsciiRunsOfEveryLengthAroundOtherCharacters) {
             }
         }
     }
-    // A lone surrogate between ASCII runs reads as U+FFFD, the rest intact.
-    Parcel parcel = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(parcel.get(), 11), STATUS_OK);
-    const uint16_t units[12] = {'a', 'b', 'c', 'd', 'e', 0xD800, 'f', 'g', 'h', 'i', 'j', 0};
-    for (size_t i = 0; i < 12; i += 2) {
-        ASSERT_EQ(AParcel_writeInt32(parcel.get(), int32_t(units[i] | (units[i + 1] << 16))),
-                  STATUS_OK);
+    // Surrogates from a peer: pairs give the code point, from the first one
+    // past U+FFFF to the last; any unit of a pair without its partner reads as
+    // U+FFFD, the rest intact.
+    for (const auto& [units, expected] : std::vector<std::pair<std::u16string, std::string>>{
+                 {u"abcde\xD800"
+                  u"fghij",
+                  "abcde\xEF\xBF\xBD"
+                  "fghij"},
+                 {u"\xDC00\xDC00x\xD800", "\xEF\xBF\xBD\xEF\xBF\xBDx\xEF\xBF\xBD"},
+                 {u"\xD800\xDC00", "\xF0\x90\x80\x80"},
+                 {u"\xDBFF\xDFFF", "\xF4\x8F\xBF\xBF"}}) {
+        Parcel parcel = NewParcel();
+        ASSERT_EQ(AParcel_writeInt32(parcel.get(), int32_t(units.size())), STATUS_OK);
+        std::u16string terminated = units + u'\0';
+        if (terminated.size() % 2 != 0) terminated += u'\0';
+        for (size_t i = 0; i < terminated.size(); i += 2) {
+            ASSERT_EQ(AParcel_writeInt32(parcel.get(),
+                                         int32_t(terminated[i] | (terminated[i + 1] << 16))),
+                      STATUS_OK);
+        }
+        Rewind(parcel);
+        std::string read;
+        ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
+        EXPECT_TRUE(read == expected) << units.size();
     }
-    Rewind(parcel);
-    std::string read;
-    ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
-    EXPECT_EQ(read,
-              "abcde\xEF\xBF\xBD"
-              "fghij");
 }
 
 TEST(ParcelTest, StringsTakeExactlyTheirUnitsWhereverTheyAreWritten) {
