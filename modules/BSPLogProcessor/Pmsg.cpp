@@ -132,8 +132,7 @@ void WritePmsg(const Section& in, int out) {
     ByteSource source(in.fd, RingOrder(in));
     OutBuffer buf(out);
     // Refilled whenever less than the largest record lies ahead, so a whole
-    // record is always in view.
-    // Only the bytes read into it are looked at.
+    // record is always in view; only the bytes read into it are looked at.
     constexpr size_t kWindowSize = 2 * kCopyChunk;
     std::unique_ptr<uint8_t[]> window(new uint8_t[kWindowSize]);
     size_t begin = 0;

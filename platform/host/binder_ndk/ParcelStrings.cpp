@@ -1,6 +1,7 @@
 // Strings and string arrays.
 #include <cstring>
 #include <limits>
+#include <optional>
 
 #include "platform/host/binder_ndk/Limits.h"
 #include "platform/host/binder_ndk/Parcel.h"
@@ -23,37 +24,34 @@ size_t FramedString16(uint8_t* out, size_t units) {
 
 // Appending, the usual case, takes one pass over the text: room for the
 // longest result (a unit per UTF-8 byte) first, the units encoded and checked
-// into it, the data then cut back to what they took. False when there is no
+// into it, the data then cut back to what they took. Nothing when there is no
 // room for the longest result; the parcel is then as it was.
-bool AppendString16(AParcel* parcel, const char* utf8, size_t length, binder_status_t* status) {
+std::optional<binder_status_t> AppendString16(AParcel* parcel, const char* utf8, size_t length) {
     const size_t start = parcel->position;
     uint8_t* out = length < kMaxParcelBytes / 2
                            ? parcel->writeInplace(sizeof(int32_t) + (length + 1) * 2)
                            : nullptr;
-    if (out == nullptr) return false;
+    if (out == nullptr) return std::nullopt;
     size_t units = 0;
     if (!EncodeUtf16(utf8, length, out + sizeof(int32_t), &units)) {
         parcel->data.resize(start);
         parcel->position = start;
-        *status = STATUS_BAD_VALUE;
-        return true;
+        return STATUS_BAD_VALUE;
     }
     const size_t used = FramedString16(out, units);
     const size_t end = Padded(used);
     memset(out + used, 0, end - used);
     parcel->data.resize(start + end);
     parcel->position = start + end;
-    *status = STATUS_OK;
-    return true;
+    return STATUS_OK;
 }
 
 }  // namespace
 
 binder_status_t WriteString16(AParcel* parcel, const char* utf8, size_t length) {
     if (utf8 == nullptr) return parcel->write<int32_t>(-1);
-    binder_status_t status = STATUS_OK;
-    if (parcel->position == parcel->data.size() && AppendString16(parcel, utf8, length, &status)) {
-        return status;
+    if (parcel->position == parcel->data.size()) {
+        if (auto appended = AppendString16(parcel, utf8, length)) return *appended;
     }
     // Written over data already there, or too long for the room above:
     // counted first, then encoded into exactly the room it takes.
