@@ -2,27 +2,46 @@
 
 #include <android-base/stringprintf.h>
 
-#include <cstdio>
-#include <cstring>
+#include <algorithm>
+#include <charconv>
 
 namespace zelkor::tessel::blackbox {
 
+namespace {
+
+// Flags and what the kernel appends to them (",caller=T123"), kept whole up to
+// this length; a longer field is not a record this reader knows.
+constexpr size_t kMaxFacility = 21;
+
+// Takes a decimal number and the ',' behind it off the front of `fields`.
+bool TakeNumber(std::string_view* fields, unsigned long long* value) {
+    const auto [next, error] =
+            std::from_chars(fields->data(), fields->data() + fields->size(), *value);
+    const size_t taken = static_cast<size_t>(next - fields->data());
+    if (error != std::errc() || fields->substr(taken, 1) != ",") return false;
+    fields->remove_prefix(taken + 1);
+    return true;
+}
+
+}  // namespace
+
 bool parse_kmsg_record(std::string_view line, KmsgRecord* record) {
-    const std::string text(line);  // sscanf needs the terminator
-    unsigned priority = 0;
-    unsigned long long usec = 0;
-    char facility[22] = {};
-    int message = -1;
-    if (sscanf(text.c_str(), "%10u,%*u,%20llu,%21[^;]; %n", &priority, &usec, facility, &message) !=
-                3 ||
-        message < 0) {
+    line = line.substr(0, line.find('\0'));
+    const size_t semicolon = line.find(';');
+    if (semicolon == std::string_view::npos) return false;
+    std::string_view fields = line.substr(0, semicolon);
+    unsigned long long priority = 0, sequence = 0, usec = 0;
+    if (!TakeNumber(&fields, &priority) || !TakeNumber(&fields, &sequence) ||
+        !TakeNumber(&fields, &usec) || fields.empty() || fields.size() > kMaxFacility) {
         return false;
     }
-    const char* equals = strchr(facility, '=');
+    // Blanks between the ';' and the text are not part of the message.
+    std::string_view message = line.substr(semicolon + 1);
+    message.remove_prefix(std::min(message.find_first_not_of(" \t\v\f\r"), message.size()));
+    const size_t equals = fields.find('=');
     record->usec = usec;
-    record->facility = equals != nullptr ? equals + 1 : facility;
-    const char* body = text.c_str() + message;
-    record->message.assign(body, strcspn(body, "\n"));
+    record->facility = equals == std::string_view::npos ? fields : fields.substr(equals + 1);
+    record->message = message;
     return true;
 }
 

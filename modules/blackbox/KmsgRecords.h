@@ -16,10 +16,11 @@ constexpr size_t kKmsgReadSize = 8192;
 struct KmsgRecord {
     unsigned long long usec = 0;
     std::string facility;  // the flags field's text after its '=', or all of it
-    std::string message;   // up to the first newline or NUL
+    std::string message;   // up to the first NUL
 };
 
-// Parses one record line. False when it does not give the three fields.
+// Parses one record line, without its newline. False when it does not give
+// the three numbers and the flags.
 bool parse_kmsg_record(std::string_view line, KmsgRecord* record);
 
 // "[%5llu.%06llu][ %s] %s\n": seconds, microseconds, facility, message.

@@ -51,10 +51,15 @@ TEST_F(KmsgCopyTest, OneLinePerRecordOfAMultiRecordRead) {
             "12,4,99000000,c;third\n"
             // Flags and caller of 21 characters at most.
             "6,5,99000001,-,caller=T12345678901;widest\n6,6,99000002,-,caller=T123456789012;x\n"
-            "6,7,99000003,-,no separator\n");
+            "6,7,99000003,-,no separator\n6,8,99000004,;no flags\n6,9,99s,-;not a "
+            "number\n6,,99000007,-;no sequence\n"
+            // Blanks before the text are dropped; a NUL ends the record.
+            "6,10,99000005,-; \t spaced\n" +
+            std::string("6,11,99000006,-;cut\0hidden\n6,12,9\0,-;x\n", 39));
     const std::string expected =
             "[    1.500000][ -] first line\n[    2.000001][ T42] second\n"
-            "[   99.000000][ c] third\n[   99.000001][ T12345678901] widest\n";
+            "[   99.000000][ c] third\n[   99.000001][ T12345678901] widest\n"
+            "[   99.000005][ -] spaced\n[   99.000006][ -] cut\n";
     EXPECT_EQ(Copy(), static_cast<int64_t>(expected.size()));
     EXPECT_EQ(Area(expected.size()), expected);
     EXPECT_EQ(mImage->Bytes(kSlot1 + 52, 11), std::string("boot_kmesg\0", 11));
