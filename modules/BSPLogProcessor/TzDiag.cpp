@@ -65,8 +65,8 @@ bool ReadIn(const Section& in, uint64_t offset, void* out, size_t len) {
 
 void WriteBootStatus(const Section& in, const TzDiagHeader& h, uint32_t cpus, OutBuffer& out) {
     out.Append("Boot Status :\n");
-    const bool wide =
-            h.resetOff > h.bootOff && h.resetOff - h.bootOff >= kMaxCpus * kBootInfo64Size;
+    // 64-bit entries when the reset info leaves room for eight of them.
+    const bool wide = uint64_t(h.resetOff) >= uint64_t(h.bootOff) + kMaxCpus * kBootInfo64Size;
     const uint32_t entry = wide ? kBootInfo64Size : kBootInfo32Size;
     for (uint32_t cpu = 0; cpu < cpus; ++cpu) {
         uint8_t info[kBootInfo64Size];
