@@ -231,6 +231,25 @@ TEST_F(DumpExtractionTest, SectionPastThePartitionEndKeepsWhatLiesInside) {
     EXPECT_FALSE(Exists(Diag("last_cpusys_5")));
 }
 
+TEST_F(DumpExtractionTest, DescriptorZeroIsAFileLikeAnyOther) {
+    // Started with standard input closed, the run gets descriptor 0 for the
+    // first file it opens.
+    MakeImage(kMinidump, 0x1000);
+    Put(kMinidump, 0x100, "cpu0 online\n");
+    const int image = OpenImage(kMinidump);
+    ASSERT_GE(image, 0);
+    const int input = fcntl(0, F_DUPFD_CLOEXEC, 3);
+    close(0);
+    const int result = parse_log(image, "md_cpusys", 0x100, 12, 0);
+    if (input >= 0) {
+        dup2(input, 0);
+        close(input);
+    }
+    close(image);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "cpu0 online\n");
+}
+
 TEST_F(DumpExtractionTest, SlotWithoutSignatureFails) {
     MakeBlackbox();
     LastLog(kBlackbox, kArea, "cigamgol", 4, 1, kSlotDistance, 0);
