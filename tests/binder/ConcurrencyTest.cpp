@@ -2,9 +2,8 @@
 // used from many threads keeps each call's frames apart; one-way calls do not
 // wait for the service.
 #include <future>
-#include <thread>
+#include <tuple>
 
-#include "HostRootTest.h"
 #include "ServiceProcess.h"
 
 namespace zelkor::tessel::testing {
@@ -26,44 +25,31 @@ bool AllMet(const std::shared_ptr<ITestService>& service, int parties, int timeo
     return all;
 }
 
-class ConcurrencyTest : public HostRootTest {};
+using ConcurrencyTest = ServiceTest;
+using ThreadPoolTest = HostRootTest;
 
-TEST_F(ConcurrencyTest, TwoSlowCallsOverlap) {
-    ServiceProcess process(mRoot.path());
-    auto service = process.connect();
-    ASSERT_NE(service, nullptr) << process.errors();
-    EXPECT_TRUE(AllMet(service, 2, 10000));
-}
-
-TEST_F(ConcurrencyTest, PoolCapLimitsParallelCalls) {
-    // No threads on demand: the pool's first thread and the joined main
-    // thread serve, so three calls can never be inside at once.
-    ServiceProcess capped(mRoot.path(), {"--max-threads", "0"});
-    auto service = capped.connect();
-    ASSERT_NE(service, nullptr) << capped.errors();
-    EXPECT_TRUE(AllMet(service, 2, 10000));
-    EXPECT_FALSE(AllMet(service, 3, 300));
-}
-
-TEST_F(ConcurrencyTest, ThreadsOnDemandGoBeyondTwo) {
-    ServiceProcess process(mRoot.path(), {"--max-threads", "2"});
-    auto service = process.connect();
-    ASSERT_NE(service, nullptr) << process.errors();
-    EXPECT_TRUE(AllMet(service, 4, 10000));
+TEST_F(ThreadPoolTest, ParallelCallsUpToThePoolCap) {
+    // With no threads on demand the pool's first thread and the joined main
+    // thread serve, so three calls can never be inside at once; two threads
+    // on demand make four.
+    for (const auto& [maxThreads, parties, met] : std::vector<std::tuple<const char*, int, bool>>{
+                 {"0", 2, true}, {"0", 3, false}, {"2", 4, true}}) {
+        ServiceProcess process(mRoot.path(), {"--max-threads", maxThreads});
+        auto service = process.connect();
+        ASSERT_NE(service, nullptr) << process.errors();
+        EXPECT_EQ(AllMet(service, parties, met ? 10000 : 300), met) << maxThreads << " " << parties;
+    }
 }
 
 TEST_F(ConcurrencyTest, ManyThreadsOnOneProxy) {
-    ServiceProcess process(mRoot.path());
-    auto service = process.connect();
-    ASSERT_NE(service, nullptr) << process.errors();
     std::vector<std::future<bool>> workers;
     for (int t = 0; t < 8; ++t) {
-        workers.push_back(std::async(std::launch::async, [&service, t] {
+        workers.push_back(std::async(std::launch::async, [this, t] {
             for (int i = 0; i < 100; ++i) {
                 std::string sent = std::to_string(t) + ":" + std::to_string(i) +
                                    std::string(static_cast<size_t>(t * 997 + i), 'x');
                 std::string received;
-                if (!service->echoString(sent, &received).isOk() || received != sent) return false;
+                if (!mService->echoUtf8(sent, &received).isOk() || received != sent) return false;
             }
             return true;
         }));
@@ -72,18 +58,15 @@ TEST_F(ConcurrencyTest, ManyThreadsOnOneProxy) {
 }
 
 TEST_F(ConcurrencyTest, OnewayCallReturnsWhileTheServiceIsStillBusy) {
-    ServiceProcess process(mRoot.path());
-    auto service = process.connect();
-    ASSERT_NE(service, nullptr) << process.errors();
     // blockOneway only ends on release(), which this thread sends after the
     // one-way call has returned.
-    ASSERT_TRUE(service->blockOneway(30000).isOk());
+    ASSERT_TRUE(mService->blockOneway(30000).isOk());
     bool blocked = false;
-    ASSERT_TRUE(service->waitUntilBlocked(10000, &blocked).isOk());
+    ASSERT_TRUE(mService->waitUntilBlocked(10000, &blocked).isOk());
     EXPECT_TRUE(blocked);
-    ASSERT_TRUE(service->release().isOk());
+    ASSERT_TRUE(mService->release().isOk());
     int32_t value = 0;
-    ASSERT_TRUE(service->echoInt(5, &value).isOk());
+    ASSERT_TRUE(mService->echoInt(5, &value).isOk());
     EXPECT_EQ(value, 5);
 }
 

@@ -19,17 +19,14 @@ struct DeathLog {
     int died = 0;
     int unlinked = 0;
 
-    static void OnDied(void* cookie) {
-        auto* log = static_cast<DeathLog*>(cookie);
-        std::lock_guard<std::mutex> guard(log->lock);
-        ++log->died;
-        log->changed.notify_all();
-    }
+    static void OnDied(void* cookie) { static_cast<DeathLog*>(cookie)->count(&DeathLog::died); }
     static void OnUnlinked(void* cookie) {
-        auto* log = static_cast<DeathLog*>(cookie);
-        std::lock_guard<std::mutex> guard(log->lock);
-        ++log->unlinked;
-        log->changed.notify_all();
+        static_cast<DeathLog*>(cookie)->count(&DeathLog::unlinked);
+    }
+    void count(int DeathLog::*counter) {
+        std::lock_guard<std::mutex> guard(lock);
+        ++(this->*counter);
+        changed.notify_all();
     }
     // Waits for `count` deaths and their unlink notices.
     bool waitDied(int count) {
@@ -53,13 +50,10 @@ TEST_F(DeathTest, CallInFlightFailsWhenTheServiceIsKilled) {
     ndk::SpAIBinder binder = mService->asBinder();
     ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &log), STATUS_OK);
 
-    auto call = std::async(std::launch::async, [this] {
-        int32_t out = 0;
-        return mService->sleepFor(60000, &out);
-    });
-    bool sleeping = false;
-    ASSERT_TRUE(mService->waitUntilSleeping(10000, &sleeping).isOk());
-    ASSERT_TRUE(sleeping);
+    auto call = std::async(std::launch::async, [this] { return mService->block(60000); });
+    bool blocked = false;
+    ASSERT_TRUE(mService->waitUntilBlocked(10000, &blocked).isOk());
+    ASSERT_TRUE(blocked);
     mProcess->kill();
 
     ASSERT_EQ(call.wait_for(std::chrono::seconds(10)), std::future_status::ready);
@@ -76,14 +70,28 @@ TEST_F(DeathTest, CallInFlightFailsWhenTheServiceIsKilled) {
     EXPECT_EQ(AIBinder_ping(binder.get()), STATUS_DEAD_OBJECT);
 }
 
-TEST_F(DeathTest, IdleProxyLearnsOfTheDeath) {
-    DeathLog log;
+TEST_F(DeathTest, IdleProxyLearnsOfTheDeathAndCallsOnlyLinkedRecipients) {
+    DeathLog kept;
+    DeathLog dropped;
+    DeathLog deleted;
     auto recipient = MakeRecipient();
+    auto doomed = MakeRecipient();
     ndk::SpAIBinder binder = mService->asBinder();
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &log), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &kept), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &dropped), STATUS_OK);
+    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), doomed.get(), &deleted), STATUS_OK);
+    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), recipient.get(), &dropped), STATUS_OK);
+    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), recipient.get(), &dropped),
+              STATUS_NAME_NOT_FOUND);
+    doomed.set(nullptr);
+    EXPECT_EQ(dropped.unlinked, 1);
+    EXPECT_EQ(deleted.unlinked, 1);
+
     mProcess->kill();
-    EXPECT_TRUE(log.waitDied(1));
+    EXPECT_TRUE(kept.waitDied(1));
     EXPECT_FALSE(AIBinder_isAlive(binder.get()));
+    EXPECT_EQ(dropped.died, 0);
+    EXPECT_EQ(deleted.died, 0);
     // Linking to a dead binder fails and reports the link as ended.
     DeathLog late;
     EXPECT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &late), STATUS_DEAD_OBJECT);
@@ -100,30 +108,6 @@ TEST_F(DeathTest, CallAfterAnUnnoticedDeathFailsWithoutSignals) {
     ndk::ScopedAStatus status = mService->echoInt(2, &value);
     EXPECT_EQ(status.getStatus(), STATUS_DEAD_OBJECT);
     EXPECT_FALSE(AIBinder_isAlive(mService->asBinder().get()));
-}
-
-TEST_F(DeathTest, UnlinkedRecipientsAreNotCalled) {
-    DeathLog kept;
-    DeathLog dropped;
-    DeathLog deleted;
-    auto recipient = MakeRecipient();
-    auto doomed = MakeRecipient();
-    ndk::SpAIBinder binder = mService->asBinder();
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &kept), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &dropped), STATUS_OK);
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), doomed.get(), &deleted), STATUS_OK);
-
-    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), recipient.get(), &dropped), STATUS_OK);
-    EXPECT_EQ(AIBinder_unlinkToDeath(binder.get(), recipient.get(), &dropped),
-              STATUS_NAME_NOT_FOUND);
-    doomed.set(nullptr);
-    EXPECT_EQ(dropped.unlinked, 1);
-    EXPECT_EQ(deleted.unlinked, 1);
-
-    mProcess->kill();
-    EXPECT_TRUE(kept.waitDied(1));
-    EXPECT_EQ(dropped.died, 0);
-    EXPECT_EQ(deleted.died, 0);
 }
 
 TEST_F(DeathTest, StaleSocketOfADeadServiceIsReplacedByTheNextOne) {

@@ -55,27 +55,41 @@ AIBinder_Class* OtherClass() {
     return clazz;
 }
 
-TEST(LocalBinderTest, ClassDefinitionNeedsEveryPart) {
+TEST(LocalBinderTest, ClassesUserDataAndOrder) {
     EXPECT_EQ(AIBinder_Class_define(nullptr, OnCreate, OnDestroy, OnTransact), nullptr);
     EXPECT_EQ(AIBinder_Class_define("x", OnCreate, nullptr, OnTransact), nullptr);
     EXPECT_STREQ(AIBinder_Class_getDescriptor(DoublerClass()), "tessel.test.IDoubler");
+
+    Counter counter;
+    ndk::SpAIBinder a(AIBinder_new(DoublerClass(), &counter));
+    ndk::SpAIBinder b(AIBinder_new(DoublerClass(), &counter));
+    EXPECT_EQ(AIBinder_getClass(a.get()), DoublerClass());
+    EXPECT_EQ(AIBinder_getUserData(a.get()), &counter);
+    EXPECT_TRUE(AIBinder_associateClass(a.get(), DoublerClass()));
+    EXPECT_FALSE(AIBinder_associateClass(a.get(), OtherClass()));
+    EXPECT_FALSE(AIBinder_isRemote(a.get()));
+    EXPECT_TRUE(AIBinder_isAlive(a.get()));
+    EXPECT_EQ(AIBinder_ping(a.get()), STATUS_OK);
+
+    // The order is total, null first.
+    EXPECT_TRUE(AIBinder_lt(nullptr, a.get()));
+    EXPECT_FALSE(AIBinder_lt(a.get(), nullptr));
+    EXPECT_NE(AIBinder_lt(a.get(), b.get()), AIBinder_lt(b.get(), a.get()));
+    EXPECT_FALSE(AIBinder_lt(a.get(), a.get()));
 }
 
-TEST(LocalBinderTest, LastStrongReferenceDestroysTheObject) {
+TEST(LocalBinderTest, StrongReferencesKeepTheObjectAndWeakOnesPromoteOnlyWhileAlive) {
     Counter counter;
-    AIBinder* binder = AIBinder_new(DoublerClass(), &counter);
-    EXPECT_EQ(AIBinder_debugGetRefCount(binder), 1);
-    AIBinder_incStrong(binder);
-    EXPECT_EQ(AIBinder_debugGetRefCount(binder), 2);
-    AIBinder_decStrong(binder);
+    AIBinder* raw = AIBinder_new(DoublerClass(), &counter);
+    EXPECT_EQ(AIBinder_debugGetRefCount(raw), 1);
+    AIBinder_incStrong(raw);
+    EXPECT_EQ(AIBinder_debugGetRefCount(raw), 2);
+    AIBinder_decStrong(raw);
     EXPECT_EQ(counter.destroyed, 0);
-    AIBinder_decStrong(binder);
+    AIBinder_decStrong(raw);
     EXPECT_EQ(counter.destroyed, 1);
     EXPECT_EQ(AIBinder_debugGetRefCount(nullptr), -1);
-}
 
-TEST(LocalBinderTest, WeakReferencesPromoteOnlyWhileAlive) {
-    Counter counter;
     ndk::SpAIBinder binder(AIBinder_new(DoublerClass(), &counter));
     ndk::ScopedAIBinder_Weak weak(AIBinder_Weak_new(binder.get()));
     ndk::ScopedAIBinder_Weak clone(AIBinder_Weak_clone(weak.get()));
@@ -87,92 +101,61 @@ TEST(LocalBinderTest, WeakReferencesPromoteOnlyWhileAlive) {
     EXPECT_FALSE(AIBinder_Weak_lt(weak.get(), clone.get()));
     EXPECT_FALSE(AIBinder_Weak_lt(clone.get(), weak.get()));
     binder.set(nullptr);
-    EXPECT_EQ(counter.destroyed, 1);
+    EXPECT_EQ(counter.destroyed, 2);
     EXPECT_EQ(weak.promote().get(), nullptr);
     EXPECT_EQ(clone.promote().get(), nullptr);
     EXPECT_EQ(AIBinder_Weak_new(nullptr), nullptr);
 }
 
-TEST(LocalBinderTest, OrderIsTotalAndNullFirst) {
-    Counter counter;
-    ndk::SpAIBinder a(AIBinder_new(DoublerClass(), &counter));
-    ndk::SpAIBinder b(AIBinder_new(DoublerClass(), &counter));
-    EXPECT_TRUE(AIBinder_lt(nullptr, a.get()));
-    EXPECT_FALSE(AIBinder_lt(a.get(), nullptr));
-    EXPECT_NE(AIBinder_lt(a.get(), b.get()), AIBinder_lt(b.get(), a.get()));
-    EXPECT_FALSE(AIBinder_lt(a.get(), a.get()));
-}
-
-TEST(LocalBinderTest, ClassesAndUserData) {
-    Counter counter;
-    ndk::SpAIBinder binder(AIBinder_new(DoublerClass(), &counter));
-    EXPECT_EQ(AIBinder_getClass(binder.get()), DoublerClass());
-    EXPECT_EQ(AIBinder_getUserData(binder.get()), &counter);
-    EXPECT_TRUE(AIBinder_associateClass(binder.get(), DoublerClass()));
-    EXPECT_FALSE(AIBinder_associateClass(binder.get(), OtherClass()));
-    EXPECT_FALSE(AIBinder_isRemote(binder.get()));
-    EXPECT_TRUE(AIBinder_isAlive(binder.get()));
-    EXPECT_EQ(AIBinder_ping(binder.get()), STATUS_OK);
-}
-
-TEST(LocalBinderTest, InProcessTransaction) {
-    Counter counter;
-    ndk::SpAIBinder binder(AIBinder_new(DoublerClass(), &counter));
-    AParcel* in = nullptr;
-    ASSERT_EQ(AIBinder_prepareTransaction(binder.get(), &in), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(in, 21), STATUS_OK);
-    AParcel* out = nullptr;
-    ASSERT_EQ(AIBinder_transact(binder.get(), FIRST_CALL_TRANSACTION, &in, &out, 0), STATUS_OK);
-    EXPECT_EQ(in, nullptr);
-    ndk::ScopedAParcel reply(out);
-    int32_t value = 0;
-    ASSERT_EQ(AParcel_readInt32(reply.get(), &value), STATUS_OK);
-    EXPECT_EQ(value, 42);
-
-    // The service's own error comes back as the result, without a reply.
-    ASSERT_EQ(AIBinder_prepareTransaction(binder.get(), &in), STATUS_OK);
-    out = nullptr;
-    EXPECT_EQ(AIBinder_transact(binder.get(), FIRST_CALL_TRANSACTION + 1, &in, &out, 0),
-              STATUS_PERMISSION_DENIED);
-    EXPECT_EQ(out, nullptr);
-}
-
-TEST(LocalBinderTest, TransactionsAreChecked) {
+TEST(LocalBinderTest, OnlyWellFormedTransactionsReachOnTransact) {
     Counter counter;
     ndk::SpAIBinder binder(AIBinder_new(DoublerClass(), &counter));
     ndk::SpAIBinder other(AIBinder_new(DoublerClass(), &counter));
-    AParcel* in = nullptr;
-    AParcel* out = nullptr;
-
-    ASSERT_EQ(AIBinder_prepareTransaction(binder.get(), &in), STATUS_OK);
-    EXPECT_EQ(AIBinder_transact(binder.get(), LAST_CALL_TRANSACTION + 1, &in, &out, 0),
-              STATUS_UNKNOWN_TRANSACTION);
-    EXPECT_EQ(in, nullptr);
-    ASSERT_EQ(AIBinder_prepareTransaction(binder.get(), &in), STATUS_OK);
-    EXPECT_EQ(AIBinder_transact(binder.get(), FIRST_CALL_TRANSACTION, &in, &out, 0x100),
-              STATUS_BAD_VALUE);
-    ASSERT_EQ(AIBinder_prepareTransaction(binder.get(), &in), STATUS_OK);
-    EXPECT_EQ(AIBinder_transact(other.get(), FIRST_CALL_TRANSACTION, &in, &out, 0),
-              STATUS_BAD_VALUE);
-    EXPECT_EQ(counter.transactions, 0);
+    struct Case {
+        transaction_code_t code;
+        binder_flags_t flags;
+        bool toOther;     // prepared for `binder`, sent to `other`
+        bool otherToken;  // the token names another interface
+        binder_status_t status;
+        bool reached;
+    };
+    for (const Case& c : {
+                 Case{FIRST_CALL_TRANSACTION, 0, false, false, STATUS_OK, true},
+                 // The service's own error comes back as the result, without a reply.
+                 Case{FIRST_CALL_TRANSACTION + 1, 0, false, false, STATUS_PERMISSION_DENIED, true},
+                 Case{LAST_CALL_TRANSACTION + 1, 0, false, false, STATUS_UNKNOWN_TRANSACTION,
+                      false},
+                 Case{FIRST_CALL_TRANSACTION, 0x100, false, false, STATUS_BAD_VALUE, false},
+                 Case{FIRST_CALL_TRANSACTION, 0, true, false, STATUS_BAD_VALUE, false},
+                 Case{FIRST_CALL_TRANSACTION, 0, false, true, STATUS_BAD_TYPE, false},
+         }) {
+        AParcel* in = nullptr;
+        ASSERT_EQ(AIBinder_prepareTransaction(binder.get(), &in), STATUS_OK);
+        if (c.otherToken) {
+            // The descriptor follows the token's three int32 fields.
+            ASSERT_EQ(AParcel_setDataPosition(in, 12), STATUS_OK);
+            ASSERT_EQ(ndk::AParcel_writeString(in, std::string("tessel.test.IOtherr")), STATUS_OK);
+        }
+        ASSERT_EQ(AParcel_writeInt32(in, 21), STATUS_OK);
+        AParcel* out = nullptr;
+        const int before = counter.transactions;
+        EXPECT_EQ(AIBinder_transact((c.toOther ? other : binder).get(), c.code, &in, &out, c.flags),
+                  c.status)
+                << c.code;
+        EXPECT_EQ(in, nullptr);
+        EXPECT_EQ(counter.transactions - before, c.reached ? 1 : 0) << c.code;
+        ndk::ScopedAParcel reply(out);
+        if (c.status != STATUS_OK) {
+            EXPECT_EQ(out, nullptr);
+            continue;
+        }
+        int32_t value = 0;
+        ASSERT_EQ(AParcel_readInt32(reply.get(), &value), STATUS_OK);
+        EXPECT_EQ(value, 42);
+    }
 }
 
-TEST(LocalBinderTest, WrongInterfaceTokenNeverReachesOnTransact) {
-    Counter counter;
-    ndk::SpAIBinder binder(AIBinder_new(DoublerClass(), &counter));
-    AParcel* in = nullptr;
-    ASSERT_EQ(AIBinder_prepareTransaction(binder.get(), &in), STATUS_OK);
-    // Rewrite the token's descriptor with another interface's.
-    ASSERT_EQ(AParcel_setDataPosition(in, 12), STATUS_OK);
-    ASSERT_EQ(ndk::AParcel_writeString(in, std::string("tessel.test.IOtherr")), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(in, 1), STATUS_OK);
-    AParcel* out = nullptr;
-    EXPECT_EQ(AIBinder_transact(binder.get(), FIRST_CALL_TRANSACTION, &in, &out, 0),
-              STATUS_BAD_TYPE);
-    EXPECT_EQ(counter.transactions, 0);
-}
-
-TEST(LocalBinderTest, LocalObjectsCannotDie) {
+TEST(LocalBinderTest, LocalObjectsCannotDieButDumpAndHaveExtensions) {
     Counter counter;
     ndk::SpAIBinder binder(AIBinder_new(DoublerClass(), &counter));
     static int unlinked = 0;
@@ -182,11 +165,7 @@ TEST(LocalBinderTest, LocalObjectsCannotDie) {
               STATUS_INVALID_OPERATION);
     EXPECT_EQ(unlinked, 1);
     EXPECT_EQ(AIBinder_DeathRecipient_new(nullptr), nullptr);
-}
 
-TEST(LocalBinderTest, DumpAndExtension) {
-    Counter counter;
-    ndk::SpAIBinder binder(AIBinder_new(DoublerClass(), &counter));
     int fds[2];
     ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
     const char* args[] = {"all"};

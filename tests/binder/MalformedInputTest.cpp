@@ -18,16 +18,24 @@ namespace {
 
 using aidl::tessel::test::ITestService;
 using android::base::unique_fd;
-using binder::FrameKind;
 using binder::IoStatus;
 
-constexpr uint32_t kEchoString = FIRST_CALL_TRANSACTION + 0;
-constexpr uint32_t kEchoInts = FIRST_CALL_TRANSACTION + 10;
+constexpr uint32_t kEchoUtf8 = FIRST_CALL_TRANSACTION + 0;
+constexpr uint32_t kEchoInt = FIRST_CALL_TRANSACTION + 1;
+constexpr uint32_t kEchoBytes = FIRST_CALL_TRANSACTION + 2;
+
+// A call's frame header: magic "TBND", version 1, kind 1 (call), code,
+// flags, data size, descriptor count.
+std::string Header(uint32_t code, uint32_t dataSize, uint32_t fdCount) {
+    binder::FrameHeader header{0, 1, 1, code, 0, dataSize, fdCount};
+    memcpy(&header.magic, "TBND", 4);
+    return std::string(reinterpret_cast<const char*>(&header), sizeof(header));
+}
 
 class MalformedInputTest : public ServiceTest {
   protected:
-    // A raw connection to the service's socket.
-    unique_fd Connect() {
+    // A raw connection to the service's socket, after `bytes` sent on it.
+    unique_fd Connect(const std::string& bytes = "") {
         unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
@@ -36,7 +44,15 @@ class MalformedInputTest : public ServiceTest {
         EXPECT_LT(path.size(), sizeof(address.sun_path));
         strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
         EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(bytes.size()));
         return fd;
+    }
+
+    // A connection that has sent a frame header for `dataSize` bytes and
+    // `fdCount` descriptors, then `bytes`.
+    unique_fd SendHeader(uint32_t dataSize, uint32_t fdCount, const std::string& bytes = "") {
+        return Connect(Header(kEchoUtf8, dataSize, fdCount) + bytes);
     }
 
     // True when the service closes `fd` (rather than answering); closing with
@@ -47,13 +63,19 @@ class MalformedInputTest : public ServiceTest {
         return n == 0 || (n < 0 && errno == ECONNRESET);
     }
 
-    // A raw call's reply status.
-    static int32_t CallStatus(int fd, uint32_t code, const AParcel& request) {
-        std::vector<unique_fd> noFds;
-        if (binder::SendFrame(fd, FrameKind::kCall, code, 0, request.data.data(),
-                              request.data.size(), noFds, std::nullopt) != IoStatus::kOk) {
-            return 1;
+    // The reply status to a raw call on `fd` with the interface token for
+    // `descriptor` (none when empty) and then `words`.
+    static int32_t CallStatus(int fd, uint32_t code, const std::string& descriptor,
+                              const std::vector<int32_t>& words) {
+        AParcel request;
+        if (!descriptor.empty()) {
+            EXPECT_EQ(binder::WriteInterfaceToken(&request, descriptor), STATUS_OK);
         }
+        for (int32_t word : words) EXPECT_EQ(AParcel_writeInt32(&request, word), STATUS_OK);
+        const std::string frame = Header(code, static_cast<uint32_t>(request.data.size()), 0) +
+                                  std::string(reinterpret_cast<const char*>(request.data.data()),
+                                              request.data.size());
+        if (send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) != ssize_t(frame.size())) return 1;
         binder::Frame reply;
         if (binder::ReceiveFrame(fd, &reply, std::nullopt) != IoStatus::kOk) return 2;
         return static_cast<int32_t>(reply.header.code);
@@ -74,102 +96,42 @@ class MalformedInputTest : public ServiceTest {
         }
         return -1;
     }
-
-    static AParcel RequestWithToken(const std::string& descriptor) {
-        AParcel request;
-        EXPECT_EQ(binder::WriteInterfaceToken(&request, descriptor), STATUS_OK);
-        return request;
-    }
 };
 
-binder::FrameHeader Header(uint32_t dataSize, uint32_t fdCount) {
-    // The header of a well-formed empty frame, then adjusted.
-    int sv[2];
-    socketpair(AF_UNIX, SOCK_STREAM, 0, sv);
-    std::vector<unique_fd> none;
-    binder::SendFrame(sv[0], FrameKind::kCall, kEchoString, 0, nullptr, 0, none, std::nullopt);
-    binder::FrameHeader header{};
-    recv(sv[1], &header, sizeof(header), 0);
-    close(sv[0]);
-    close(sv[1]);
-    header.dataSize = dataSize;
-    header.fdCount = fdCount;
-    return header;
-}
-
-TEST_F(MalformedInputTest, GarbageClosesTheConnection) {
-    unique_fd fd = Connect();
-    const char garbage[64] = "this is not a binder frame at all, not even close........";
-    ASSERT_EQ(send(fd.get(), garbage, sizeof(garbage), MSG_NOSIGNAL), 64);
-    EXPECT_TRUE(ClosedByPeer(fd.get()));
+TEST_F(MalformedInputTest, BadFramesCloseTheConnection) {
+    // Garbage, an oversized frame, too many descriptors, and one descriptor
+    // announced but none sent.
+    EXPECT_TRUE(ClosedByPeer(Connect(std::string(64, 'g')).get()));
+    EXPECT_TRUE(ClosedByPeer(SendHeader(64u << 20, 0).get()));
+    EXPECT_TRUE(ClosedByPeer(SendHeader(0, 1000).get()));
+    EXPECT_TRUE(ClosedByPeer(SendHeader(0, 1).get()));
+    // A truncated frame from a client that leaves.
+    SendHeader(100, 0, "0123456789");
     ExpectServiceAlive();
 }
 
-TEST_F(MalformedInputTest, TruncatedFrameFromAClientThatLeaves) {
+TEST_F(MalformedInputTest, BadCallsAreErrorsOnAConnectionThatStaysUp) {
     unique_fd fd = Connect();
-    binder::FrameHeader header = Header(100, 0);
-    ASSERT_EQ(send(fd.get(), &header, sizeof(header), MSG_NOSIGNAL),
-              static_cast<ssize_t>(sizeof(header)));
-    ASSERT_EQ(send(fd.get(), "0123456789", 10, MSG_NOSIGNAL), 10);
-    fd.reset();
-    ExpectServiceAlive();
-}
-
-TEST_F(MalformedInputTest, OversizedFrameOrTooManyDescriptorsCloseTheConnection) {
-    unique_fd big = Connect();
-    binder::FrameHeader header = Header(64u << 20, 0);
-    ASSERT_EQ(send(big.get(), &header, sizeof(header), MSG_NOSIGNAL),
-              static_cast<ssize_t>(sizeof(header)));
-    EXPECT_TRUE(ClosedByPeer(big.get()));
-
-    unique_fd many = Connect();
-    header = Header(0, 1000);
-    ASSERT_EQ(send(many.get(), &header, sizeof(header), MSG_NOSIGNAL),
-              static_cast<ssize_t>(sizeof(header)));
-    EXPECT_TRUE(ClosedByPeer(many.get()));
-
-    // Announces one descriptor and sends none.
-    unique_fd missing = Connect();
-    header = Header(0, 1);
-    ASSERT_EQ(send(missing.get(), &header, sizeof(header), MSG_NOSIGNAL),
-              static_cast<ssize_t>(sizeof(header)));
-    EXPECT_TRUE(ClosedByPeer(missing.get()));
-    ExpectServiceAlive();
-}
-
-TEST_F(MalformedInputTest, WrongInterfaceTokenIsBadType) {
-    unique_fd fd = Connect();
-    AParcel request = RequestWithToken("evil.IImpostor");
-    ASSERT_EQ(AParcel_writeString(&request, "x", 1), STATUS_OK);
-    EXPECT_EQ(CallStatus(fd.get(), kEchoString, request), STATUS_BAD_TYPE);
-
-    AParcel noToken;
-    ASSERT_EQ(AParcel_writeInt32(&noToken, 5), STATUS_OK);
-    EXPECT_EQ(CallStatus(fd.get(), kEchoString, noToken), STATUS_BAD_TYPE);
-    ExpectServiceAlive();
-}
-
-TEST_F(MalformedInputTest, OverlongLengthsInsideACallAreErrors) {
-    unique_fd fd = Connect();
-    AParcel hugeArray = RequestWithToken(ITestService::descriptor);
-    ASSERT_EQ(AParcel_writeInt32(&hugeArray, 0x7fffffff), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(&hugeArray, 1), STATUS_OK);
-    EXPECT_EQ(CallStatus(fd.get(), kEchoInts, hugeArray), STATUS_NOT_ENOUGH_DATA);
-
-    AParcel longString = RequestWithToken(ITestService::descriptor);
-    ASSERT_EQ(AParcel_writeInt32(&longString, 1000), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(&longString, 0x00610061), STATUS_OK);
-    EXPECT_EQ(CallStatus(fd.get(), kEchoString, longString), STATUS_NOT_ENOUGH_DATA);
-
-    AParcel negative = RequestWithToken(ITestService::descriptor);
-    ASSERT_EQ(AParcel_writeInt32(&negative, -7), STATUS_OK);
-    EXPECT_EQ(CallStatus(fd.get(), kEchoInts, negative), STATUS_BAD_VALUE);
-
-    AParcel truncated = RequestWithToken(ITestService::descriptor);
-    EXPECT_EQ(CallStatus(fd.get(), FIRST_CALL_TRANSACTION + 2, truncated), STATUS_NOT_ENOUGH_DATA);
-
-    AParcel unknownCode = RequestWithToken(ITestService::descriptor);
-    EXPECT_EQ(CallStatus(fd.get(), 0x00ffff00, unknownCode), STATUS_UNKNOWN_TRANSACTION);
+    const std::string token = ITestService::descriptor;
+    struct Case {
+        uint32_t code;
+        std::string descriptor;
+        std::vector<int32_t> words;
+        int32_t status;
+    };
+    for (const Case& c :
+         std::vector<Case>{// A wrong interface token, or none.
+                           {kEchoUtf8, "evil.IImpostor", {1, 0x78}, STATUS_BAD_TYPE},
+                           {kEchoUtf8, "", {5}, STATUS_BAD_TYPE},
+                           // Lengths beyond the data, negative lengths, missing arguments.
+                           {kEchoBytes, token, {0x7fffffff, 1}, STATUS_NOT_ENOUGH_DATA},
+                           {kEchoUtf8, token, {1000, 0x00610061}, STATUS_NOT_ENOUGH_DATA},
+                           {kEchoBytes, token, {-7}, STATUS_BAD_VALUE},
+                           {kEchoInt, token, {}, STATUS_NOT_ENOUGH_DATA},
+                           {0x00ffff00, token, {}, STATUS_UNKNOWN_TRANSACTION}}) {
+        EXPECT_EQ(CallStatus(fd.get(), c.code, c.descriptor, c.words), c.status)
+                << c.code << " " << c.descriptor;
+    }
     ExpectServiceAlive();
 }
 
@@ -178,15 +140,7 @@ TEST_F(MalformedInputTest, PromisedButUnsentDataCostsNoMemory) {
     ASSERT_GT(before, 0);
     // Eight clients each announce a 16 MiB parcel and send 1 KiB of it.
     std::vector<unique_fd> clients;
-    const std::string kilobyte(1024, 'k');
-    for (int i = 0; i < 8; ++i) {
-        clients.push_back(Connect());
-        binder::FrameHeader header = Header(16u << 20, 0);
-        ASSERT_EQ(send(clients.back().get(), &header, sizeof(header), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(sizeof(header)));
-        ASSERT_EQ(send(clients.back().get(), kilobyte.data(), kilobyte.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(kilobyte.size()));
-    }
+    for (int i = 0; i < 8; ++i) clients.push_back(SendHeader(16u << 20, 0, std::string(1024, 'k')));
     // The service keeps serving others meanwhile.
     ExpectServiceAlive();
     const long after = ServiceRssKb();

@@ -1,5 +1,6 @@
-// AParcel in one process: every type written and read back, the wire layout
-// the platform shares, and reads of data that is short, overlong or corrupt.
+// AParcel and AStatus: every type written and read back (generated
+// parcelables also across processes), the wire layout the platform shares,
+// and reads of data that is short, overlong or corrupt.
 #include <aidl/tessel/test/Record.h>
 #include <android/binder_parcel_utils.h>
 #include <fcntl.h>
@@ -9,16 +10,19 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
+#include <sstream>
 
-#include "TestService.h"
+#include "ServiceProcess.h"
 #include "platform/host/binder_ndk/Limits.h"
 
 namespace zelkor::tessel::testing {
 namespace {
 
 using aidl::tessel::test::Record;
+using ndk::ScopedAStatus;
 
 struct ParcelDeleter {
     void operator()(AParcel* parcel) const { AParcel_delete(parcel); }
@@ -31,6 +35,56 @@ Parcel NewParcel() {
 
 void Rewind(const Parcel& parcel) {
     ASSERT_EQ(AParcel_setDataPosition(parcel.get(), 0), STATUS_OK);
+}
+
+// A parcel holding `words`, positioned at its start.
+Parcel Words(const std::vector<int32_t>& words) {
+    Parcel parcel = NewParcel();
+    for (int32_t word : words) EXPECT_EQ(AParcel_writeInt32(parcel.get(), word), STATUS_OK);
+    Rewind(parcel);
+    return parcel;
+}
+
+// A parcel holding the string `text`, positioned at its start.
+Parcel StringParcel(const std::string& text) {
+    Parcel parcel = NewParcel();
+    EXPECT_EQ(ndk::AParcel_writeString(parcel.get(), text), STATUS_OK);
+    Rewind(parcel);
+    return parcel;
+}
+
+// The next int32 or string, which must be there.
+int32_t NextInt(const Parcel& parcel) {
+    int32_t value = 0;
+    EXPECT_EQ(AParcel_readInt32(parcel.get(), &value), STATUS_OK);
+    return value;
+}
+std::string NextString(const Parcel& parcel) {
+    std::string value;
+    EXPECT_EQ(ndk::AParcel_readString(parcel.get(), &value), STATUS_OK);
+    return value;
+}
+
+std::vector<uint8_t> Bytes(const Parcel& parcel) {
+    std::vector<uint8_t> bytes(static_cast<size_t>(AParcel_getDataSize(parcel.get())));
+    EXPECT_EQ(AParcel_marshal(parcel.get(), bytes.data(), 0, bytes.size()), STATUS_OK);
+    return bytes;
+}
+
+// Writes `value`, which must take `size` bytes, and reads it back.
+template <typename T>
+void ExpectScalar(binder_status_t (*write)(AParcel*, T),
+                  binder_status_t (*read)(const AParcel*, T*), T value, int32_t size) {
+    Parcel parcel = NewParcel();
+    ASSERT_EQ(write(parcel.get(), value), STATUS_OK);
+    EXPECT_EQ(AParcel_getDataSize(parcel.get()), size);
+    EXPECT_EQ(AParcel_getDataPosition(parcel.get()), size);
+    Rewind(parcel);
+    T back{};
+    ASSERT_EQ(read(parcel.get(), &back), STATUS_OK);
+    EXPECT_EQ(AParcel_getDataPosition(parcel.get()), size);
+    // Compared as bytes, so that a NaN equals itself.
+    EXPECT_EQ(memcmp(&back, &value, sizeof(T)), 0) << +value;
 }
 
 template <typename T>
@@ -61,50 +115,18 @@ void ExpectVectorRoundTrip(const std::vector<T>& value) {
 }
 
 TEST(ParcelTest, ScalarsRoundTripAtPlatformSizes) {
-    Parcel parcel = NewParcel();
-    const int32_t start = AParcel_getDataPosition(parcel.get());
-    ASSERT_EQ(AParcel_writeInt32(parcel.get(), std::numeric_limits<int32_t>::min()), STATUS_OK);
-    ASSERT_EQ(AParcel_writeUint32(parcel.get(), 0xdeadbeef), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt64(parcel.get(), -(int64_t{1} << 62)), STATUS_OK);
-    ASSERT_EQ(AParcel_writeUint64(parcel.get(), ~uint64_t{0}), STATUS_OK);
-    ASSERT_EQ(AParcel_writeFloat(parcel.get(), 2.5f), STATUS_OK);
-    ASSERT_EQ(AParcel_writeDouble(parcel.get(), std::nan("")), STATUS_OK);
-    ASSERT_EQ(AParcel_writeBool(parcel.get(), true), STATUS_OK);
-    ASSERT_EQ(AParcel_writeChar(parcel.get(), u'€'), STATUS_OK);
-    ASSERT_EQ(AParcel_writeByte(parcel.get(), -3), STATUS_OK);
     // int32, uint32, float, bool, char and byte take four bytes, the 64-bit
     // types eight.
-    EXPECT_EQ(AParcel_getDataPosition(parcel.get()) - start, 6 * 4 + 3 * 8);
-    EXPECT_EQ(AParcel_getDataSize(parcel.get()), 6 * 4 + 3 * 8);
-
-    Rewind(parcel);
-    int32_t i32;
-    uint32_t u32;
-    int64_t i64;
-    uint64_t u64;
-    float f;
-    double d;
-    bool b;
-    char16_t c;
-    int8_t byte;
-    ASSERT_EQ(AParcel_readInt32(parcel.get(), &i32), STATUS_OK);
-    ASSERT_EQ(AParcel_readUint32(parcel.get(), &u32), STATUS_OK);
-    ASSERT_EQ(AParcel_readInt64(parcel.get(), &i64), STATUS_OK);
-    ASSERT_EQ(AParcel_readUint64(parcel.get(), &u64), STATUS_OK);
-    ASSERT_EQ(AParcel_readFloat(parcel.get(), &f), STATUS_OK);
-    ASSERT_EQ(AParcel_readDouble(parcel.get(), &d), STATUS_OK);
-    ASSERT_EQ(AParcel_readBool(parcel.get(), &b), STATUS_OK);
-    ASSERT_EQ(AParcel_readChar(parcel.get(), &c), STATUS_OK);
-    ASSERT_EQ(AParcel_readByte(parcel.get(), &byte), STATUS_OK);
-    EXPECT_EQ(i32, std::numeric_limits<int32_t>::min());
-    EXPECT_EQ(u32, 0xdeadbeef);
-    EXPECT_EQ(i64, -(int64_t{1} << 62));
-    EXPECT_EQ(u64, ~uint64_t{0});
-    EXPECT_EQ(f, 2.5f);
-    EXPECT_TRUE(std::isnan(d));
-    EXPECT_TRUE(b);
-    EXPECT_EQ(c, u'€');
-    EXPECT_EQ(byte, -3);
+    ExpectScalar(AParcel_writeInt32, AParcel_readInt32, std::numeric_limits<int32_t>::min(), 4);
+    ExpectScalar(AParcel_writeUint32, AParcel_readUint32, 0xdeadbeefu, 4);
+    ExpectScalar(AParcel_writeInt64, AParcel_readInt64, -(int64_t{1} << 62), 8);
+    ExpectScalar(AParcel_writeUint64, AParcel_readUint64, ~uint64_t{0}, 8);
+    ExpectScalar(AParcel_writeFloat, AParcel_readFloat, 2.5f, 4);
+    ExpectScalar(AParcel_writeDouble, AParcel_readDouble, std::nan(""), 8);
+    ExpectScalar(AParcel_writeBool, AParcel_readBool, true, 4);
+    ExpectScalar(AParcel_writeBool, AParcel_readBool, false, 4);
+    ExpectScalar(AParcel_writeChar, AParcel_readChar, u'€', 4);
+    ExpectScalar(AParcel_writeByte, AParcel_readByte, int8_t{-128}, 4);
 }
 
 TEST(ParcelTest, ReadingPastTheEndIsNotEnoughData) {
@@ -112,15 +134,14 @@ TEST(ParcelTest, ReadingPastTheEndIsNotEnoughData) {
     int32_t i32 = 7;
     EXPECT_EQ(AParcel_readInt32(parcel.get(), &i32), STATUS_NOT_ENOUGH_DATA);
     EXPECT_EQ(i32, 7);
-    ASSERT_EQ(AParcel_writeInt32(parcel.get(), 1), STATUS_OK);
-    Rewind(parcel);
+    Parcel one = Words({1});
     int64_t i64;
-    EXPECT_EQ(AParcel_readInt64(parcel.get(), &i64), STATUS_NOT_ENOUGH_DATA);
-    EXPECT_EQ(AParcel_getDataPosition(parcel.get()), 0);
+    EXPECT_EQ(AParcel_readInt64(one.get(), &i64), STATUS_NOT_ENOUGH_DATA);
+    EXPECT_EQ(AParcel_getDataPosition(one.get()), 0);
     // A position past the end is allowed; reads there fail.
-    ASSERT_EQ(AParcel_setDataPosition(parcel.get(), 1000), STATUS_OK);
-    EXPECT_EQ(AParcel_readInt32(parcel.get(), &i32), STATUS_NOT_ENOUGH_DATA);
-    EXPECT_EQ(AParcel_setDataPosition(parcel.get(), -4), STATUS_BAD_VALUE);
+    ASSERT_EQ(AParcel_setDataPosition(one.get(), 1000), STATUS_OK);
+    EXPECT_EQ(AParcel_readInt32(one.get(), &i32), STATUS_NOT_ENOUGH_DATA);
+    EXPECT_EQ(AParcel_setDataPosition(one.get(), -4), STATUS_BAD_VALUE);
 }
 
 TEST(ParcelTest, StringsInUtf8OverUtf16) {
@@ -131,24 +152,19 @@ TEST(ParcelTest, StringsInUtf8OverUtf16) {
     ASSERT_EQ(ndk::AParcel_writeString(parcel.get(), std::optional<std::string>()), STATUS_OK);
     Rewind(parcel);
     // As String16: 16 UTF-16 units ("𝄞" is a surrogate pair), then a 0 unit.
-    int32_t units = 0;
-    ASSERT_EQ(AParcel_readInt32(parcel.get(), &units), STATUS_OK);
-    EXPECT_EQ(units, 16);
+    EXPECT_EQ(NextInt(parcel), 16);
     Rewind(parcel);
-    std::string read;
+    EXPECT_EQ(NextString(parcel), text);
     std::string empty = "x";
     std::optional<std::string> null = "x";
-    ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
     ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &empty), STATUS_OK);
     ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &null), STATUS_OK);
-    EXPECT_EQ(read, text);
     EXPECT_EQ(empty, "");
     EXPECT_FALSE(null.has_value());
     // A null string cannot be read as a required one.
-    Rewind(parcel);
     ASSERT_EQ(AParcel_setDataPosition(parcel.get(), AParcel_getDataSize(parcel.get()) - 4),
               STATUS_OK);
-    EXPECT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_UNEXPECTED_NULL);
+    EXPECT_EQ(ndk::AParcel_readString(parcel.get(), &empty), STATUS_UNEXPECTED_NULL);
 }
 
 TEST(ParcelTest, AsciiRunsOfEveryLengthAroundOtherCharacters) {
@@ -160,16 +176,10 @@ TEST(ParcelTest, AsciiRunsOfEveryLengthAroundOtherCharacters) {
             for (size_t after : {size_t{0}, size_t{3}, size_t{9}, size_t{17}, size_t{33}}) {
                 const std::string text =
                         std::string(before, 'a') + other + std::string(after, 'z') + other;
-                Parcel parcel = NewParcel();
-                ASSERT_EQ(ndk::AParcel_writeString(parcel.get(), text), STATUS_OK);
+                Parcel parcel = StringParcel(text);
+                EXPECT_EQ(NextInt(parcel), int32_t(before + after + (other == "𝄞" ? 4 : 2)));
                 Rewind(parcel);
-                int32_t units = 0;
-                ASSERT_EQ(AParcel_readInt32(parcel.get(), &units), STATUS_OK);
-                EXPECT_EQ(units, int32_t(before + after + (other == "𝄞" ? 4 : 2)));
-                Rewind(parcel);
-                std::string read;
-                ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
-                EXPECT_EQ(read, text) << before << " " << after;
+                EXPECT_EQ(NextString(parcel), text) << before << " " << after;
             }
         }
     }
@@ -184,19 +194,13 @@ TEST(ParcelTest, AsciiRunsOfEveryLengthAroundOtherCharacters) {
                  {u"\xDC00\xDC00x\xD800", "\xEF\xBF\xBD\xEF\xBF\xBDx\xEF\xBF\xBD"},
                  {u"\xD800\xDC00", "\xF0\x90\x80\x80"},
                  {u"\xDBFF\xDFFF", "\xF4\x8F\xBF\xBF"}}) {
-        Parcel parcel = NewParcel();
-        ASSERT_EQ(AParcel_writeInt32(parcel.get(), int32_t(units.size())), STATUS_OK);
-        std::u16string terminated = units + u'\0';
-        if (terminated.size() % 2 != 0) terminated += u'\0';
-        for (size_t i = 0; i < terminated.size(); i += 2) {
-            ASSERT_EQ(AParcel_writeInt32(parcel.get(),
-                                         int32_t(terminated[i] | (terminated[i + 1] << 16))),
-                      STATUS_OK);
+        // The units two to a word, then a 0 unit and padding.
+        std::vector<int32_t> words{int32_t(units.size())};
+        const std::u16string terminated = units + u'\0' + u'\0';
+        for (size_t i = 0; i + 1 < terminated.size(); i += 2) {
+            words.push_back(int32_t(terminated[i] | (terminated[i + 1] << 16)));
         }
-        Rewind(parcel);
-        std::string read;
-        ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
-        EXPECT_TRUE(read == expected) << units.size();
+        EXPECT_TRUE(NextString(Words(words)) == expected) << units.size();
     }
 }
 
@@ -218,46 +222,47 @@ TEST(ParcelTest, StringsTakeExactlyTheirUnitsWhereverTheyAreWritten) {
         const size_t size = 4 + 4 + ((units + 1) * 2 + 3) / 4 * 4;
         ASSERT_EQ(size_t(AParcel_getDataSize(appended.get())), size) << text;
         EXPECT_EQ(size_t(AParcel_getDataPosition(appended.get())), size);
-        std::vector<uint8_t> bytes(size);
-        ASSERT_EQ(AParcel_marshal(appended.get(), bytes.data(), 0, size), STATUS_OK);
+        const std::vector<uint8_t> bytes = Bytes(appended);
         int32_t count = -1;
         memcpy(&count, bytes.data() + 4, 4);
         EXPECT_EQ(size_t(count), units);
         for (size_t i = 8 + units * 2; i < size; ++i) EXPECT_EQ(bytes[i], 0) << text << " " << i;
 
         // The same bytes over 64 bytes of 0xFF words, which stay after them.
-        Parcel over = NewParcel();
-        for (int i = 0; i < 16; ++i) ASSERT_EQ(AParcel_writeInt32(over.get(), -1), STATUS_OK);
-        ASSERT_EQ(AParcel_setDataPosition(over.get(), 0), STATUS_OK);
+        Parcel over = Words(std::vector<int32_t>(16, -1));
         ASSERT_EQ(AParcel_writeInt32(over.get(), 7), STATUS_OK);
         ASSERT_EQ(ndk::AParcel_writeString(over.get(), text), STATUS_OK);
         EXPECT_EQ(size_t(AParcel_getDataPosition(over.get())), size);
         const size_t total = std::max<size_t>(64, size);
         ASSERT_EQ(size_t(AParcel_getDataSize(over.get())), total);
-        std::vector<uint8_t> overBytes(total);
-        ASSERT_EQ(AParcel_marshal(over.get(), overBytes.data(), 0, total), STATUS_OK);
+        const std::vector<uint8_t> overBytes = Bytes(over);
         EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), overBytes.begin())) << text;
         EXPECT_TRUE(std::all_of(overBytes.begin() + size, overBytes.end(),
                                 [](uint8_t b) { return b == 0xFF; }));
     }
 }
 
-TEST(ParcelTest, ARefusedStringLeavesTheParcelAsItWas) {
-    Parcel parcel = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(parcel.get(), 7), STATUS_OK);
-    // Valid text, a run long enough to be encoded in blocks, then a bad byte.
-    const std::string bad = std::string(40, 'a') + "é\xff";
-    EXPECT_EQ(AParcel_writeString(parcel.get(), bad.data(), int32_t(bad.size())), STATUS_BAD_VALUE);
-    EXPECT_EQ(AParcel_getDataSize(parcel.get()), 4);
-    EXPECT_EQ(AParcel_getDataPosition(parcel.get()), 4);
-    ASSERT_EQ(ndk::AParcel_writeString(parcel.get(), std::string("ok")), STATUS_OK);
-    Rewind(parcel);
-    int32_t seven = 0;
-    std::string read;
-    ASSERT_EQ(AParcel_readInt32(parcel.get(), &seven), STATUS_OK);
-    ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
-    EXPECT_EQ(seven, 7);
-    EXPECT_EQ(read, "ok");
+TEST(ParcelTest, RefusedStringsLeaveTheParcelAsItWas) {
+    // Invalid UTF-8 (last after a run long enough to be encoded in blocks), a
+    // null pointer with a length, a negative length.
+    const std::string longBad = std::string(40, 'a') + "é\xff";
+    for (const auto& [text, length] :
+         std::vector<std::pair<const char*, int32_t>>{{"\xff\xfe", 2},
+                                                      {"\xc3", 1},
+                                                      {"\xc0\xaf", 2},
+                                                      {nullptr, 3},
+                                                      {"abc", -2},
+                                                      {longBad.c_str(), int32_t(longBad.size())}}) {
+        Parcel parcel = NewParcel();
+        ASSERT_EQ(AParcel_writeInt32(parcel.get(), 7), STATUS_OK);
+        EXPECT_EQ(AParcel_writeString(parcel.get(), text, length), STATUS_BAD_VALUE) << length;
+        EXPECT_EQ(AParcel_getDataSize(parcel.get()), 4);
+        EXPECT_EQ(AParcel_getDataPosition(parcel.get()), 4);
+        ASSERT_EQ(ndk::AParcel_writeString(parcel.get(), std::string("ok")), STATUS_OK);
+        Rewind(parcel);
+        EXPECT_EQ(NextInt(parcel), 7);
+        EXPECT_EQ(NextString(parcel), "ok");
+    }
 }
 
 TEST(ParcelTest, AStringTooLongForAUnitPerByteStillFitsByItsUnits) {
@@ -266,14 +271,10 @@ TEST(ParcelTest, AStringTooLongForAUnitPerByteStillFitsByItsUnits) {
     std::string text;
     text.reserve(size_t{17} << 20);
     while (text.size() + 3 <= (size_t{17} << 20)) text += "€";
-    Parcel parcel = NewParcel();
-    ASSERT_EQ(ndk::AParcel_writeString(parcel.get(), text), STATUS_OK);
+    Parcel parcel = StringParcel(text);
     EXPECT_EQ(size_t(AParcel_getDataSize(parcel.get())),
               4 + ((text.size() / 3 + 1) * 2 + 3) / 4 * 4);
-    Rewind(parcel);
-    std::string read;
-    ASSERT_EQ(ndk::AParcel_readString(parcel.get(), &read), STATUS_OK);
-    EXPECT_TRUE(read == text);
+    EXPECT_TRUE(NextString(parcel) == text);
     // Half the limit in ASCII bytes is more than the limit in units.
     const std::string ascii(binder::kMaxParcelBytes / 2, 'a');
     Parcel tooLong = NewParcel();
@@ -281,33 +282,59 @@ TEST(ParcelTest, AStringTooLongForAUnitPerByteStillFitsByItsUnits) {
     EXPECT_EQ(AParcel_getDataSize(tooLong.get()), 0);
 }
 
-TEST(ParcelTest, InvalidUtf8IsRefused) {
-    Parcel parcel = NewParcel();
-    EXPECT_EQ(AParcel_writeString(parcel.get(), "\xff\xfe", 2), STATUS_BAD_VALUE);
-    EXPECT_EQ(AParcel_writeString(parcel.get(), "\xc3", 1), STATUS_BAD_VALUE);
-    EXPECT_EQ(AParcel_writeString(parcel.get(), "\xc0\xaf", 2), STATUS_BAD_VALUE);
-    EXPECT_EQ(AParcel_writeString(parcel.get(), nullptr, 3), STATUS_BAD_VALUE);
-    EXPECT_EQ(AParcel_writeString(parcel.get(), "abc", -2), STATUS_BAD_VALUE);
-}
-
-TEST(ParcelTest, CorruptStringsAreErrors) {
-    std::string read;
-    Parcel beyond = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(beyond.get(), 1000), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(beyond.get(), 0x00620061), STATUS_OK);
-    Rewind(beyond);
-    EXPECT_EQ(ndk::AParcel_readString(beyond.get(), &read), STATUS_NOT_ENOUGH_DATA);
-
-    Parcel unterminated = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(unterminated.get(), 1), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(unterminated.get(), 0x00620061), STATUS_OK);
-    Rewind(unterminated);
-    EXPECT_EQ(ndk::AParcel_readString(unterminated.get(), &read), STATUS_BAD_VALUE);
-
-    Parcel negative = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(negative.get(), -9), STATUS_OK);
-    Rewind(negative);
-    EXPECT_EQ(ndk::AParcel_readString(negative.get(), &read), STATUS_BAD_VALUE);
+TEST(ParcelTest, CorruptDataIsAnError) {
+    using Reader = std::function<binder_status_t(const AParcel*)>;
+    const Reader string = [](const AParcel* parcel) {
+        std::string value;
+        return ndk::AParcel_readString(parcel, &value);
+    };
+    const Reader strings = [](const AParcel* parcel) {
+        std::vector<std::string> value;
+        return ndk::AParcel_readVector(parcel, &value);
+    };
+    const Reader longs = [](const AParcel* parcel) {
+        std::vector<int64_t> value;
+        return ndk::AParcel_readVector(parcel, &value);
+    };
+    const Reader outLongs = [](const AParcel* parcel) {
+        std::vector<int64_t> value;
+        return ndk::AParcel_resizeVector(parcel, &value);
+    };
+    const Reader status = [](const AParcel* parcel) {
+        ScopedAStatus value;
+        binder_status_t result = AParcel_readStatusHeader(parcel, value.getR());
+        EXPECT_EQ(value.get(), nullptr);
+        return result;
+    };
+    const Reader record = [](const AParcel* parcel) { return Record().readFromParcel(parcel); };
+    struct Case {
+        const char* what;
+        std::vector<int32_t> words;
+        Reader read;
+        binder_status_t expected;
+    };
+    for (const Case& c : std::vector<Case>{
+                 {"string past the end", {1000, 0x00620061}, string, STATUS_NOT_ENOUGH_DATA},
+                 {"string without its 0 unit", {1, 0x00620061}, string, STATUS_BAD_VALUE},
+                 {"negative string length", {-9}, string, STATUS_BAD_VALUE},
+                 {"string array past the end", {0x7fffffff}, strings, STATUS_NOT_ENOUGH_DATA},
+                 {"negative array length", {-2}, longs, STATUS_BAD_VALUE},
+                 {"out array too long", {1 << 30}, outLongs, STATUS_BAD_VALUE},
+                 {"exception without message", {EX_ILLEGAL_STATE}, status, STATUS_NOT_ENOUGH_DATA},
+                 {"stack trace past the end",
+                  {EX_ILLEGAL_STATE, 1, 'm', 1 << 20},
+                  status,
+                  STATUS_BAD_VALUE},
+                 // A reply header smaller than its own size word would be read
+                 // again as the exception code.
+                 {"reply header of size 0", {-128, 0, EX_NONE}, status, STATUS_BAD_VALUE},
+                 {"reply header of size 2", {-128, 2, EX_NONE}, status, STATUS_BAD_VALUE},
+                 // Non-null marker, size, then the fields.
+                 {"negative parcelable size", {1, -100, 0}, record, STATUS_BAD_VALUE},
+                 {"parcelable past the end", {1, 0x7ffffff0, 3}, record, STATUS_NOT_ENOUGH_DATA},
+         }) {
+        EXPECT_EQ(c.read(Words(c.words).get()), c.expected) << c.what;
+    }
 }
 
 TEST(ParcelTest, VectorsOfEveryElementType) {
@@ -323,6 +350,15 @@ TEST(ParcelTest, VectorsOfEveryElementType) {
     ExpectVectorRoundTrip<uint8_t>({0, 255, 1});
     ExpectVectorRoundTrip<std::string>({"a", "", "ö"});
     ExpectVectorRoundTrip<int32_t>({});
+    ExpectNullableVectorRoundTrip<std::optional<std::string>>({"a", std::nullopt, ""});
+
+    // An out array travels as its size alone.
+    Parcel parcel = NewParcel();
+    ASSERT_EQ(ndk::AParcel_writeVectorSize(parcel.get(), std::vector<int32_t>(3)), STATUS_OK);
+    Rewind(parcel);
+    std::vector<int32_t> three;
+    ASSERT_EQ(ndk::AParcel_resizeVector(parcel.get(), &three), STATUS_OK);
+    EXPECT_EQ(three.size(), 3u);
 }
 
 TEST(ParcelTest, PackedArraysArePaddedToFourBytes) {
@@ -333,10 +369,8 @@ TEST(ParcelTest, PackedArraysArePaddedToFourBytes) {
     ASSERT_EQ(AParcel_writeInt32(parcel.get(), 42), STATUS_OK);
     Rewind(parcel);
     std::vector<int8_t> bytes;
-    int32_t after = 0;
     ASSERT_EQ(ndk::AParcel_readVector(parcel.get(), &bytes), STATUS_OK);
-    ASSERT_EQ(AParcel_readInt32(parcel.get(), &after), STATUS_OK);
-    EXPECT_EQ(after, 42);
+    EXPECT_EQ(NextInt(parcel), 42);
 }
 
 // An allocator that counts its calls: an overlong length must be refused
@@ -349,10 +383,7 @@ bool CountingAllocator(void* data, int32_t length, int32_t** buffer) {
 
 TEST(ParcelTest, OverlongArrayLengthsAllocateNothing) {
     for (int32_t length : {0x7fffffff, 0x40000000, 3}) {
-        Parcel parcel = NewParcel();
-        ASSERT_EQ(AParcel_writeInt32(parcel.get(), length), STATUS_OK);
-        ASSERT_EQ(AParcel_writeInt32(parcel.get(), 1), STATUS_OK);
-        Rewind(parcel);
+        Parcel parcel = Words({length, 1});
         std::vector<int32_t> read;
         gAllocations = 0;
         EXPECT_EQ(AParcel_readInt32Array(parcel.get(), &read, CountingAllocator),
@@ -361,63 +392,69 @@ TEST(ParcelTest, OverlongArrayLengthsAllocateNothing) {
         EXPECT_EQ(gAllocations, 0);
         EXPECT_TRUE(read.empty());
     }
-    Parcel strings = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(strings.get(), 0x7fffffff), STATUS_OK);
-    Rewind(strings);
-    std::vector<std::string> names;
-    EXPECT_EQ(ndk::AParcel_readVector(strings.get(), &names), STATUS_NOT_ENOUGH_DATA);
-
-    Parcel negative = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(negative.get(), -2), STATUS_OK);
-    Rewind(negative);
-    std::vector<int64_t> longs;
-    EXPECT_EQ(ndk::AParcel_readVector(negative.get(), &longs), STATUS_BAD_VALUE);
-}
-
-TEST(ParcelTest, OutArraySizesAreBounded) {
-    Parcel parcel = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(parcel.get(), 1 << 30), STATUS_OK);
-    ASSERT_EQ(ndk::AParcel_writeVectorSize(parcel.get(), std::vector<int32_t>(3)), STATUS_OK);
-    Rewind(parcel);
-    std::vector<int64_t> huge;
-    EXPECT_EQ(ndk::AParcel_resizeVector(parcel.get(), &huge), STATUS_BAD_VALUE);
-    std::vector<int32_t> three;
-    ASSERT_EQ(ndk::AParcel_resizeVector(parcel.get(), &three), STATUS_OK);
-    EXPECT_EQ(three.size(), 3u);
 }
 
 // Generated parcelables leave scalar fields uninitialised.
-Record MakeRecord() {
+Record MakeRecord(const std::string& name) {
     Record record;
-    record.name = "log";
-    record.size = 4096;
-    record.mtime = 1700000000;
-    record.flag = false;
-    record.ratio = 1.0;
-    record.inner.id = 3;
-    record.inner.label = "inner";
-    record.values = {9, 8};
-    record.tags = {"t"};
-    record.note = "n";
+    record.name = name;
+    record.size = int64_t{1} << 40;
+    record.mtime = -17;
+    record.flag = true;
+    record.ratio = 0.125;
+    record.inner.id = 99;
+    record.inner.label = "inner " + name;
+    record.values = {1, -2, 3};
+    record.tags = {"a", "", "ünï"};
+    record.note = name;
     return record;
 }
 
-TEST(ParcelTest, GeneratedParcelableRoundTrip) {
-    Record record = MakeRecord();
+void ExpectSameRecord(const Record& expected, const Record& actual) {
+    EXPECT_EQ(expected.name, actual.name);
+    EXPECT_EQ(expected.size, actual.size);
+    EXPECT_EQ(expected.mtime, actual.mtime);
+    EXPECT_EQ(expected.flag, actual.flag);
+    EXPECT_EQ(expected.ratio, actual.ratio);
+    EXPECT_EQ(expected.inner.id, actual.inner.id);
+    EXPECT_EQ(expected.inner.label, actual.inner.label);
+    EXPECT_EQ(expected.values, actual.values);
+    EXPECT_EQ(expected.tags, actual.tags);
+    EXPECT_EQ(expected.note, actual.note);
+}
+
+TEST(ParcelTest, GeneratedParcelablesRoundTrip) {
+    Record record = MakeRecord("log");
+    Record noNote = MakeRecord("b");
+    noNote.note = std::nullopt;
+    const std::vector<Record> records{record, noNote};
     Parcel parcel = NewParcel();
     ASSERT_EQ(record.writeToParcel(parcel.get()), STATUS_OK);
+    ASSERT_EQ(ndk::AParcel_writeVector(parcel.get(), records), STATUS_OK);
     ASSERT_EQ(AParcel_writeInt32(parcel.get(), 77), STATUS_OK);
     Rewind(parcel);
     Record read;
+    std::vector<Record> readRecords;
     ASSERT_EQ(read.readFromParcel(parcel.get()), STATUS_OK);
-    EXPECT_EQ(read.name, "log");
-    EXPECT_EQ(read.size, 4096);
-    EXPECT_EQ(read.inner.label, "inner");
-    EXPECT_EQ(read.values, record.values);
-    EXPECT_EQ(read.note, "n");
-    int32_t after = 0;
-    ASSERT_EQ(AParcel_readInt32(parcel.get(), &after), STATUS_OK);
-    EXPECT_EQ(after, 77);
+    ASSERT_EQ(ndk::AParcel_readVector(parcel.get(), &readRecords), STATUS_OK);
+    EXPECT_EQ(NextInt(parcel), 77);
+    ExpectSameRecord(record, read);
+    ASSERT_EQ(readRecords.size(), 2u);
+    ExpectSameRecord(record, readRecords[0]);
+    ExpectSameRecord(noNote, readRecords[1]);
+}
+
+using ParcelableAcrossProcessesTest = ServiceTest;
+
+TEST_F(ParcelableAcrossProcessesTest, RecordsArriveWhole) {
+    Record noNote = MakeRecord("");
+    noNote.note = std::nullopt;
+    noNote.flag = false;
+    const std::vector<Record> records{MakeRecord("a"), noNote, MakeRecord("ünï")};
+    std::vector<Record> out;
+    ASSERT_TRUE(mService->echoRecords(records, &out).isOk());
+    ASSERT_EQ(out.size(), records.size());
+    for (size_t i = 0; i < records.size(); ++i) ExpectSameRecord(records[i], out[i]);
 }
 
 TEST(ParcelTest, ParcelableVectorLengthsAreBoundedByMemoryNotOnlyByWireBytes) {
@@ -432,36 +469,6 @@ TEST(ParcelTest, ParcelableVectorLengthsAreBoundedByMemoryNotOnlyByWireBytes) {
     std::vector<Record> records;
     EXPECT_NE(ndk::AParcel_readVector(parcel.get(), &records), STATUS_OK);
     EXPECT_TRUE(records.empty());
-
-    // A modest vector still reads.
-    Parcel small = NewParcel();
-    ASSERT_EQ(
-            ndk::AParcel_writeVector(small.get(), std::vector<Record>{MakeRecord(), MakeRecord()}),
-            STATUS_OK);
-    Rewind(small);
-    ASSERT_EQ(ndk::AParcel_readVector(small.get(), &records), STATUS_OK);
-    EXPECT_EQ(records.size(), 2u);
-}
-
-TEST(ParcelTest, CorruptParcelableSizeIsAnError) {
-    Record record = MakeRecord();
-    Parcel parcel = NewParcel();
-    ASSERT_EQ(record.writeToParcel(parcel.get()), STATUS_OK);
-    // The size field follows the non-null marker.
-    ASSERT_EQ(AParcel_setDataPosition(parcel.get(), 4), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(parcel.get(), -100), STATUS_OK);
-    Rewind(parcel);
-    Record read;
-    EXPECT_EQ(read.readFromParcel(parcel.get()), STATUS_BAD_VALUE);
-
-    Parcel truncated = NewParcel();
-    ASSERT_EQ(record.writeToParcel(truncated.get()), STATUS_OK);
-    ASSERT_EQ(AParcel_setDataPosition(truncated.get(), 4), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(truncated.get(), 0x7ffffff0), STATUS_OK);
-    std::vector<uint8_t> bytes(12);
-    ASSERT_EQ(AParcel_marshal(truncated.get(), bytes.data(), 0, bytes.size()), STATUS_OK);
-    ASSERT_EQ(AParcel_unmarshal(truncated.get(), bytes.data(), bytes.size()), STATUS_OK);
-    EXPECT_NE(read.readFromParcel(truncated.get()), STATUS_OK);
 }
 
 TEST(ParcelTest, FileDescriptorsAreDuplicated) {
@@ -518,15 +525,12 @@ TEST(ParcelTest, DescriptorCountAndSizeAreCapped) {
 TEST(ParcelTest, BytesNeverWrittenGoOutAsZeros) {
     // A reset keeps the buffer; what it held before must not reach a peer
     // through a gap left by a position past the end, nor through padding.
-    Parcel parcel = NewParcel();
-    for (int i = 0; i < 16; ++i) ASSERT_EQ(AParcel_writeInt32(parcel.get(), -1), STATUS_OK);
+    Parcel parcel = Words(std::vector<int32_t>(16, -1));
     ASSERT_EQ(AParcel_reset(parcel.get()), STATUS_OK);
     ASSERT_EQ(AParcel_setDataPosition(parcel.get(), 8), STATUS_OK);
     ASSERT_EQ(ndk::AParcel_writeVector(parcel.get(), std::vector<int8_t>{7}), STATUS_OK);
-    std::vector<uint8_t> bytes(16);
-    ASSERT_EQ(AParcel_getDataSize(parcel.get()), 16);
-    ASSERT_EQ(AParcel_marshal(parcel.get(), bytes.data(), 0, bytes.size()), STATUS_OK);
-    EXPECT_EQ(bytes, (std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 7, 0, 0, 0}));
+    EXPECT_EQ(Bytes(parcel),
+              (std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 7, 0, 0, 0}));
 }
 
 TEST(ParcelTest, ObjectRecordsAreCheckedAgainstTheParcel) {
@@ -565,78 +569,41 @@ TEST(ParcelTest, ObjectRecordsAreCheckedAgainstTheParcel) {
     EXPECT_EQ(read, nullptr);
 }
 
-TEST(ParcelTest, StatusHeaderLayout) {
-    ndk::ScopedAStatus specific =
-            ndk::ScopedAStatus::fromServiceSpecificErrorWithMessage(42, "bad");
+// Writes `sent` as a reply header, which must take `size` bytes, and reads
+// it back; the data after the header is read from where it ends.
+ScopedAStatus StatusRoundTrip(const ScopedAStatus& sent, int32_t size) {
     Parcel parcel = NewParcel();
-    ASSERT_EQ(AParcel_writeStatusHeader(parcel.get(), specific.get()), STATUS_OK);
-    // exception, String16 "bad" (length, 3 units and a 0 unit), empty stack
-    // trace header, code.
-    EXPECT_EQ(AParcel_getDataSize(parcel.get()), 4 + 4 + 8 + 4 + 4);
+    EXPECT_EQ(AParcel_writeStatusHeader(parcel.get(), sent.get()), STATUS_OK);
+    EXPECT_EQ(AParcel_getDataSize(parcel.get()), size);
+    EXPECT_EQ(AParcel_writeInt32(parcel.get(), 77), STATUS_OK);
     Rewind(parcel);
-    int32_t word = 0;
-    ASSERT_EQ(AParcel_readInt32(parcel.get(), &word), STATUS_OK);
-    EXPECT_EQ(word, EX_SERVICE_SPECIFIC);
-    Rewind(parcel);
-    ndk::ScopedAStatus read;
-    ASSERT_EQ(AParcel_readStatusHeader(parcel.get(), read.getR()), STATUS_OK);
-    EXPECT_EQ(read.getExceptionCode(), EX_SERVICE_SPECIFIC);
-    EXPECT_EQ(read.getServiceSpecificError(), 42);
-    EXPECT_STREQ(read.getMessage(), "bad");
+    ScopedAStatus read;
+    EXPECT_EQ(AParcel_readStatusHeader(parcel.get(), read.getR()), STATUS_OK);
+    EXPECT_EQ(NextInt(parcel), 77);
+    return read;
+}
 
-    Parcel ok = NewParcel();
-    ASSERT_EQ(AParcel_writeStatusHeader(ok.get(), ndk::ScopedAStatus::ok().get()), STATUS_OK);
-    EXPECT_EQ(AParcel_getDataSize(ok.get()), 4);
+TEST(ParcelTest, StatusHeaderLayout) {
+    // The exception, String16 "bad" (length, 3 units and a 0 unit), an empty
+    // stack trace header and the code.
+    ScopedAStatus specific =
+            StatusRoundTrip(ScopedAStatus::fromServiceSpecificErrorWithMessage(42, "bad"), 24);
+    EXPECT_EQ(specific.getExceptionCode(), EX_SERVICE_SPECIFIC);
+    EXPECT_EQ(specific.getServiceSpecificError(), 42);
+    EXPECT_STREQ(specific.getMessage(), "bad");
+    // An empty blob in place of the code.
+    ScopedAStatus parcelable =
+            StatusRoundTrip(ScopedAStatus::fromExceptionCodeWithMessage(EX_PARCELABLE, "blob"), 28);
+    EXPECT_EQ(parcelable.getExceptionCode(), EX_PARCELABLE);
+    EXPECT_STREQ(parcelable.getMessage(), "blob");
+    EXPECT_TRUE(StatusRoundTrip(ScopedAStatus::ok(), 4).isOk());
 
     // A transport error is returned, not written.
     Parcel failed = NewParcel();
     EXPECT_EQ(AParcel_writeStatusHeader(failed.get(),
-                                        ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT).get()),
+                                        ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT).get()),
               STATUS_DEAD_OBJECT);
     EXPECT_EQ(AParcel_getDataSize(failed.get()), 0);
-}
-
-TEST(ParcelTest, ParcelableExceptionWithItsEmptyBlobRoundTrips) {
-    ndk::ScopedAStatus sent =
-            ndk::ScopedAStatus::fromExceptionCodeWithMessage(EX_PARCELABLE, "blob");
-    Parcel parcel = NewParcel();
-    ASSERT_EQ(AParcel_writeStatusHeader(parcel.get(), sent.get()), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(parcel.get(), 77), STATUS_OK);
-    Rewind(parcel);
-    ndk::ScopedAStatus read;
-    ASSERT_EQ(AParcel_readStatusHeader(parcel.get(), read.getR()), STATUS_OK);
-    EXPECT_EQ(read.getExceptionCode(), EX_PARCELABLE);
-    EXPECT_STREQ(read.getMessage(), "blob");
-    int32_t after = 0;
-    ASSERT_EQ(AParcel_readInt32(parcel.get(), &after), STATUS_OK);
-    EXPECT_EQ(after, 77);
-}
-
-TEST(ParcelTest, CorruptStatusHeadersAreErrors) {
-    ndk::ScopedAStatus read;
-    Parcel truncated = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(truncated.get(), EX_ILLEGAL_STATE), STATUS_OK);
-    Rewind(truncated);
-    EXPECT_EQ(AParcel_readStatusHeader(truncated.get(), read.getR()), STATUS_NOT_ENOUGH_DATA);
-
-    Parcel stackTrace = NewParcel();
-    ASSERT_EQ(AParcel_writeInt32(stackTrace.get(), EX_ILLEGAL_STATE), STATUS_OK);
-    ASSERT_EQ(AParcel_writeString(stackTrace.get(), "m", 1), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(stackTrace.get(), 1 << 20), STATUS_OK);
-    Rewind(stackTrace);
-    EXPECT_EQ(AParcel_readStatusHeader(stackTrace.get(), read.getR()), STATUS_BAD_VALUE);
-    EXPECT_EQ(read.get(), nullptr);
-
-    // A reply header smaller than its own size word would be read again as
-    // the exception code.
-    for (int32_t size : {0, 2}) {
-        Parcel header = NewParcel();
-        ASSERT_EQ(AParcel_writeInt32(header.get(), -128), STATUS_OK);
-        ASSERT_EQ(AParcel_writeInt32(header.get(), size), STATUS_OK);
-        ASSERT_EQ(AParcel_writeInt32(header.get(), EX_NONE), STATUS_OK);
-        Rewind(header);
-        EXPECT_EQ(AParcel_readStatusHeader(header.get(), read.getR()), STATUS_BAD_VALUE) << size;
-    }
 }
 
 TEST(ParcelTest, ResetMarshalAndAppend) {
@@ -647,21 +614,66 @@ TEST(ParcelTest, ResetMarshalAndAppend) {
     ASSERT_EQ(AParcel_appendFrom(parcel.get(), copy.get(), 4, 4), STATUS_OK);
     EXPECT_EQ(AParcel_appendFrom(parcel.get(), copy.get(), 4, 8), STATUS_BAD_VALUE);
     Rewind(copy);
-    int32_t value = 0;
-    ASSERT_EQ(AParcel_readInt32(copy.get(), &value), STATUS_OK);
-    EXPECT_EQ(value, 2);
+    EXPECT_EQ(NextInt(copy), 2);
 
     uint8_t bytes[8];
     ASSERT_EQ(AParcel_marshal(parcel.get(), bytes, 0, 8), STATUS_OK);
     EXPECT_EQ(AParcel_marshal(parcel.get(), bytes, 4, 8), STATUS_BAD_VALUE);
     Parcel restored = NewParcel();
     ASSERT_EQ(AParcel_unmarshal(restored.get(), bytes, 8), STATUS_OK);
-    ASSERT_EQ(AParcel_readInt32(restored.get(), &value), STATUS_OK);
-    EXPECT_EQ(value, 1);
+    EXPECT_EQ(NextInt(restored), 1);
 
     ASSERT_EQ(AParcel_reset(parcel.get()), STATUS_OK);
     EXPECT_EQ(AParcel_getDataSize(parcel.get()), 0);
     EXPECT_EQ(AParcel_getDataPosition(parcel.get()), 0);
+}
+
+// AStatus: what each constructor means to the getters and descriptions.
+TEST(StatusTest, GettersAndDescriptions) {
+    struct Case {
+        ScopedAStatus status;
+        binder_exception_t exception;
+        binder_status_t code;
+        int32_t specific;
+        const char* message;
+        const char* description;
+    };
+    const Case cases[] = {
+            {ScopedAStatus::ok(), EX_NONE, STATUS_OK, 0, "", "No error"},
+            {ScopedAStatus::fromStatus(STATUS_OK), EX_NONE, STATUS_OK, 0, "", "No error"},
+            {ScopedAStatus::fromExceptionCode(EX_NONE), EX_NONE, STATUS_OK, 0, "", "No error"},
+            // Transport errors are transaction failures.
+            {ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT), EX_TRANSACTION_FAILED,
+             STATUS_DEAD_OBJECT, 0, "", "Status(-129, EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '"},
+            {ScopedAStatus::fromExceptionCode(EX_TRANSACTION_FAILED), EX_TRANSACTION_FAILED,
+             STATUS_FAILED_TRANSACTION, 0, "",
+             "Status(-129, EX_TRANSACTION_FAILED): 'FAILED_TRANSACTION: '"},
+            // Values outside the defined sets collapse to their catch-alls.
+            {ScopedAStatus::fromStatus(12345), EX_TRANSACTION_FAILED, STATUS_UNKNOWN_ERROR, 0, "",
+             "Status(-129, EX_TRANSACTION_FAILED): 'UNKNOWN_ERROR: '"},
+            {ScopedAStatus::fromExceptionCode(-77), EX_TRANSACTION_FAILED,
+             STATUS_FAILED_TRANSACTION, 0, "",
+             "Status(-129, EX_TRANSACTION_FAILED): 'FAILED_TRANSACTION: '"},
+            {ScopedAStatus::fromExceptionCodeWithMessage(EX_ILLEGAL_ARGUMENT, "no"),
+             EX_ILLEGAL_ARGUMENT, STATUS_OK, 0, "no", "Status(-3, EX_ILLEGAL_ARGUMENT): 'no'"},
+            {ScopedAStatus::fromServiceSpecificErrorWithMessage(-22, "invalid"),
+             EX_SERVICE_SPECIFIC, STATUS_OK, -22, "invalid",
+             "Status(-8, EX_SERVICE_SPECIFIC): '-22: invalid'"},
+            {ScopedAStatus::fromServiceSpecificError(3), EX_SERVICE_SPECIFIC, STATUS_OK, 3, "",
+             "Status(-8, EX_SERVICE_SPECIFIC): '3: '"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.status.isOk(), c.exception == EX_NONE) << c.description;
+        EXPECT_EQ(c.status.getExceptionCode(), c.exception) << c.description;
+        EXPECT_EQ(c.status.getStatus(), c.code) << c.description;
+        EXPECT_EQ(c.status.getServiceSpecificError(), c.specific) << c.description;
+        EXPECT_STREQ(c.status.getMessage(), c.message);
+        std::ostringstream text;
+        text << c.status;
+        EXPECT_EQ(text.str(), c.description);
+    }
+    // An empty holder was never given a result.
+    EXPECT_FALSE(ScopedAStatus().isOk());
 }
 
 }  // namespace

@@ -1,12 +1,14 @@
 // Calls through the generated test interface into a service in another
-// process: every parameter type, shared memory, errors and identity.
+// process: parameters of each kind, descriptors, binders and callbacks,
+// errors and identity.
+#include <aidl/tessel/test/BnCallback.h>
 #include <android/binder_ibinder.h>
-#include <cutils/ashmem.h>
+#include <android/binder_manager.h>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
-#include <cmath>
+#include <atomic>
+#include <future>
 #include <limits>
 
 #include "ServiceProcess.h"
@@ -14,147 +16,53 @@
 namespace zelkor::tessel::testing {
 namespace {
 
+using aidl::tessel::test::ICallback;
 using aidl::tessel::test::ITestService;
-using aidl::tessel::test::Record;
-using aidl::tessel::test::SharedBlock;
 
 using RoundTripTest = ServiceTest;
 
-Record MakeRecord(const std::string& name) {
-    Record record;
-    record.name = name;
-    record.size = int64_t{1} << 40;
-    record.mtime = -17;
-    record.flag = true;
-    record.ratio = 0.125;
-    record.inner.id = 99;
-    record.inner.label = "inner " + name;
-    record.values = {1, -2, 3};
-    record.tags = {"a", "", "ünï"};
-    record.note = std::nullopt;
-    return record;
-}
+// Notes where it ran and who called it, and when it is destroyed.
+class Callback : public aidl::tessel::test::BnCallback {
+  public:
+    explicit Callback(std::promise<void>* destroyed = nullptr) : mDestroyed(destroyed) {}
+    ~Callback() override {
+        if (mDestroyed != nullptr) mDestroyed->set_value();
+    }
 
-void ExpectSameRecord(const Record& expected, const Record& actual) {
-    EXPECT_EQ(expected.name, actual.name);
-    EXPECT_EQ(expected.size, actual.size);
-    EXPECT_EQ(expected.mtime, actual.mtime);
-    EXPECT_EQ(expected.flag, actual.flag);
-    EXPECT_EQ(expected.ratio, actual.ratio);
-    EXPECT_EQ(expected.inner.id, actual.inner.id);
-    EXPECT_EQ(expected.inner.label, actual.inner.label);
-    EXPECT_EQ(expected.values, actual.values);
-    EXPECT_EQ(expected.tags, actual.tags);
-    EXPECT_EQ(expected.note, actual.note);
-}
+    ndk::ScopedAStatus onEvent(int32_t value, const std::string& text, int32_t* out) override {
+        ranInPid = getpid();
+        callerPid = AIBinder_getCallingPid();
+        *out = value + static_cast<int32_t>(text.size());
+        return ndk::ScopedAStatus::ok();
+    }
 
-TEST_F(RoundTripTest, ScalarsAndStrings) {
-    std::string text;
-    ASSERT_TRUE(mService->echoString("héllo wörld € 𝄞", &text).isOk());
-    EXPECT_EQ(text, "héllo wörld € 𝄞");
-    ASSERT_TRUE(mService->echoString("", &text).isOk());
-    EXPECT_EQ(text, "");
-    ASSERT_TRUE(mService->echoUtf8(std::string("nul\0inside", 10), &text).isOk());
-    EXPECT_EQ(text, std::string("nul\0inside", 10));
+    std::atomic<pid_t> ranInPid{0};
+    std::atomic<pid_t> callerPid{0};
 
+  private:
+    std::promise<void>* mDestroyed;
+};
+
+TEST_F(RoundTripTest, ValuesAndOutArrays) {
+    for (const std::string& text :
+         {std::string("héllo wörld € 𝄞"), std::string(), std::string("nul\0inside", 10)}) {
+        std::string out;
+        ASSERT_TRUE(mService->echoUtf8(text, &out).isOk());
+        EXPECT_EQ(out, text);
+    }
     int32_t i = 0;
     ASSERT_TRUE(mService->echoInt(std::numeric_limits<int32_t>::min(), &i).isOk());
     EXPECT_EQ(i, std::numeric_limits<int32_t>::min());
-    int64_t l = 0;
-    ASSERT_TRUE(mService->echoLong(std::numeric_limits<int64_t>::max(), &l).isOk());
-    EXPECT_EQ(l, std::numeric_limits<int64_t>::max());
-    bool b = false;
-    ASSERT_TRUE(mService->echoBoolean(true, &b).isOk());
-    EXPECT_TRUE(b);
-    int8_t byte = 0;
-    ASSERT_TRUE(mService->echoByte(-128, &byte).isOk());
-    EXPECT_EQ(byte, -128);
-    char16_t c = 0;
-    ASSERT_TRUE(mService->echoChar(u'ß', &c).isOk());
-    EXPECT_EQ(c, u'ß');
-    float f = 0;
-    ASSERT_TRUE(mService->echoFloat(-1.5e-20f, &f).isOk());
-    EXPECT_EQ(f, -1.5e-20f);
-    double d = 0;
-    ASSERT_TRUE(mService->echoDouble(std::numeric_limits<double>::infinity(), &d).isOk());
-    EXPECT_TRUE(std::isinf(d));
-}
+    for (size_t size : {size_t{1} << 20, size_t{0}}) {
+        std::vector<int8_t> bytes(size);
+        for (size_t j = 0; j < bytes.size(); ++j) bytes[j] = static_cast<int8_t>(j * 7);
+        std::vector<int8_t> out{1};
+        ASSERT_TRUE(mService->echoBytes(bytes, &out).isOk());
+        EXPECT_EQ(out, bytes);
+    }
 
-TEST_F(RoundTripTest, Arrays) {
-    std::vector<int8_t> bytes(1 << 20);
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<int8_t>(i * 7);
-    std::vector<int8_t> bytesOut;
-    ASSERT_TRUE(mService->echoBytes(bytes, &bytesOut).isOk());
-    EXPECT_EQ(bytesOut, bytes);
-
-    std::vector<int32_t> ints{0, 1, -1, 1 << 30};
-    std::vector<int32_t> intsOut;
-    ASSERT_TRUE(mService->echoInts(ints, &intsOut).isOk());
-    EXPECT_EQ(intsOut, ints);
-    std::vector<int64_t> longs{int64_t{1} << 60, -5};
-    std::vector<int64_t> longsOut;
-    ASSERT_TRUE(mService->echoLongs(longs, &longsOut).isOk());
-    EXPECT_EQ(longsOut, longs);
-    std::vector<bool> bools{true, false, true};
-    std::vector<bool> boolsOut;
-    ASSERT_TRUE(mService->echoBooleans(bools, &boolsOut).isOk());
-    EXPECT_EQ(boolsOut, bools);
-    std::vector<float> floats{1.f, -2.5f};
-    std::vector<float> floatsOut;
-    ASSERT_TRUE(mService->echoFloats(floats, &floatsOut).isOk());
-    EXPECT_EQ(floatsOut, floats);
-    std::vector<double> doubles{3.25, -0.0};
-    std::vector<double> doublesOut;
-    ASSERT_TRUE(mService->echoDoubles(doubles, &doublesOut).isOk());
-    EXPECT_EQ(doublesOut, doubles);
-    std::vector<char16_t> chars{u'a', u'Ω', 0};
-    std::vector<char16_t> charsOut;
-    ASSERT_TRUE(mService->echoChars(chars, &charsOut).isOk());
-    EXPECT_EQ(charsOut, chars);
-    std::vector<std::string> strings{"one", "", "three"};
-    std::vector<std::string> stringsOut;
-    ASSERT_TRUE(mService->echoStrings(strings, &stringsOut).isOk());
-    EXPECT_EQ(stringsOut, strings);
-    std::vector<int32_t> empty;
-    ASSERT_TRUE(mService->echoInts({}, &empty).isOk());
-    EXPECT_TRUE(empty.empty());
-}
-
-TEST_F(RoundTripTest, NullableValues) {
-    std::optional<std::string> text = "x";
-    ASSERT_TRUE(mService->echoNullableString(std::nullopt, &text).isOk());
-    EXPECT_FALSE(text.has_value());
-    ASSERT_TRUE(mService->echoNullableString("set", &text).isOk());
-    EXPECT_EQ(text, "set");
-
-    std::optional<std::vector<int32_t>> ints = std::vector<int32_t>{1};
-    ASSERT_TRUE(mService->echoNullableInts(std::nullopt, &ints).isOk());
-    EXPECT_FALSE(ints.has_value());
-
-    std::optional<std::vector<std::optional<std::string>>> strings =
-            std::vector<std::optional<std::string>>{"a", std::nullopt, ""};
-    std::optional<std::vector<std::optional<std::string>>> stringsOut;
-    ASSERT_TRUE(mService->echoNullableStrings(strings, &stringsOut).isOk());
-    EXPECT_EQ(stringsOut, strings);
-    ASSERT_TRUE(mService->echoNullableStrings(std::nullopt, &stringsOut).isOk());
-    EXPECT_FALSE(stringsOut.has_value());
-}
-
-TEST_F(RoundTripTest, ParcelablesWithNestedFields) {
-    Record record = MakeRecord("first");
-    record.note = "a note";
-    Record out;
-    ASSERT_TRUE(mService->echoRecord(record, &out).isOk());
-    ExpectSameRecord(record, out);
-
-    std::vector<Record> records{MakeRecord("a"), MakeRecord("b"), MakeRecord("c")};
-    std::vector<Record> recordsOut;
-    ASSERT_TRUE(mService->echoRecords(records, &recordsOut).isOk());
-    ASSERT_EQ(recordsOut.size(), records.size());
-    for (size_t i = 0; i < records.size(); ++i) ExpectSameRecord(records[i], recordsOut[i]);
-}
-
-TEST_F(RoundTripTest, OutAndInoutArrays) {
+    // An out array comes back at the size the service made it, an inout
+    // array as the service changed it.
     std::vector<int32_t> values(5);
     std::vector<std::string> names{"x", "y"};
     ASSERT_TRUE(mService->fillOut(5, &values, &names).isOk());
@@ -162,7 +70,7 @@ TEST_F(RoundTripTest, OutAndInoutArrays) {
     EXPECT_EQ(names, (std::vector<std::string>{"x!", "y!"}));
 }
 
-TEST_F(RoundTripTest, FileDescriptorsReachTheOtherProcess) {
+TEST_F(RoundTripTest, DescriptorsReachTheOtherProcessAndDumps) {
     int fds[2];
     ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
     ndk::ScopedFileDescriptor readEnd(fds[0]);
@@ -175,65 +83,38 @@ TEST_F(RoundTripTest, FileDescriptorsReachTheOtherProcess) {
     char buffer[4] = {};
     ASSERT_EQ(read(readEnd.get(), buffer, 3), 3);
     EXPECT_STREQ(buffer, "via");
+
+    // A dump of the remote object writes to a descriptor sent with its
+    // arguments.
+    const char* args[] = {"--verbose", "modules"};
+    ASSERT_EQ(AIBinder_dump(mService->asBinder().get(), writeEnd.get(), args, 2), STATUS_OK);
+    char text[128] = {};
+    ssize_t n = read(readEnd.get(), text, sizeof(text) - 1);
+    EXPECT_EQ(std::string(text, n > 0 ? static_cast<size_t>(n) : 0), "dump: --verbose modules\n");
 }
 
-TEST_F(RoundTripTest, SharedMemoryBothWays) {
-    SharedBlock block;
-    ASSERT_TRUE(mService->makeSharedBlock("from the service", &block).isOk());
-    ASSERT_EQ(block.size, 16);
-    void* map = mmap(nullptr, 16, PROT_READ, MAP_SHARED, block.fd.get(), 0);
-    ASSERT_NE(map, MAP_FAILED);
-    EXPECT_EQ(std::string(static_cast<const char*>(map), 16), "from the service");
-    munmap(map, 16);
-
-    const std::string content = "from the client";
-    SharedBlock mine;
-    mine.fd.set(ashmem_create_region("tessel-test", content.size()));
-    ASSERT_GE(mine.fd.get(), 0);
-    mine.size = static_cast<int64_t>(content.size());
-    void* region =
-            mmap(nullptr, content.size(), PROT_READ | PROT_WRITE, MAP_SHARED, mine.fd.get(), 0);
-    ASSERT_NE(region, MAP_FAILED);
-    memcpy(region, content.data(), content.size());
-    munmap(region, content.size());
-    std::string seen;
-    ASSERT_TRUE(mService->readSharedBlock(mine, &seen).isOk());
-    EXPECT_EQ(seen, content);
+TEST_F(RoundTripTest, ErrorsReachTheCaller) {
+    struct Case {
+        int32_t exception;
+        int32_t code;
+        const char* message;
+        int32_t specific;
+        binder_status_t status;
+    };
+    for (const Case& c :
+         {Case{EX_SERVICE_SPECIFIC, 7, "rejected here", 7, STATUS_OK},
+          Case{EX_ILLEGAL_ARGUMENT, 7, "bad argument", 0, STATUS_OK},
+          Case{EX_TRANSACTION_FAILED, STATUS_PERMISSION_DENIED, "", 0, STATUS_PERMISSION_DENIED}}) {
+        ndk::ScopedAStatus status = mService->fail(c.exception, c.code, c.message);
+        EXPECT_FALSE(status.isOk());
+        EXPECT_EQ(status.getExceptionCode(), c.exception);
+        EXPECT_EQ(status.getServiceSpecificError(), c.specific);
+        EXPECT_EQ(status.getStatus(), c.status);
+        EXPECT_STREQ(status.getMessage(), c.message);
+    }
 }
 
-TEST_F(RoundTripTest, ServiceSpecificErrorsAndExceptions) {
-    ndk::ScopedAStatus status =
-            mService->throwServiceSpecific(ITestService::ERROR_REJECTED, "rejected here");
-    EXPECT_FALSE(status.isOk());
-    EXPECT_EQ(status.getExceptionCode(), EX_SERVICE_SPECIFIC);
-    EXPECT_EQ(status.getServiceSpecificError(), ITestService::ERROR_REJECTED);
-    EXPECT_STREQ(status.getMessage(), "rejected here");
-
-    status = mService->throwException(EX_ILLEGAL_ARGUMENT, "bad argument");
-    EXPECT_EQ(status.getExceptionCode(), EX_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(status.getServiceSpecificError(), 0);
-    EXPECT_STREQ(status.getMessage(), "bad argument");
-}
-
-TEST_F(RoundTripTest, TransactionErrorReachesTheCaller) {
-    ndk::ScopedAStatus status = mService->failTransaction(STATUS_PERMISSION_DENIED);
-    EXPECT_EQ(status.getExceptionCode(), EX_TRANSACTION_FAILED);
-    EXPECT_EQ(status.getStatus(), STATUS_PERMISSION_DENIED);
-
-    // The raw transaction result is that same value, with no reply parcel.
-    ndk::SpAIBinder binder = mService->asBinder();
-    AParcel* in = nullptr;
-    ASSERT_EQ(AIBinder_prepareTransaction(binder.get(), &in), STATUS_OK);
-    ASSERT_EQ(AParcel_writeInt32(in, STATUS_NO_INIT), STATUS_OK);
-    AParcel* out = reinterpret_cast<AParcel*>(0x1);
-    // failTransaction is method 32 of the interface.
-    EXPECT_EQ(AIBinder_transact(binder.get(), FIRST_CALL_TRANSACTION + 32, &in, &out, 0),
-              STATUS_NO_INIT);
-    EXPECT_EQ(in, nullptr);
-    EXPECT_EQ(out, nullptr);
-}
-
-TEST_F(RoundTripTest, ProxyBasics) {
+TEST_F(RoundTripTest, ProxyAndCallerIdentity) {
     ndk::SpAIBinder binder = mService->asBinder();
     EXPECT_TRUE(AIBinder_isRemote(binder.get()));
     EXPECT_TRUE(AIBinder_isAlive(binder.get()));
@@ -241,13 +122,11 @@ TEST_F(RoundTripTest, ProxyBasics) {
     EXPECT_EQ(AIBinder_getUserData(binder.get()), nullptr);
     EXPECT_TRUE(mService->isRemote());
     // The same object looked up again is the same proxy.
-    ndk::SpAIBinder again(ServiceProcess::WaitForBinder(TestServiceInstance()));
+    ndk::SpAIBinder again(AServiceManager_checkService(TestServiceInstance().c_str()));
     EXPECT_EQ(again.get(), binder.get());
     // A class with another descriptor does not fit the remote object.
-    EXPECT_EQ(aidl::tessel::test::ICallback::fromBinder(binder), nullptr);
-}
+    EXPECT_EQ(ICallback::fromBinder(binder), nullptr);
 
-TEST_F(RoundTripTest, CallerIdentity) {
     std::vector<int32_t> ids;
     ASSERT_TRUE(mService->callerIds(&ids).isOk());
     ASSERT_EQ(ids.size(), 3u);
@@ -260,17 +139,52 @@ TEST_F(RoundTripTest, CallerIdentity) {
     EXPECT_FALSE(AIBinder_isHandlingTransaction());
 }
 
-TEST_F(RoundTripTest, DumpWithArgumentsAndDescriptor) {
-    int fds[2];
-    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
-    ndk::ScopedFileDescriptor readEnd(fds[0]);
-    ndk::ScopedFileDescriptor writeEnd(fds[1]);
-    const char* args[] = {"--verbose", "modules"};
-    ASSERT_EQ(AIBinder_dump(mService->asBinder().get(), writeEnd.get(), args, 2), STATUS_OK);
-    writeEnd.set(-1);
-    char buffer[128] = {};
-    ssize_t n = read(readEnd.get(), buffer, sizeof(buffer) - 1);
-    EXPECT_EQ(std::string(buffer, n > 0 ? static_cast<size_t>(n) : 0), "dump: --verbose modules\n");
+TEST_F(RoundTripTest, ServiceCallsBackIntoTheCaller) {
+    auto callback = ndk::SharedRefBase::make<Callback>();
+    int32_t result = 0;
+    ASSERT_TRUE(mService->callBack(callback, 40, &result).isOk());
+    EXPECT_EQ(result, 44);
+    EXPECT_EQ(callback->ranInPid.load(), getpid());
+    EXPECT_EQ(callback->callerPid.load(), mServicePid);
+    EXPECT_EQ(mService->callBack(nullptr, 1, &result).getExceptionCode(), EX_NULL_POINTER);
+}
+
+TEST_F(RoundTripTest, BindersKeepTheirIdentityAcrossProcesses) {
+    // A local object sent and returned is the same local object.
+    auto first = ndk::SharedRefBase::make<Callback>();
+    ndk::SpAIBinder mine = first->asBinder();
+    ndk::SpAIBinder back;
+    ASSERT_TRUE(mService->echoBinder(mine, &back).isOk());
+    EXPECT_EQ(back.get(), mine.get());
+    EXPECT_FALSE(AIBinder_isRemote(back.get()));
+    EXPECT_EQ(ICallback::fromBinder(back), first);
+
+    // One object sent twice is one proxy on the other side.
+    auto second = ndk::SharedRefBase::make<Callback>();
+    bool same = false;
+    ASSERT_TRUE(mService->sameBinder(first->asBinder(), first->asBinder(), &same).isOk());
+    EXPECT_TRUE(same);
+    ASSERT_TRUE(mService->sameBinder(first->asBinder(), second->asBinder(), &same).isOk());
+    EXPECT_FALSE(same);
+
+    // A proxy of the service travels to its owner and back.
+    ASSERT_TRUE(mService->echoBinder(mService->asBinder(), &back).isOk());
+    ASSERT_NE(back.get(), nullptr);
+    EXPECT_TRUE(AIBinder_isRemote(back.get()));
+    EXPECT_EQ(AIBinder_ping(back.get()), STATUS_OK);
+}
+
+TEST_F(RoundTripTest, CallbackIsReleasedWhenNobodyHoldsIt) {
+    std::promise<void> destroyed;
+    std::future<void> gone = destroyed.get_future();
+    {
+        auto callback = ndk::SharedRefBase::make<Callback>(&destroyed);
+        int32_t result = 0;
+        ASSERT_TRUE(mService->callBack(callback, 1, &result).isOk());
+    }
+    // The service dropped its proxy when the call ended; its connection
+    // closes and with it the last reference.
+    EXPECT_EQ(gone.wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
 TEST(DeepRootTest, ServicesWorkUnderARootLongerThanASocketPath) {

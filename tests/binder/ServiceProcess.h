@@ -22,17 +22,11 @@ class ServiceProcess {
     // The service once it is up (waiting without polling), or null after
     // ten seconds.
     std::shared_ptr<aidl::tessel::test::ITestService> connect() {
-        ndk::SpAIBinder binder(WaitForBinder(TestServiceInstance()));
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        ndk::SpAIBinder binder(binder::WaitForService(TestServiceInstance(), deadline).release());
         return aidl::tessel::test::ITestService::fromBinder(binder);
     }
 
-    static AIBinder* WaitForBinder(const std::string& instance) {
-        return binder::WaitForService(instance,
-                                      std::chrono::steady_clock::now() + std::chrono::seconds(10))
-                .release();
-    }
-
-    bool running() const { return mProcess.running(); }
     void kill() {
         mProcess.signal(SIGKILL);
         mProcess.wait();
