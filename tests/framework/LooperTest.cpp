@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <future>
 #include <memory>
 #include <thread>
@@ -17,6 +16,9 @@ namespace {
 using testing::Latch;
 using testing::LogCapture;
 using testing::Recorder;
+using testing::WaitUntil;
+
+constexpr int64_t kHour = 60 * 60 * 1000;
 
 class LooperTest : public ::testing::Test {
   protected:
@@ -44,9 +46,9 @@ class LooperTest : public ::testing::Test {
     // Waits until everything sent so far has run. Immediate messages run
     // newest first, so the marker is a due-now delayed job, which queues
     // behind all of them.
-    void sync() {
+    void sync(int64_t delayMs = 0) {
         Latch done;
-        mHandler->postDelayed([&done] { done.open(); }, 0);
+        mHandler->postDelayed([&done] { done.open(); }, delayMs);
         ASSERT_TRUE(done.wait());
     }
 
@@ -55,32 +57,35 @@ class LooperTest : public ::testing::Test {
 };
 
 TEST_F(LooperTest, QuitDropsPendingJobsButSafeQuitRunsThemAll) {
-    Recorder ran;
-    auto gate = block();
-    for (int i = 0; i < 10; ++i) mHandler->post([&ran, i] { ran.add(i); });
-    mHandler->postDelayed([&ran] { ran.add(100); }, 60 * 60 * 1000);
-    mThread->quit();
-    gate->open();
-    mThread.reset();  // joins
-    EXPECT_TRUE(ran.values().empty());
-
-    SetUp();
-    gate = block();
-    for (int i = 0; i < 10; ++i) mHandler->post([&ran, i] { ran.add(i); });
-    mHandler->postDelayed([&ran] { ran.add(100); }, 60 * 60 * 1000);
-    EXPECT_TRUE(mThread->quitSafely());
-    EXPECT_FALSE(mThread->quitSafely()) << "a second request is refused";
-    gate->open();
-    mThread.reset();
-    // Immediate jobs run newest first; the delayed one runs before its time.
-    EXPECT_EQ(ran.values(), (std::vector<int>{9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 100}));
+    for (bool safely : {false, true}) {
+        SCOPED_TRACE(safely);
+        if (safely) SetUp();  // a fresh looper
+        Recorder ran;
+        auto gate = block();
+        for (int i = 0; i < 10; ++i) mHandler->post([&ran, i] { ran.add(i); });
+        mHandler->postDelayed([&ran] { ran.add(100); }, kHour);
+        if (safely) {
+            EXPECT_TRUE(mThread->quitSafely());
+            EXPECT_FALSE(mThread->quitSafely()) << "a second request is refused";
+            // Sent while the looper is still alive but quitting: dropped.
+            mHandler->post([&ran] { ran.add(200); });
+        } else {
+            mThread->quit();
+        }
+        gate->open();
+        mThread.reset();  // joins
+        // Immediate jobs run newest first; the delayed one runs before its time.
+        const std::vector<int> all = {9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 100};
+        EXPECT_EQ(ran.values(), safely ? all : std::vector<int>{});
+    }
 }
 
-TEST_F(LooperTest, PriorityMessageOvertakesOlderMessages) {
+TEST_F(LooperTest, PriorityMessagesOvertakeOlderOnesAndCallbackGetsPlainOnes) {
     Recorder order;
     HalvexHandler handler(mThread->getLooper(), [&](HalvexMessage* msg) { order.add(msg->what); });
     auto gate = block();
     handler.sendMessage(HalvexMessage::obtain(1));
+    handler.post([] {});
     handler.sendMessage(HalvexMessage::obtain(2));
     handler.sendMessage(HalvexMessage::obtain(3, nullptr, HalvexMessage::FLAG_PRIORITY));
     gate->open();
@@ -92,7 +97,7 @@ TEST_F(LooperTest, PriorityMessageWakesALoopWaitingOnADelayedOne) {
     Latch got;
     HalvexHandler handler(mThread->getLooper(), [&](HalvexMessage*) { got.open(); });
     sync();
-    mHandler->postDelayed([] {}, 60 * 60 * 1000);
+    mHandler->postDelayed([] {}, kHour);
     handler.sendMessage(HalvexMessage::obtain(1, nullptr, HalvexMessage::FLAG_PRIORITY));
     EXPECT_TRUE(got.wait());
 }
@@ -103,14 +108,10 @@ TEST_F(LooperTest, GetLooperAfterQuitWaitsForTheThreadsEndAndGetsNull) {
     mThread->quit();
     // The thread cannot end while the job in hand holds it: the caller waits.
     auto looper = std::async(std::launch::async, [this] { return mThread->getLooper(); });
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!log.contains("Halvex-HandlerThread", "[getLooper] getLooper() wait.") &&
-           std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(WaitUntil(
+            [&] { return log.contains("Halvex-HandlerThread", "[getLooper] getLooper() wait."); }));
     gate->open();
     EXPECT_EQ(looper.get(), nullptr);
-    EXPECT_TRUE(log.contains("Halvex-HandlerThread", "[getLooper] getLooper() wait."));
 }
 
 TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
@@ -128,9 +129,7 @@ TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
     mHandler->removeMessage(removed, false);
     EXPECT_FALSE(mHandler->hasMessage(removed));
     gate->open();
-    Latch done;
-    mHandler->postDelayed([&] { done.open(); }, 60);
-    ASSERT_TRUE(done.wait());
+    sync(60);
     EXPECT_EQ(order.values(), (std::vector<int>{-1, 0, 1, 2}));
 }
 
@@ -138,7 +137,6 @@ TEST_F(LooperTest, DueNowJobQueuesBehindEverythingSentBefore) {
     for (int round = 0; round < 200; ++round) {
         std::atomic<int> ran{0};
         int seenByMarker = -1;
-        Latch done;
         for (int i = 0; i < 64; ++i) {
             if (i % 2) {
                 mHandler->postDelayed([&ran] { ++ran; }, 0);
@@ -146,38 +144,13 @@ TEST_F(LooperTest, DueNowJobQueuesBehindEverythingSentBefore) {
                 mHandler->post([&ran] { ++ran; });
             }
         }
-        mHandler->postDelayed(
-                [&] {
-                    seenByMarker = ran.load();
-                    done.open();
-                },
-                0);
-        ASSERT_TRUE(done.wait());
+        mHandler->postDelayed([&] { seenByMarker = ran.load(); }, 0);
+        sync();
         ASSERT_EQ(seenByMarker, 64) << "round " << round;
     }
 }
 
-TEST_F(LooperTest, CallbackGetsPlainMessagesOnly) {
-    Recorder seen;
-    HalvexHandler handler(mThread->getLooper(), [&](HalvexMessage* msg) { seen.add(msg->what); });
-    handler.sendMessage(HalvexMessage::obtain(7));
-    handler.post([] {});
-    sync();
-    EXPECT_EQ(seen.values(), std::vector<int>{7});
-}
-
-TEST_F(LooperTest, QuittingLooperDropsWhatItIsSent) {
-    std::atomic<int> ran{0};
-    auto gate = block();
-    EXPECT_TRUE(mThread->quitSafely());
-    // Sent while the looper is still alive but quitting: dropped, never run.
-    mHandler->post([&] { ++ran; });
-    gate->open();
-    mThread.reset();
-    EXPECT_EQ(ran.load(), 0);
-}
-
-TEST(HandlerTest, HandlerWithoutLooperWarnsAndDrops) {
+TEST(LooperLifecycleTest, HandlerWithoutLooperWarnsAndDrops) {
     LogCapture log;
     HalvexHandler handler(nullptr);
     int ran = 0;
@@ -209,12 +182,7 @@ TEST(LooperLifecycleTest, GetLooperAfterExitIsNull) {
     std::unique_ptr<HalvexHandlerThread> thread(HalvexHandlerThread::create("exits"));
     ASSERT_NE(thread->getLooper(), nullptr);
     thread->quit();
-    // Bounded, so a thread that never ends fails the test instead of hanging it.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!thread->hasExited() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
-    ASSERT_TRUE(thread->hasExited());
+    ASSERT_TRUE(WaitUntil([&] { return thread->hasExited(); }));
     EXPECT_EQ(thread->getLooper(), nullptr);
     EXPECT_TRUE(log.contains("Halvex-HandlerThread", "[getLooper] getLooper() thread had exit."));
     EXPECT_FALSE(thread->quitSafely());

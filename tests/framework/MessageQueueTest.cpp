@@ -2,11 +2,9 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "TestSupport.h"
@@ -45,30 +43,16 @@ int TakeWhat(HalvexMessageQueue& queue, bool ignoreTime = false) {
     return what;
 }
 
-TEST(MessageQueueTest, ImmediateMessagesRunLastInFirstOutAheadOfDueOnes) {
-    HalvexMessageQueue queue;
-    const int64_t past = Now() - 1000;
-    queue.offer(Timed(10, past));
-    queue.offer(HalvexMessage::obtain(1));
-    queue.offer(HalvexMessage::obtain(2));
-    queue.offer(HalvexMessage::obtain(3));
-    EXPECT_EQ(queue.size(), 4u);
-    EXPECT_EQ(TakeWhat(queue), 3);
-    EXPECT_EQ(TakeWhat(queue), 2);
-    EXPECT_EQ(TakeWhat(queue), 1);
-    EXPECT_EQ(TakeWhat(queue), 10);
-    EXPECT_TRUE(queue.empty());
-}
-
-TEST(MessageQueueTest, TimedMessagesRunByDueTimeThenArrival) {
+TEST(MessageQueueTest, ImmediateMessagesRunLastInFirstOutThenTimedOnesByDueTimeAndArrival) {
     HalvexMessageQueue queue;
     const int64_t base = Now() - 1000;
-    queue.offer(Timed(1, base + 30));
-    queue.offer(Timed(2, base + 10));
-    queue.offer(Timed(3, base + 30));
-    queue.offer(Timed(4, base + 20));
-    queue.offer(Timed(5, base + 10));
-    for (int expected : {2, 5, 4, 1, 3}) EXPECT_EQ(TakeWhat(queue), expected);
+    for (auto [what, when] : {std::pair{10, 30}, {20, 10}, {30, 30}, {40, 20}, {50, 10}}) {
+        queue.offer(Timed(what, base + when));
+    }
+    for (int what : {1, 2, 3}) queue.offer(HalvexMessage::obtain(what));
+    EXPECT_EQ(queue.size(), 8u);
+    for (int expected : {3, 2, 1, 20, 50, 40, 10, 30}) EXPECT_EQ(TakeWhat(queue), expected);
+    EXPECT_TRUE(queue.empty());
 }
 
 TEST(MessageQueueTest, FutureMessageWaitsForItsTimeUnlessTimeIsIgnored) {
@@ -107,12 +91,7 @@ TEST(MessageQueueTest, ImmediateMessageStaysAheadOfATimedOneOfferedBeforeTheTake
         first = TakeWhat(queue);
         taken.open();
     });
-    // Bounded, so a taker that never goes to sleep fails the test instead of hanging it.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!queue.isPolling() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
-    const bool asleep = queue.isPolling();
+    const bool asleep = testing::WaitUntil([&] { return queue.isPolling(); });
     queue.offer(HalvexMessage::obtain(2));
     queue.offer(Timed(3, Now() + 5000));
     const bool took = taken.wait();
@@ -137,31 +116,22 @@ TEST(MessageQueueTest, BurstsOfferedToASleepingTakerAllArrive) {
     // Only the first offer of a burst wakes the taker; the rest find it woken
     // but not yet running. None of them may be stranded.
     HalvexMessageQueue queue;
-    std::mutex lock;
-    std::condition_variable cond;
-    int taken = 0;
+    std::atomic<int> taken{0};
     std::atomic<bool> stop{false};
     std::thread taker([&] {
         while (!stop) {
             HalvexMessage* msg = queue.take();
             if (msg == nullptr) continue;  // woken with nothing to return
             HalvexMessage::recycle(msg);
-            {
-                std::lock_guard<std::mutex> guard(lock);
-                ++taken;
-            }
-            cond.notify_all();
+            ++taken;
         }
     });
-    constexpr int kRounds = 200;
     constexpr int kBurst = 50;
     bool allArrived = true;
-    for (int round = 1; round <= kRounds && allArrived; ++round) {
+    for (int round = 1; round <= 200 && allArrived; ++round) {
         // The taker has drained the last burst and is going back to sleep.
         for (int i = 0; i < kBurst; ++i) queue.offer(HalvexMessage::obtain(i));
-        std::unique_lock<std::mutex> guard(lock);
-        allArrived = cond.wait_for(guard, std::chrono::seconds(10),
-                                   [&] { return taken == round * kBurst; });
+        allArrived = testing::WaitUntil([&] { return taken == round * kBurst; });
     }
     stop = true;
     queue.setNonBlockWhenTake(true);  // releases the taker even if it missed a wake-up
@@ -236,13 +206,9 @@ TEST(MessagePoolTest, RecycledRecordComesBackClean) {
     std::vector<HalvexMessage*> others;
     while ((again = HalvexMessage::obtain(8, nullptr, 2)) != msg) others.push_back(again);
     for (HalvexMessage* other : others) HalvexMessage::recycle(other);
-    EXPECT_EQ(again->what, 8);
-    EXPECT_EQ(again->flags, 2);
-    EXPECT_EQ(again->name, "Undef");
-    EXPECT_EQ(again->when, 0);
-    EXPECT_EQ(again->arg1, 0);
-    EXPECT_EQ(again->arg2, 0);
-    EXPECT_EQ(again->arg3, 0);
+    EXPECT_EQ(std::make_tuple(again->what, again->flags, again->name, again->when),
+              std::make_tuple(8, short{2}, std::string("Undef"), int64_t{0}));
+    EXPECT_EQ(std::make_tuple(again->arg1, again->arg2, again->arg3), std::make_tuple(0, 0, 0));
     EXPECT_EQ(again->obj, nullptr);
     EXPECT_EQ(again->runnable, nullptr);
     again->sharedPayload.reset();
@@ -267,32 +233,25 @@ TEST(MessagePoolTest, RecordsOfAnEndedThreadGoBackToTheSharedPool) {
     for (HalvexMessage* msg : held) HalvexMessage::recycle(msg);
 }
 
-TEST(RunnableTest, RunsOnceThenIsSpent) {
-    int ran = 0;
-    Object* seen = nullptr;
-    Object arg;
-    HalvexRunnable runnable([&](Object* o) {
-        ++ran;
-        seen = o;
-    });
-    runnable.run(&arg);
-    runnable.run(&arg);
-    EXPECT_EQ(ran, 1);
-    EXPECT_EQ(seen, &arg);
-}
-
-TEST(RunnableTest, LargeCaptureStillRunsAndIsFreed) {
+TEST(RunnableTest, RunsOnceThenIsSpentAndFreesALargeCapture) {
     auto token = std::make_shared<int>(42);
     std::array<char, 200> big{};
     big[199] = 'x';
-    int result = 0;
+    int ran = 0;
+    Object arg;
+    Object* seen = nullptr;
     {
-        HalvexRunnable runnable([token, big, &result] { result = *token + big[199]; });
+        HalvexRunnable runnable([token, big, &ran, &seen](Object* o) {
+            ran += *token + big[199];
+            seen = o;
+        });
         EXPECT_EQ(token.use_count(), 2);
-        runnable.run(nullptr);
+        runnable.run(&arg);
         EXPECT_EQ(token.use_count(), 1) << "a spent job releases its captures";
+        runnable.run(&arg);
     }
-    EXPECT_EQ(result, 42 + 'x');
+    EXPECT_EQ(ran, 42 + 'x');
+    EXPECT_EQ(seen, &arg);
 }
 
 }  // namespace

@@ -102,24 +102,16 @@ TestRegister<Refuser> sRefuser("RefuserRegister", kRefuser, 2);
 // Same name again, other priority: must not replace the first entry.
 TestRegister<Gamma> sGammaAgain("GammaAgainRegister", kAlpha, 9);
 
-// Waits until every job queued on the manager's thread so far has run.
-// Immediate jobs run newest first, so the marker is a due-now delayed job.
+// Jobs of the manager's thread queue more jobs there: two rounds.
 void DrainManager() {
-    for (int round = 0; round < 2; ++round) {
-        testing::Latch done;
-        ModuleManager::GetManagerHandler()->postDelayed([&done] { done.open(); }, 0);
-        ASSERT_TRUE(done.wait());
-    }
+    ASSERT_TRUE(testing::DrainManagerThread(2));
 }
 
-std::string Dump(std::vector<const char*> args, bool manager = false) {
+// What a dump with these arguments writes.
+std::string Dump(std::vector<const char*> args) {
     int fd = memfd_create("dump", MFD_CLOEXEC);
     EXPECT_GE(fd, 0);
-    if (manager) {
-        ModuleManager::_dump(fd, args.data(), args.size());
-    } else {
-        ModuleManager::dump(fd, args.data(), args.size());
-    }
+    ModuleManager::dump(fd, args.data(), args.size());
     std::string out;
     lseek(fd, 0, SEEK_SET);
     android::base::ReadFdToString(fd, &out);
@@ -224,24 +216,33 @@ TEST_F(ModuleManagerTest, RefusedModuleReloadsWithAFreshInstance) {
 TEST_F(ModuleManagerTest, DumpCommands) {
     LoadAll();
     const std::string sep = "\n-------------------------------------\n";
-    EXPECT_EQ(Dump({"Nope"}), "Module Nope not found!!\n");
-    EXPECT_EQ(Dump({"Refuser"}), "Module Refuser is not running\n");
-    EXPECT_EQ(Dump({"Beta", "x"}), "Dumping module Beta: \nstate of Beta args Beta x" + sep);
-    EXPECT_EQ(Dump({}), "Dumping module Alpha: \nstate of Alpha args" + sep +
-                                "Dumping module Beta: \nstate of Beta args" + sep +
-                                "Dumping module Gamma: \nstate of Gamma args" + sep);
-    EXPECT_EQ(Dump({"-a"}), "Dumping module Alpha: \nstate of Alpha args -a" + sep +
-                                    "Dumping module Beta: \nstate of Beta args -a" + sep +
-                                    "Dumping module Gamma: \nstate of Gamma args -a" + sep);
-    EXPECT_EQ(Dump({"modulemanager", "dump"}), kStatusAllRunningButRefuser);
+    auto all = [&](const std::string& args) {
+        std::string out;
+        for (const char* name : {"Alpha", "Beta", "Gamma"}) {
+            out += std::string("Dumping module ") + name + ": \nstate of " + name + " args" + args +
+                   sep;
+        }
+        return out;
+    };
     const std::string help =
             "Halvex ModuleManager:\nload <module name> \t\t Load a module that is not running\n"
             "dump \t\t Get Current Modules Status.\n";
-    EXPECT_EQ(Dump({"ModuleManager"}), help);
-    EXPECT_EQ(Dump({"ModuleManager", "load"}), help);
-    EXPECT_EQ(Dump({"ModuleManager", "unload", "Beta"}), help);
-    EXPECT_EQ(Dump({"ModuleManager", "load", "Nope"}),
-              "Load module Nope failed! See Logcat for details.\n");
+    const std::pair<std::vector<const char*>, std::string> cases[] = {
+            {{"Nope"}, "Module Nope not found!!\n"},
+            {{"Refuser"}, "Module Refuser is not running\n"},
+            {{"Beta", "x"}, "Dumping module Beta: \nstate of Beta args Beta x" + sep},
+            {{}, all("")},
+            {{"-a"}, all(" -a")},
+            {{"modulemanager", "dump"}, kStatusAllRunningButRefuser},
+            {{"ModuleManager"}, help},
+            {{"ModuleManager", "load"}, help},
+            {{"ModuleManager", "unload", "Beta"}, help},
+            {{"ModuleManager", "load", "Nope"},
+             "Load module Nope failed! See Logcat for details.\n"},
+    };
+    for (const auto& [args, expected] : cases) {
+        EXPECT_EQ(Dump(args), expected) << (args.empty() ? "" : args[0]);
+    }
 }
 
 TEST_F(ModuleManagerTest, RemovedModuleStopsItsThreadAndCanComeBack) {

@@ -4,7 +4,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 #include <vector>
+
+#include "framework/ModuleManager.h"
 
 namespace zelkor::tessel::testing {
 
@@ -31,6 +34,17 @@ class Latch {
     bool mOpen = false;
 };
 
+// Polls until `done` holds; false when the time limit passes first.
+template <typename Pred>
+bool WaitUntil(Pred done, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
 // Records the order in which jobs ran, from any thread.
 class Recorder {
   public:
@@ -47,5 +61,18 @@ class Recorder {
     std::mutex mMutex;
     std::vector<int> mValues;
 };
+
+// Waits until every job queued on the "ModuleManager" thread so far has run,
+// broadcast deliveries included; each further round also waits for what the
+// jobs of the round before queued. Immediate jobs run newest first, so the
+// marker is a due-now delayed job.
+inline bool DrainManagerThread(int rounds = 1) {
+    for (int round = 0; round < rounds; ++round) {
+        Latch done;
+        ModuleManager::GetManagerHandler()->postDelayed([&done] { done.open(); }, 0);
+        if (!done.wait()) return false;
+    }
+    return true;
+}
 
 }  // namespace zelkor::tessel::testing

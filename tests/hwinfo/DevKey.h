@@ -4,10 +4,11 @@
 
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include <openssl/bio.h>
+#include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
-#include <cstring>
+#include <algorithm>
 #include <fstream>
 #include <string>
 
@@ -32,23 +33,15 @@ inline std::string DecryptWithDevKey(const std::string& cipher) {
     return plain;
 }
 
-// Standard base64 back to bytes (the records' own alphabet, '=' padding).
+// Standard base64 back to bytes (the records' own alphabet, '=' padding);
+// empty when the text is not base64.
 inline std::string DecodeBase64(const std::string& text) {
-    static const char kAlphabet[] =
-            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    unsigned value = 0;
-    int bits = 0;
-    for (char c : text) {
-        const char* at = strchr(kAlphabet, c);
-        if (c == '=' || c == '\0' || at == nullptr) break;
-        value = (value << 6) | static_cast<unsigned>(at - kAlphabet);
-        bits += 6;
-        if (bits >= 8) {
-            bits -= 8;
-            out += static_cast<char>((value >> bits) & 0xff);
-        }
-    }
+    std::string out(text.size() / 4 * 3, '\0');
+    const int n = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(out.data()),
+                                  reinterpret_cast<const unsigned char*>(text.data()),
+                                  static_cast<int>(text.size()));
+    const size_t padding = text.size() - std::min(text.size(), text.find_last_not_of('=') + 1);
+    out.resize(n < 0 ? 0 : static_cast<size_t>(n) - padding);
     return out;
 }
 

@@ -54,17 +54,15 @@ TEST(LogManagerUtilTest, ConfigListsKeepWhatConvertedAndPointChildrenAtTheirReco
 TEST(LogManagerUtilTest, FoldersResolveFromPathParentAndVendorFlags) {
     auto configs = Configs(kExample);
     const LogConfig& modem = configs[0];
-    EXPECT_EQ(LogManagerUtil::GetFullPathByConfig(modem, false), "/data/kestralog/bsp/modem");
-    EXPECT_EQ(LogManagerUtil::GetFullPathByConfig(modem, true), "/data/vendor/bsplog/modem");
-    EXPECT_EQ(LogManagerUtil::GetFullPathByConfig(configs[1], false), "/x/y");
-    EXPECT_EQ(LogManagerUtil::GetFullPathByConfig(configs[2], false), "/data/vendor/bsplog/audio");
-    EXPECT_EQ(LogManagerUtil::GetFullPathByConfig(modem.children[0], true),
-              "/data/kestralog/bsp/modem/ssr")
+    const auto path = LogManagerUtil::GetFullPathByConfig;
+    EXPECT_EQ(path(modem, false), "/data/kestralog/bsp/modem");
+    EXPECT_EQ(path(modem, true), "/data/vendor/bsplog/modem");
+    EXPECT_EQ(path(configs[1], false), "/x/y");
+    EXPECT_EQ(path(configs[2], false), "/data/vendor/bsplog/audio");
+    EXPECT_EQ(path(modem.children[0], true), "/data/kestralog/bsp/modem/ssr")
             << "the child's own flag goes up, not the argument";
-    EXPECT_EQ(LogManagerUtil::GetFullPathByConfig(modem.children[1], false),
-              "/data/vendor/bsplog/modem/vendor_child");
-    EXPECT_EQ(LogManagerUtil::GetFullPathByConfig(modem.children[1].children[0], false),
-              "/data/kestralog/bsp/grandchild")
+    EXPECT_EQ(path(modem.children[1], false), "/data/vendor/bsplog/modem/vendor_child");
+    EXPECT_EQ(path(modem.children[1].children[0], false), "/data/kestralog/bsp/grandchild")
             << "a grandchild has no parent pointer";
 }
 

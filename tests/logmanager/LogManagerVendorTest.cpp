@@ -3,6 +3,7 @@
 // the test's thread and file events are not acted on.
 #include "modules/LogManager/LogManagerVendor.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -27,7 +28,8 @@ namespace {
 namespace fs = std::filesystem;
 using testing::LogCapture;
 
-constexpr char kModem[] = "/data/vendor/bsplog/modem";
+const std::string kModem = "/data/vendor/bsplog/modem";
+using List = std::vector<std::string>;
 
 // The dated name of the day `daysAgo` days before now, at 10:00:00.
 std::string DatedName(int daysAgo, const char* prefix = "", const char* suffix = "") {
@@ -98,6 +100,11 @@ class LogManagerVendorTest : public ::testing::Test {
         mModule.addFolderToManage(value);
     }
 
+    // Whether the module logged this line.
+    bool Logged(const std::string& line) const {
+        return mLog.contains("Halvex-LogManagerVendor", "[CheckAndClean] " + line);
+    }
+
     testing::TempRoot mRoot;
     LogCapture mLog;
     LogManagerVendor mModule;
@@ -127,13 +134,13 @@ TEST_F(LogManagerVendorTest, CountLimitDeletesTheLexicallySmallestNames) {
 }
 
 TEST_F(LogManagerVendorTest, SizeLimitIsInKiBAndCountsFilesExactly) {
-    for (const char* name : {"a", "b", "c", "d"}) File(std::string(kModem) + "/" + name, 256 << 10);
+    for (const char* name : {"a", "b", "c", "d"}) File(kModem + "/" + name, 256 << 10);
     Configure(R"([{"folderName": "modem", "inVendor": true, "maxSize": 1024}])");
     EXPECT_EQ(Names(kModem).size(), 4u) << "exactly 1 MiB is within 1024 KiB";
 
-    File(std::string(kModem) + "/e", 1);
+    File(kModem + "/e", 1);
     ASSERT_TRUE(mModule.CheckAndClean(kModem));
-    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"b", "c", "d", "e"}));
+    EXPECT_EQ(Names(kModem), (List{"b", "c", "d", "e"}));
 }
 
 TEST_F(LogManagerVendorTest, AgeLimitReadsDatedFoldersAndRamdumpFileNames) {
@@ -144,16 +151,15 @@ TEST_F(LogManagerVendorTest, AgeLimitReadsDatedFoldersAndRamdumpFileNames) {
     Configure(R"([{"folderName": "modem", "inVendor": true, "maxValidDay": 7},
                   {"folderName": "ssr", "inVendor": true, "maxValidDay": 7,
                    "watchSSRRamdumpHack": true}])");
-    EXPECT_EQ(Names(kModem), (std::vector<std::string>{DatedName(6), DatedName(0)}));
-    EXPECT_EQ(Names(ssr),
-              (std::vector<std::string>{"notes.txt", DatedName(0, "ramdump_modem_", ".bin")}));
-    EXPECT_TRUE(mLog.contains("Halvex-LogManagerVendor",
-                              "[CheckAndClean] OldRamdumpFileFormatHack: fileName notes.txt not "
-                              "matched regex, skip!"));
+    EXPECT_EQ(Names(kModem), (List{DatedName(6), DatedName(0)}));
+    EXPECT_EQ(Names(ssr), (List{"notes.txt", DatedName(0, "ramdump_modem_", ".bin")}));
+    EXPECT_TRUE(
+            Logged("OldRamdumpFileFormatHack: fileName notes.txt not "
+                   "matched regex, skip!"));
 }
 
 TEST_F(LogManagerVendorTest, ParentsAreLeftToTheirChildrenAndPushOnlyFoldersKeepEverything) {
-    const std::string child = std::string(kModem) + "/ssr";
+    const std::string child = kModem + "/ssr";
     const std::string push = "/data/vendor/bsplog/audio";
     for (const char* name : {"1", "2", "3"}) {
         Entry(kModem, std::string("x") + name);
@@ -164,11 +170,10 @@ TEST_F(LogManagerVendorTest, ParentsAreLeftToTheirChildrenAndPushOnlyFoldersKeep
                    "children": [{"folderName": "ssr", "inVendor": true, "maxLogNumber": 1}]},
                   {"folderName": "audio", "inVendor": true, "maxLogNumber": 1,
                    "pushEventOnly": true}])");
-    EXPECT_EQ(Names(child), (std::vector<std::string>{"3"}));
+    EXPECT_EQ(Names(child), (List{"3"}));
     EXPECT_EQ(Names(kModem).size(), 4u) << "three entries and the child folder";
     EXPECT_EQ(Names(push).size(), 3u);
-    EXPECT_TRUE(mLog.contains("Halvex-LogManagerVendor",
-                              "[CheckAndClean] found children items, ignore master folder clean"));
+    EXPECT_TRUE(Logged("found children items, ignore master folder clean"));
     // Appending again re-points every child at the record the module holds.
     Configure(R"([{"folderName": "wlan", "inVendor": true, "maxLogNumber": 1,
                    "children": [{"folderName": "fw", "inVendor": true, "maxLogNumber": 1}]}])");
@@ -187,44 +192,38 @@ TEST_F(LogManagerVendorTest, CompressionZipsAllAtStartUpThenLeavesTheNewest) {
     for (const char* name : {"a", "b"}) Entry(kModem, name, 5000);
     Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 10,
                    "compress": true}])");
-    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"a.zip", "b.zip"})) << "start-up pass";
+    EXPECT_EQ(Names(kModem), (List{"a.zip", "b.zip"})) << "start-up pass";
     struct stat st {};
-    ASSERT_EQ(stat(Host(std::string(kModem) + "/a.zip").c_str(), &st), 0);
+    ASSERT_EQ(stat(Host(kModem + "/a.zip").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0775u);
 
     for (const char* name : {"c", "d", "e"}) Entry(kModem, name, 5000);
     // An entry that cannot be read whole: its archive is dropped, it stays.
-    fs::create_directories(Host(std::string(kModem) + "/bad"));
-    fs::create_symlink("/nowhere", Host(std::string(kModem) + "/bad/dangling"));
+    fs::create_directories(Host(kModem + "/bad"));
+    fs::create_symlink("/nowhere", Host(kModem + "/bad/dangling"));
     ASSERT_TRUE(mModule.CheckAndClean(kModem));
-    EXPECT_EQ(Names(kModem),
-              (std::vector<std::string>{"a.zip", "b.zip", "bad", "c.zip", "d.zip", "e"}));
-    EXPECT_TRUE(mLog.contains(
-            "Halvex-LogManagerVendor",
-            "[CheckAndClean] Compress the path: " + std::string(kModem) + "/bad returned error!"));
+    EXPECT_EQ(Names(kModem), (List{"a.zip", "b.zip", "bad", "c.zip", "d.zip", "e"}));
+    EXPECT_TRUE(Logged("Compress the path: " + kModem + "/bad returned error!"));
 }
 
 TEST_F(LogManagerVendorTest, SizeAfterACompressedCleanCountsArchivesAndFoldersOnly) {
     Configure(R"([{"folderName": "modem", "inVendor": true, "maxSize": 48,
                    "compress": true}])");
-    File(std::string(kModem) + "/0.txt", 100);
+    File(kModem + "/0.txt", 100);
     Entry(kModem, "a", 30 << 10);
-    File(std::string(kModem) + "/b.zip", 10 << 10);
+    File(kModem + "/b.zip", 10 << 10);
     Entry(kModem, "c", 30 << 10);
     ASSERT_TRUE(mModule.CheckAndClean(kModem));
     // Over 48 KiB until 0.txt and a are gone; b.zip is an archive already and
     // c, the newest, waits for the next check.
-    ASSERT_EQ(Names(kModem), (std::vector<std::string>{"b.zip", "c"}));
-    const uint64_t after = FileUtil::GetDirectorySize(Host(std::string(kModem) + "/c")) +
-                           fs::file_size(Host(std::string(kModem) + "/b.zip"));
-    char path[] = "/tmp/tessel-dump.XXXXXX";
-    const int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
+    ASSERT_EQ(Names(kModem), (List{"b.zip", "c"}));
+    const uint64_t after = FileUtil::GetDirectorySize(Host(kModem + "/c")) +
+                           fs::file_size(Host(kModem + "/b.zip"));
+    const int fd = open(Host("/dump").c_str(), O_CREAT | O_WRONLY, 0600);
     mModule.dump(fd, nullptr, 0);
     close(fd);
-    std::ifstream in(path);
+    std::ifstream in(Host("/dump"));
     const std::string dump((std::istreambuf_iterator<char>(in)), {});
-    unlink(path);
     EXPECT_NE(dump.find("deleted 2, " + std::to_string(after) + " bytes after, over size 1"),
               std::string::npos)
             << dump;
@@ -240,16 +239,12 @@ TEST_F(LogManagerVendorTest, OldEntriesMoveToTheReusePartitionWithinItsQuota) {
     Entry(kModem, "d", 10 << 10);
     Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 1,
                    "reuseMaxSize": 100}])");
-    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"d"}));
+    EXPECT_EQ(Names(kModem), (List{"d"}));
     // a fitted beside r1 and r2; b was larger than the quota and only deleted;
     // c made room by dropping the reuse side's first name, which was a.
-    EXPECT_EQ(Names(reuse), (std::vector<std::string>{"c", "r1", "r2"}));
-    EXPECT_TRUE(mLog.contains(
-            "Halvex-LogManagerVendor",
-            "[CheckAndClean] Start delete A/B reused partition file: " + reuse + "/a"));
-    EXPECT_TRUE(mLog.contains(
-            "Halvex-LogManagerVendor",
-            "[CheckAndClean] Log " + std::string(kModem) + "/b size is too large to move file."));
+    EXPECT_EQ(Names(reuse), (List{"c", "r1", "r2"}));
+    EXPECT_TRUE(Logged("Start delete A/B reused partition file: " + reuse + "/a"));
+    EXPECT_TRUE(Logged("Log " + kModem + "/b size is too large to move file."));
     std::ifstream moved(Host(reuse + "/c/kernel.log"), std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(moved), {}), std::string(10 << 10, 'x'));
 
@@ -257,8 +252,8 @@ TEST_F(LogManagerVendorTest, OldEntriesMoveToTheReusePartitionWithinItsQuota) {
     ASSERT_TRUE(platform::SetProperty("persist.sys.abreuse.abstatus", "0"));
     Entry(kModem, "e");
     ASSERT_TRUE(mModule.CheckAndClean(kModem));
-    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"e"}));
-    EXPECT_EQ(Names(reuse), (std::vector<std::string>{"c", "r1", "r2"}));
+    EXPECT_EQ(Names(kModem), (List{"e"}));
+    EXPECT_EQ(Names(reuse), (List{"c", "r1", "r2"}));
 }
 
 TEST_F(LogManagerVendorTest, LostEventsMakeEveryWatchedFolderChecked) {
@@ -272,44 +267,44 @@ TEST_F(LogManagerVendorTest, LostEventsMakeEveryWatchedFolderChecked) {
     }
     // Here no thread acts on the events: as if the kernel had dropped them.
     mModule.checkAllWatched();
-    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"b"}));
-    EXPECT_EQ(Names(wlan), (std::vector<std::string>{"b"}));
+    EXPECT_EQ(Names(kModem), (List{"b"}));
+    EXPECT_EQ(Names(wlan), (List{"b"}));
 }
 
 TEST_F(LogManagerVendorTest, ReceiverTakesEachKindOfConfigurationExtra) {
-    auto intent = [](const char* action, const char* key, ExtraValue value) {
-        Intent i(action);
-        i.putExtra(key, std::move(value));
-        return i;
-    };
     constexpr char kAppend[] = "zelkor.halvex.logmgr.config_append";
     constexpr char kTag[] = "Halvex-LogMgr-onReceive";
+    auto intent = [](const char* action, ExtraValue value) {
+        Intent i(action);
+        i.putExtra("config", std::move(value));
+        return i;
+    };
+    auto apply = [&](const Intent& i) { LogMgrBroadcastReceiver::apply(&mModule, i); };
     LogConfig record;
     record.folderName = "modem";
     record.inVendor = true;
     record.maxLogNumber = 1;
     // A record in the any-typed slot, as an in-process sender puts it.
-    LogMgrBroadcastReceiver::apply(&mModule, intent(kAppend, "config", std::any(record)));
+    apply(intent(kAppend, std::any(record)));
     ASSERT_EQ(mModule.configs().size(), 1u);
     EXPECT_TRUE(fs::is_directory(Host(kModem)));
-    LogMgrBroadcastReceiver::apply(&mModule, intent(kAppend, "config", std::any(42)));
+    apply(intent(kAppend, std::any(42)));
     EXPECT_TRUE(mLog.contains(kTag, "[apply] obj is not a valid LogConfig! e.what bad any_cast"));
-    LogMgrBroadcastReceiver::apply(&mModule, intent(kAppend, "config", std::string("modem")));
+    apply(intent(kAppend, std::string("modem")));
     EXPECT_TRUE(mLog.contains(kTag, "[apply] Intent extra is invalid for log manager!!"));
-    LogMgrBroadcastReceiver::apply(&mModule, Intent(kAppend));  // no extras: nothing
+    apply(Intent(kAppend));  // no extras: nothing
     EXPECT_EQ(mModule.configs().size(), 1u);
 
     Json::Value list;
     ASSERT_TRUE(JsonUtil::ConvertStringToJson(
             R"([{"folderName": "wlan", "inVendor": true, "maxLogNumber": 2}])", list));
-    LogMgrBroadcastReceiver::apply(&mModule,
-                                   intent("zelkor.halvex.logmgr.config_changed", "config", list));
+    apply(intent("zelkor.halvex.logmgr.config_changed", list));
     ASSERT_EQ(mModule.configs().size(), 1u) << "replaced whole";
     EXPECT_EQ(mModule.configs()[0].folderName, "wlan");
 
     // Not running yet (no module thread): the broadcast is named and dropped.
     LogMgrBroadcastReceiver receiver(&mModule);
-    receiver.onReceive(intent(kAppend, "config", list));
+    receiver.onReceive(intent(kAppend, list));
     EXPECT_TRUE(mLog.contains("Halvex-LogMgrBroadcastReceiver",
                               "[onReceive] zelkor.halvex.logmgr.config_append arrived before the "
                               "module runs, dropped"));
@@ -318,17 +313,13 @@ TEST_F(LogManagerVendorTest, ReceiverTakesEachKindOfConfigurationExtra) {
 TEST_F(LogManagerVendorTest, AFullDiskKeepsTheSourceOfAnArchiveAndTheQuotaOfAMove) {
     SmallDisk disk(Host(kModem), "64k");
     if (!disk.mounted()) GTEST_SKIP() << "cannot mount a tmpfs here";
-    File(std::string(kModem) + "/a/fw.bin", 0);
-    std::ofstream(Host(std::string(kModem) + "/a/fw.bin"), std::ios::binary)
-            << Incompressible(40 << 10);
+    File(kModem + "/a/fw.bin", 0);
+    std::ofstream(Host(kModem + "/a/fw.bin"), std::ios::binary) << Incompressible(40 << 10);
     // The archive needs as much again as the entry: the disk fills up.
     Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 5,
                    "compress": true}])");
-    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"a"}))
-            << "source kept, partial archive gone";
-    EXPECT_TRUE(mLog.contains(
-            "Halvex-LogManagerVendor",
-            "[CheckAndClean] Compress the path: " + std::string(kModem) + "/a returned error!"));
+    EXPECT_EQ(Names(kModem), (List{"a"})) << "source kept, partial archive gone";
+    EXPECT_TRUE(Logged("Compress the path: " + kModem + "/a returned error!"));
 
     // The reuse side runs out of space during the copy, as when it goes away
     // mid-move: the copy fails, and the entry leaves the folder all the same.
@@ -340,31 +331,28 @@ TEST_F(LogManagerVendorTest, AFullDiskKeepsTheSourceOfAnArchiveAndTheQuotaOfAMov
     Configure(R"([{"folderName": "wlan", "inVendor": true, "maxLogNumber": 1,
                    "reuseMaxSize": 1000}])");
     ASSERT_TRUE(mModule.CheckAndClean(wlan));  // later configurations only add watches
-    EXPECT_EQ(Names(wlan), (std::vector<std::string>{"y"}));
-    EXPECT_TRUE(mLog.contains("Halvex-LogManagerVendor",
-                              "[CheckAndClean] Move file " + wlan + "/x to A/B reused partition " +
-                                      reuse + "/x failed,error: No space left on device"));
+    EXPECT_EQ(Names(wlan), (List{"y"}));
+    EXPECT_TRUE(Logged("Move file " + wlan + "/x to A/B reused partition " + reuse +
+                       "/x failed,error: No space left on device"));
 }
 
 TEST_F(LogManagerVendorTest, UnknownVanishedOrReplacedFoldersAreSkipped) {
     Configure(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 1}])");
     EXPECT_FALSE(mModule.CheckAndClean("/data/vendor/bsplog/unknown"));
-    EXPECT_TRUE(mLog.contains("Halvex-LogManagerVendor",
-                              "[CheckAndClean] get config failed for /data/vendor/bsplog/unknown"));
+    EXPECT_TRUE(Logged("get config failed for /data/vendor/bsplog/unknown"));
     fs::remove_all(Host(kModem));
     EXPECT_FALSE(mModule.CheckAndClean(kModem));
     std::ofstream(Host(kModem)) << "now a file";
     EXPECT_FALSE(mModule.CheckAndClean(kModem));
-    EXPECT_EQ(mLog.count("Halvex-LogManagerVendor",
-                         "[CheckAndClean] can not open dir " + std::string(kModem)),
+    EXPECT_EQ(mLog.count("Halvex-LogManagerVendor", "[CheckAndClean] can not open dir " + kModem),
               2);
     // Entries other than folders and files count for nothing and are still
     // deleted first by name.
     fs::remove(Host(kModem));
     Entry(kModem, "b");
-    ASSERT_EQ(mkfifo(Host(std::string(kModem) + "/a-fifo").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo(Host(kModem + "/a-fifo").c_str(), 0600), 0);
     ASSERT_TRUE(mModule.CheckAndClean(kModem));
-    EXPECT_EQ(Names(kModem), (std::vector<std::string>{"b"}));
+    EXPECT_EQ(Names(kModem), (List{"b"}));
 }
 
 }  // namespace

@@ -13,7 +13,6 @@
 #include <fstream>
 #include <mutex>
 #include <thread>
-#include <tuple>
 
 #include "LogCapture.h"
 #include "TempRoot.h"
@@ -32,21 +31,45 @@ struct Event {
     uint32_t mask;
     std::optional<std::string> name;
     std::string watched;
+    bool operator==(const Event& o) const {
+        return mask == o.mask && name == o.name && watched == o.watched;
+    }
+    friend void PrintTo(const Event& e, std::ostream* os) {
+        *os << std::hex << e.mask << " " << e.name.value_or("(none)") << " " << e.watched;
+    }
 };
 
+// Records the events it is given. A stalled one instead holds its first
+// callback until released, so that the kernel's queue fills up.
 class RecordingListener : public FileEventListener {
   public:
-    RecordingListener(const std::vector<std::string>& paths, uint32_t mask = kMask)
-        : FileEventListener("TestListener", paths, mask, false) {
+    RecordingListener(const std::vector<std::string>& paths, uint32_t mask = kMask,
+                      bool stalled = false)
+        : FileEventListener("TestListener", paths, mask, false), mStalled(stalled) {
         startListening();
     }
     ~RecordingListener() override { stopListening(); }
 
     void OnFileEvent(uint32_t mask, std::optional<std::string> name,
                      const std::string& watched) override {
-        std::lock_guard<std::mutex> lock(mLock);
+        std::unique_lock<std::mutex> lock(mLock);
+        mCond.wait(lock, [&] { return !mStalled; });
         mEvents.push_back({mask, std::move(name), watched});
         mCond.notify_all();
+    }
+    void OnQueueOverflow() override {
+        std::lock_guard<std::mutex> lock(mLock);
+        mOverflowed = true;
+        mCond.notify_all();
+    }
+    void release() {
+        std::lock_guard<std::mutex> lock(mLock);
+        mStalled = false;
+        mCond.notify_all();
+    }
+    bool waitForOverflow() {
+        std::unique_lock<std::mutex> lock(mLock);
+        return mCond.wait_for(lock, 20s, [&] { return mOverflowed; });
     }
 
     // The events once there are at least `count`, or what came within 10 s.
@@ -60,6 +83,8 @@ class RecordingListener : public FileEventListener {
     std::mutex mLock;
     std::condition_variable mCond;
     std::vector<Event> mEvents;
+    bool mStalled;
+    bool mOverflowed = false;
 };
 
 size_t CountEntries(const char* dir) {
@@ -101,18 +126,12 @@ TEST_F(FileEventListenerTest, DeliversEventsWithNamesAndTheWatchedDevicePath) {
 
     // The folder's removal ends its watch: the kernel's IN_IGNORED still names
     // a watched descriptor and reaches the callback, as it would on a device.
-    const std::vector<std::tuple<uint32_t, std::optional<std::string>, std::string>> expected = {
+    const std::vector<Event> expected = {
             {IN_CREATE, "kernel.log", "/logs/a"},      {IN_CREATE, std::nullopt, "/logs/b"},
             {IN_DELETE, "kernel.log", "/logs/a"},      {IN_DELETE, std::nullopt, "/logs/b"},
             {IN_DELETE_SELF, std::nullopt, "/logs/b"}, {IN_IGNORED, std::nullopt, "/logs/b"},
     };
-    auto events = listener.waitFor(expected.size());
-    ASSERT_EQ(events.size(), expected.size());
-    for (size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(events[i].mask, std::get<0>(expected[i])) << i;
-        EXPECT_EQ(events[i].name, std::get<1>(expected[i])) << i;
-        EXPECT_EQ(events[i].watched, std::get<2>(expected[i])) << i;
-    }
+    EXPECT_EQ(listener.waitFor(expected.size()), expected);
 }
 
 TEST_F(FileEventListenerTest, ManyEventsArriveInOrderAcrossReads) {
@@ -161,45 +180,11 @@ TEST_F(FileEventListenerTest, WatchesAreAddedOnceAndRemovedByPathOrDescriptor) {
     EXPECT_EQ(events[1].watched, "/logs/b");
 }
 
-// Held in its first callback until released, so the kernel's queue fills up.
-class StalledListener : public FileEventListener {
-  public:
-    explicit StalledListener(const std::vector<std::string>& paths)
-        : FileEventListener("Stalled", paths, IN_CREATE, false) {
-        startListening();
-    }
-    ~StalledListener() override { stopListening(); }
-    void OnFileEvent(uint32_t, std::optional<std::string>, const std::string&) override {
-        std::unique_lock<std::mutex> lock(mLock);
-        mCond.wait(lock, [&] { return mReleased; });
-    }
-    void OnQueueOverflow() override {
-        std::lock_guard<std::mutex> lock(mLock);
-        mOverflowed = true;
-        mCond.notify_all();
-    }
-    void release() {
-        std::lock_guard<std::mutex> lock(mLock);
-        mReleased = true;
-        mCond.notify_all();
-    }
-    bool waitForOverflow() {
-        std::unique_lock<std::mutex> lock(mLock);
-        return mCond.wait_for(lock, 20s, [&] { return mOverflowed; });
-    }
-
-  private:
-    std::mutex mLock;
-    std::condition_variable mCond;
-    bool mReleased = false;
-    bool mOverflowed = false;
-};
-
 TEST_F(FileEventListenerTest, AQueueOverflowIsAnnounced) {
     size_t limit = 0;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
     if (limit == 0 || limit > 100000) GTEST_SKIP() << "inotify queue limit " << limit;
-    StalledListener listener({"/logs/a"});
+    RecordingListener listener({"/logs/a"}, IN_CREATE, /*stalled=*/true);
     // More creations than the queue holds while the first callback waits,
     // with room for what the loop's first read took out of it.
     for (size_t i = 0; i < limit + 600; ++i) {

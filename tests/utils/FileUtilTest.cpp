@@ -26,6 +26,26 @@ class FileUtilTest : public ::testing::Test {
 
     std::string Path(const std::string& rel) const { return root_.path() + "/" + rel; }
 
+    // Builds entries under the root, in order: "dir/" a folder (mode 0755),
+    // "link->target" a symbolic link, "file=bytes" or "file:N" a file of N
+    // bytes.
+    void Make(std::initializer_list<std::string> specs) const {
+        for (const std::string& spec : specs) {
+            if (spec.back() == '/') {
+                ASSERT_EQ(mkdir(Path(spec).c_str(), 0755), 0) << spec;
+            } else if (size_t arrow = spec.find("->"); arrow != std::string::npos) {
+                ASSERT_EQ(symlink(spec.substr(arrow + 2).c_str(),
+                                  Path(spec.substr(0, arrow)).c_str()),
+                          0);
+            } else if (size_t colon = spec.find(':'); colon != std::string::npos) {
+                WriteFile(spec.substr(0, colon),
+                          std::string(std::stoul(spec.substr(colon + 1)), 'x'));
+            } else {
+                WriteFile(spec.substr(0, spec.find('=')), spec.substr(spec.find('=') + 1));
+            }
+        }
+    }
+
     // FileUtil's error lines, in order.
     std::vector<std::string> Errors() const {
         std::vector<std::string> errors;
@@ -46,16 +66,13 @@ class FileUtilTest : public ::testing::Test {
         return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
     }
 
-    static mode_t ModeOf(const std::string& path) {
+    // The mode bits or the size of what is at rel itself.
+    mode_t ModeOf(const std::string& rel) const { return Lstat(rel).st_mode & 07777; }
+    int64_t SizeOf(const std::string& rel) const { return Lstat(rel).st_size; }
+    struct stat Lstat(const std::string& rel) const {
         struct stat st {};
-        EXPECT_EQ(lstat(path.c_str(), &st), 0) << path;
-        return st.st_mode & 07777;
-    }
-
-    static int64_t LstatSize(const std::string& path) {
-        struct stat st {};
-        EXPECT_EQ(lstat(path.c_str(), &st), 0) << path;
-        return st.st_size;
+        EXPECT_EQ(lstat(Path(rel).c_str(), &st), 0) << rel;
+        return st;
     }
 
     testing::TempRoot root_;
@@ -67,83 +84,59 @@ TEST_F(FileUtilTest, CreateDirectoryGivesModeOnlyToNewLevels) {
     ASSERT_EQ(mkdir(Path("x").c_str(), 0700), 0);
     // Relative and slash-padded on purpose: the path is always taken from "/".
     EXPECT_TRUE(FileUtil::CreateDirectory(Path("x/y/z/").substr(1), 0750));
-    EXPECT_EQ(ModeOf(Path("x")), 0700u);
-    EXPECT_EQ(ModeOf(Path("x/y")), 0750u);
-    EXPECT_EQ(ModeOf(Path("x/y/z")), 0750u);
+    EXPECT_EQ(ModeOf("x"), 0700u);
+    EXPECT_EQ(ModeOf("x/y"), 0750u);
+    EXPECT_EQ(ModeOf("x/y/z"), 0750u);
 
     // An existing path is accepted as it is.
     EXPECT_TRUE(FileUtil::CreateDirectory(Path("x"), 0755));
-    EXPECT_EQ(ModeOf(Path("x")), 0700u);
+    EXPECT_EQ(ModeOf("x"), 0700u);
     EXPECT_TRUE(Errors().empty());
-}
 
-TEST_F(FileUtilTest, CreateDirectoryUnderFileFailsAndLogs) {
-    WriteFile("f", "x");
+    Make({"f=x"});
     EXPECT_FALSE(FileUtil::CreateDirectory(Path("f/sub"), 0755));
-    ASSERT_EQ(Errors().size(), 1u);
-    EXPECT_EQ(Errors()[0], "[CreateDirectory] mkdir " + Path("f/sub") + " failed, " +
-                                   Path("f/sub") + ", err:Not a directory");
+    EXPECT_EQ(Errors(),
+              std::vector<std::string>{"[CreateDirectory] mkdir " + Path("f/sub") + " failed, " +
+                                       Path("f/sub") + ", err:Not a directory"});
 }
 
-TEST_F(FileUtilTest, GetFileSizeKeepsLow32Bits) {
+TEST_F(FileUtilTest, SizesOfFilesKeepTheLow32BitsAndOfTreesCountLinksAsThemselves) {
     int fd = open(Path("big").c_str(), O_CREAT | O_WRONLY, 0644);
     ASSERT_GE(fd, 0);
     ASSERT_EQ(ftruncate(fd, 5LL << 30), 0);  // sparse: no real 5 GiB written
     close(fd);
     EXPECT_EQ(FileUtil::GetFileSize(Path("big")), 1u << 30);
     EXPECT_EQ(FileUtil::GetFileSize(Path("missing")), 0u);
-}
 
-TEST_F(FileUtilTest, GetDirectorySizeCountsTreeWithoutFollowingLinks) {
     EXPECT_EQ(FileUtil::GetDirectorySize(Path("missing")), -1);
     EXPECT_EQ(Errors().size(), 1u);
-    ASSERT_EQ(mkdir(Path("d").c_str(), 0755), 0);
-    EXPECT_EQ(FileUtil::GetDirectorySize(Path("d")), LstatSize(Path("d")));
-
-    ASSERT_EQ(mkdir(Path("d/sub").c_str(), 0755), 0);
-    WriteFile("d/a", std::string(100, 'a'));
-    WriteFile("d/sub/b", std::string(10, 'b'));
-    WriteFile("outside", std::string(5000, 'o'));
-    ASSERT_EQ(symlink(Path("outside").c_str(), Path("d/link").c_str()), 0);
-    EXPECT_EQ(
-            FileUtil::GetDirectorySize(Path("d")),
-            LstatSize(Path("d")) + LstatSize(Path("d/sub")) + 100 + 10 + LstatSize(Path("d/link")));
+    Make({"d/"});
+    EXPECT_EQ(FileUtil::GetDirectorySize(Path("d")), SizeOf("d"));
+    Make({"d/sub/", "d/a:100", "d/sub/b:10", "outside:5000", "d/link->" + Path("outside")});
+    EXPECT_EQ(FileUtil::GetDirectorySize(Path("d")),
+              SizeOf("d") + SizeOf("d/sub") + 100 + 10 + SizeOf("d/link"));
 }
 
-TEST_F(FileUtilTest, DeleteFileSetsCounter) {
-    WriteFile("f", std::string(123, 'f'));
+TEST_F(FileUtilTest, DeleteSetsTheCounterForAFileAndAddsToItForATree) {
+    Make({"f:123", "empty/", "d/", "d/sub/", "d/a:100", "d/sub/b:10"});
+    const uint64_t emptyDirSize = SizeOf("empty");
     uint64_t freed = 999;
     EXPECT_EQ(FileUtil::DeleteDirectoryOrFile(Path("f"), &freed), 0);
     EXPECT_EQ(freed, 123u);
     EXPECT_FALSE(FileUtil::FileExist(Path("f")));
-
     freed = 7;
     EXPECT_EQ(FileUtil::DeleteDirectoryOrFile(Path("f"), &freed), -1);
     EXPECT_EQ(freed, 7u);
-}
 
-TEST_F(FileUtilTest, DeleteTreeAddsToCounter) {
-    ASSERT_EQ(mkdir(Path("empty").c_str(), 0755), 0);
-    const uint64_t emptyDirSize = LstatSize(Path("empty"));
-    ASSERT_EQ(mkdir(Path("d").c_str(), 0755), 0);
-    ASSERT_EQ(mkdir(Path("d/sub").c_str(), 0755), 0);
-    WriteFile("d/a", std::string(100, 'a'));
-    WriteFile("d/sub/b", std::string(10, 'b'));
-
-    uint64_t freed = 5;
+    freed = 5;
     EXPECT_EQ(FileUtil::DeleteDirectoryOrFile(Path("d"), &freed), 0);
     // Each directory is measured once emptied.
     EXPECT_EQ(freed, 5 + 100 + 10 + 2 * emptyDirSize);
     EXPECT_FALSE(FileUtil::FileExist(Path("d")));
     EXPECT_EQ(FileUtil::DeleteDirectoryOrFile(Path("empty"), nullptr), 0);
-}
 
-TEST_F(FileUtilTest, DeleteWalksIntoLinkedDirectoryAndStops) {
-    ASSERT_EQ(mkdir(Path("target").c_str(), 0755), 0);
-    WriteFile("target/t", "t");
-    ASSERT_EQ(mkdir(Path("d").c_str(), 0755), 0);
-    ASSERT_EQ(symlink(Path("target").c_str(), Path("d/link").c_str()), 0);
-
+    // A link to a folder is walked into: its target is emptied, the delete stops.
+    Make({"target/", "target/t=t", "d/", "d/link->" + Path("target")});
     EXPECT_NE(FileUtil::DeleteDirectoryOrFile(Path("d"), nullptr), 0);
     EXPECT_FALSE(FileUtil::FileExist(Path("target/t")));
     EXPECT_TRUE(FileUtil::IsDirectory(Path("target")));
@@ -154,10 +147,8 @@ TEST_F(FileUtilTest, CopyFileOrDirectoryCopiesTree) {
     // Not a multiple of the copy chunk, so the short last read is exercised.
     std::string big(10000, '\0');
     for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>(i * 7);
-    ASSERT_EQ(mkdir(Path("src").c_str(), 0755), 0);
-    ASSERT_EQ(mkdir(Path("src/sub").c_str(), 0755), 0);
+    Make({"src/", "src/sub/", "src/empty=", "small=abc"});
     WriteFile("src/sub/big", big);
-    WriteFile("src/empty", "");
 
     EXPECT_TRUE(FileUtil::CopyFileOrDirectory(Path("src"), Path("dst")));
     EXPECT_EQ(ReadFile(Path("dst/sub/big")), big);
@@ -165,39 +156,28 @@ TEST_F(FileUtilTest, CopyFileOrDirectoryCopiesTree) {
     EXPECT_EQ(FileUtil::GetFileSize(Path("dst/empty")), 0u);
 
     // A file onto a longer one replaces it entirely.
-    WriteFile("small", "abc");
     EXPECT_TRUE(FileUtil::CopyFileOrDirectory(Path("small"), Path("dst/sub/big")));
     EXPECT_EQ(ReadFile(Path("dst/sub/big")), "abc");
     EXPECT_TRUE(Errors().empty());
 }
 
-TEST_F(FileUtilTest, CopyFileOrDirectoryRefusesExistingDirectoryAndMissingSource) {
-    ASSERT_EQ(mkdir(Path("src").c_str(), 0755), 0);
-    ASSERT_EQ(mkdir(Path("dst").c_str(), 0755), 0);
+TEST_F(FileUtilTest, CopyFailsOntoAnExistingDirectoryFromNothingAndOntoAFullDevice) {
+    Make({"src/", "dst/", "file:10000"});
     EXPECT_FALSE(FileUtil::CopyFileOrDirectory(Path("src"), Path("dst")));
     EXPECT_FALSE(FileUtil::CopyFileOrDirectory(Path("missing"), Path("out")));
     EXPECT_FALSE(FileUtil::FileExist(Path("out")));
-    ASSERT_EQ(Errors().size(), 2u);
-    EXPECT_EQ(Errors()[0], "[CopyFileOrDirectory] Error creating directory: " + Path("dst"));
-    EXPECT_EQ(Errors()[1], "[CopyFileOrDirectory] Error checking path: No such file or directory");
-}
-
-TEST_F(FileUtilTest, CopyOntoAFullDeviceFails) {
-    WriteFile("src", std::string(10000, 's'));
     // /dev/full accepts the open and fails every write with ENOSPC.
-    EXPECT_FALSE(FileUtil::CopyFileOrDirectory(Path("src"), "/dev/full"));
-    EXPECT_EQ(Errors(), std::vector<std::string>{
-                                "[CopyFileOrDirectory] Error writing destination file: /dev/full"});
+    EXPECT_FALSE(FileUtil::CopyFileOrDirectory(Path("file"), "/dev/full"));
+    EXPECT_EQ(Errors(),
+              (std::vector<std::string>{
+                      "[CopyFileOrDirectory] Error creating directory: " + Path("dst"),
+                      "[CopyFileOrDirectory] Error checking path: No such file or "
+                      "directory",
+                      "[CopyFileOrDirectory] Error writing destination file: /dev/full"}));
 }
 
 TEST_F(FileUtilTest, GetFileListOnDirectoryListsFilesAndLinksOfWholeTree) {
-    ASSERT_EQ(mkdir(Path("d").c_str(), 0755), 0);
-    ASSERT_EQ(mkdir(Path("d/sub").c_str(), 0755), 0);
-    ASSERT_EQ(mkdir(Path("d/sub/emptydir").c_str(), 0755), 0);
-    WriteFile("d/f", "f");
-    WriteFile("d/sub/g", "g");
-    ASSERT_EQ(symlink("nowhere", Path("d/link").c_str()), 0);
-
+    Make({"d/", "d/sub/", "d/sub/emptydir/", "d/f=f", "d/sub/g=g", "d/link->nowhere"});
     std::vector<std::string> files = {"kept"};
     EXPECT_TRUE(FileUtil::GetFileListOnDirectory(Path("d"), files));
     ASSERT_FALSE(files.empty());
