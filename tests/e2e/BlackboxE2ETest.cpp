@@ -1,52 +1,33 @@
 // The blackbox service of the real daemon through tesselctl blackbox, on a
 // root whose partition tessel-image made; tessel-image reads the result back.
 #include <gtest/gtest.h>
-#include <json/json.h>
 
 #include <filesystem>
 #include <fstream>
 
-#include "DaemonRoot.h"
-#include "TempRoot.h"
+#include "BootRunRoot.h"
+#include "DaemonTest.h"
 
 namespace zelkor::tessel::testing {
 namespace {
 
 namespace fs = std::filesystem;
 
-class BlackboxE2ETest : public ::testing::Test {
+class BlackboxE2ETest : public DaemonTest {
   protected:
     void SetUp() override {
-        InstallDaemonManifest(mRoot.path());
         fs::create_directories(Host("/dev/block/by-name"));
         ASSERT_EQ(Run({"tessel-image", "blackbox", "create", Host(kImage)}).status, 0);
-        mDaemon = std::make_unique<Subprocess>(
-                std::vector<std::string>{"tesseld", "--root", mRoot.path()}, Host("/tesseld"));
-        ASSERT_TRUE(WaitFor([&] { return mDaemon->err().find("Tessel is started!") != npos; }))
-                << mDaemon->err();
+        mDaemon = StartDaemon();
     }
-    std::string Host(const std::string& path) const { return mRoot.path() + path; }
-
-    struct Result {
-        int status;
-        std::string out, err;
-    };
-    Result Run(std::vector<std::string> args) {
-        Subprocess tool(std::move(args), mScratch.path() + "/run" + std::to_string(++mRuns));
-        int status = tool.wait();
-        return {status, tool.out(), tool.err()};
-    }
-    Result Box(std::vector<std::string> args) {
-        args.insert(args.begin(), {"tesselctl", "--root", mRoot.path(), "blackbox"});
-        return Run(std::move(args));
+    ToolRun Box(std::vector<std::string> args) {
+        args.insert(args.begin(), "blackbox");
+        return Ctl(std::move(args));
     }
     // The image's dotting records, as tessel-image reads them.
     std::vector<std::string> Records() {
-        Result inspect = Run({"tessel-image", "inspect", Host(kImage), "--json"});
-        Json::Value root;
-        std::string errors;
-        std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-        reader->parse(inspect.out.data(), inspect.out.data() + inspect.out.size(), &root, &errors);
+        const Json::Value root =
+                ParseJson(Run({"tessel-image", "inspect", Host(kImage), "--json"}).out);
         std::vector<std::string> records;
         for (const char* part : {"boot", "ring"}) {
             for (const Json::Value& record : root["blackbox"]["dotting"][part]) {
@@ -56,15 +37,12 @@ class BlackboxE2ETest : public ::testing::Test {
         return records;
     }
 
-    static constexpr size_t npos = std::string::npos;
     static constexpr char kImage[] = "/dev/block/by-name/blackbox";
-    TempRoot mRoot, mScratch;
     std::unique_ptr<Subprocess> mDaemon;
-    int mRuns = 0;
 };
 
 TEST_F(BlackboxE2ETest, EveryMethodThroughTheDaemonLeavesItsRecord) {
-    Result dot = Box({"dot", "e2e", "2026-11-25 8:00:00", "hello"});
+    const ToolRun dot = Box({"dot", "e2e", "2026-11-25 8:00:00", "hello"});
     EXPECT_EQ(dot.status, 1);
     EXPECT_EQ(dot.err.rfind("blackbox dot: UNKNOWN_ERROR (0x80000000)\n", 0), 0u) << dot.err;
 
@@ -73,7 +51,7 @@ TEST_F(BlackboxE2ETest, EveryMethodThroughTheDaemonLeavesItsRecord) {
     EXPECT_EQ(Box({"config", "--json", R"({"isOEMDebugUartLogLevel": true})"}).out, "1\n");
     EXPECT_EQ(Box({"config"}).out,
               "{\"isForceQpstWhenFulldump\":0,\"isOEMDebugUartLogLevel\":1,\"isUartEnable\":0}\n");
-    Result unknown = Box({"config", "IsUartEnable"});
+    const ToolRun unknown = Box({"config", "IsUartEnable"});
     EXPECT_EQ(unknown.status, 1);
     EXPECT_EQ(unknown.err, "blackbox config: INVALID_OPERATION (-38)\n");
 
@@ -82,10 +60,10 @@ TEST_F(BlackboxE2ETest, EveryMethodThroughTheDaemonLeavesItsRecord) {
     EXPECT_EQ(Box({"hwinfo"}).out, "panel: x\n");
     std::ofstream(Host("/dev/kmsg")) << "6,1,0,-;booted\n";
     EXPECT_EQ(Box({"runtime-log"}).out, "6,1,0,-;booted\n");
-    const std::string kmsg = mScratch.path() + "/kmsg";
+    const std::string kmsg = Scratch("kmsg");
     EXPECT_EQ(Box({"runtime-log", "--out", kmsg}).status, 0);
     EXPECT_EQ(ReadWholeFile(kmsg), "6,1,0,-;booted\n");
-    const std::string slot = mScratch.path() + "/slot0";
+    const std::string slot = Scratch("slot0");
     EXPECT_EQ(Box({"log", "--slot", "0", "--out", slot}).status, 0);
     EXPECT_EQ(fs::file_size(slot), 512000u);
     EXPECT_EQ(Box({"log", "--slot", "6"}).err, "blackbox log: INVALID_OPERATION (-38)\n");
@@ -117,7 +95,7 @@ TEST_F(BlackboxE2ETest, ArgumentsThatDoNotFitAreRefusedBeforeAnyCall) {
                                                  {"config", "isUartEnable", "4294967296"},
                                                  {"dot", "only", "two"},
                                                  {"frob"}}) {
-        Result r = Box(args);
+        const ToolRun r = Box(args);
         EXPECT_EQ(r.status, 2) << args[0];
         EXPECT_NE(r.err.find("blackbox "), npos);
     }

@@ -3,13 +3,11 @@
 // the development private key.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <regex>
 
-#include "DaemonRoot.h"
-#include "TempRoot.h"
+#include "DaemonTest.h"
 #include "hwinfo/DevKey.h"
 #include "platform/Platform.h"
 #include "platform/Properties.h"
@@ -24,23 +22,15 @@ constexpr char kImage[] = "/dev/block/by-name/blackbox";
 constexpr uint64_t kHwinfoOffset = 0x9882000;
 constexpr size_t kRecordSize = 346;
 
-class HwInfoE2ETest : public ::testing::Test {
+// A root with a blackbox image, an empty kernel node and every source the
+// module reads, the front camera's fuse id included.
+class HwInfoE2ETest : public DaemonTest {
   protected:
     void SetUp() override {
-        InstallDaemonManifest(mRoot.path());
         ASSERT_TRUE(platform::SetRoot(mRoot.path()));
         fs::create_directories(Host("/dev/block/by-name"));
-        Subprocess image({"tessel-image", "blackbox", "create", Host(kImage)}, Host("/image"));
-        ASSERT_EQ(image.wait(), 0);
+        ASSERT_EQ(Run({"tessel-image", "blackbox", "create", Host(kImage)}).status, 0);
         Put(kNode, "");
-    }
-    std::string Host(const std::string& path) const { return mRoot.path() + path; }
-    void Put(const std::string& path, const std::string& text) const {
-        fs::create_directories(fs::path(Host(path)).parent_path());
-        std::ofstream(Host(path)) << text;
-    }
-    // Every file source, and every property but the front camera's.
-    void AllSources() const {
         Put("/proc/mv", "LPDDR5X 12GB\nUFS4.0 256GB\n");
         Put("/sys/devices/soc0/revision", "2.0\n");
         Put("/sys/devices/soc0/serial_number", "0x5eed\n");
@@ -57,10 +47,11 @@ class HwInfoE2ETest : public ::testing::Test {
               "vendor.camera.sensor.rearTele.fuseID", "vendor.camera.sensor.rearUltra.fuseID"}) {
             ASSERT_TRUE(platform::SetProperty(key, std::string("v-") + key));
         }
+        ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
     }
     void Start() {
-        mDaemon = std::make_unique<Subprocess>(
-                std::vector<std::string>{"tesseld", "--root", mRoot.path()}, Host("/tesseld"));
+        mDaemon.reset();
+        mDaemon = StartDaemon();
     }
     std::string Log() const { return mDaemon->err(); }
     std::vector<std::string> NodeLines() const {
@@ -80,18 +71,14 @@ class HwInfoE2ETest : public ::testing::Test {
         }
         return records;
     }
-    bool Done() const { return Log().find("failed after retry") != std::string::npos; }
 
-    TempRoot mRoot;
     std::unique_ptr<Subprocess> mDaemon;
 };
 
 TEST_F(HwInfoE2ETest, TheCameraGateHoldsTheRunThenEighteenRecordsGoToBothPlaces) {
-    AllSources();
+    fs::remove(Host("/dev/__properties__/vendor.camera.sensor.frontMain.fuseID"));
     Start();
-    ASSERT_TRUE(WaitFor([&] {
-        return Log().find("not ready, waiting for camera hal init") != std::string::npos;
-    })) << Log();
+    ASSERT_TRUE(Logged(*mDaemon, "not ready, waiting for camera hal init")) << Log();
     EXPECT_TRUE(NodeLines().empty()) << "nothing before the front camera's fuse id";
     ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
     ASSERT_TRUE(WaitFor([&] { return NodeLines().size() == 18; })) << Log();
@@ -102,140 +89,89 @@ TEST_F(HwInfoE2ETest, TheCameraGateHoldsTheRunThenEighteenRecordsGoToBothPlaces)
     EXPECT_EQ(lines[17], "[CAMERA_REARULTRA]: v-vendor.camera.sensor.rearUltra.fuseID\n");
     ASSERT_TRUE(WaitFor([&] { return RegionRecords().size() == 18; }));
     EXPECT_EQ(RegionRecords(), lines) << "the region decrypts to the node's text, in order";
-    // A reader that shares nothing with this project, the openssl tool, with
-    // the development private key, decrypts every record to the node's line.
-    std::ifstream in(Host(kImage), std::ios::binary);
-    in.seekg(kHwinfoOffset);
-    for (size_t i = 0; i < lines.size(); ++i) {
-        std::string record(kRecordSize, '\0');
-        in.read(record.data(), kRecordSize);
-        const std::string cipher = Host("/record.bin");
-        std::ofstream(cipher, std::ios::binary) << DecodeBase64(record.substr(0, 344));
-        const std::string command = "openssl pkeyutl -decrypt -inkey " +
-                                    std::string(TESSEL_SOURCE_DIR) +
-                                    "/keys/hwinfo_dev_ONLY_private.pem -in " + cipher;
-        FILE* pipe = popen(command.c_str(), "r");
-        ASSERT_NE(pipe, nullptr);
-        std::string plain;
-        for (int c; (c = fgetc(pipe)) != EOF;) plain += static_cast<char>(c);
-        ASSERT_EQ(pclose(pipe), 0) << "openssl is installed by make deps";
-        EXPECT_EQ(plain, lines[i]);
-    }
 
     // The offline reader finds the region through the headers (or their
     // defaults when they are garbage) and prints what the node holds; a
     // damaged record is reported by its place and the rest still shown.
-    const std::string key = std::string(TESSEL_SOURCE_DIR) + "/keys/hwinfo_dev_ONLY_private.pem";
-    Subprocess reader({"tessel-image", "hwinfo", Host(kImage), "--key", key}, Host("/reader"));
-    EXPECT_EQ(reader.wait(), 0);
-    EXPECT_EQ(reader.out(), ReadWholeFile(Host(kNode)));
+    const std::vector<std::string> reader = {
+            "tessel-image", "hwinfo", Host(kImage), "--key",
+            std::string(TESSEL_SOURCE_DIR) + "/keys/hwinfo_dev_ONLY_private.pem"};
+    const ToolRun whole = Run(reader);
+    EXPECT_EQ(whole.status, 0);
+    EXPECT_EQ(whole.out, ReadWholeFile(Host(kNode)));
     {
         std::fstream image(Host(kImage), std::ios::in | std::ios::out | std::ios::binary);
-        image.seekp(0);
         image << "garbage headers";
         image.seekp(kHwinfoOffset + 2 * kRecordSize + 10);
         image << '*';
     }
-    Subprocess damaged({"tessel-image", "hwinfo", Host(kImage), "--key", key}, Host("/damaged"));
-    EXPECT_EQ(damaged.wait(), 1);
-    EXPECT_EQ(damaged.err(), "record 2 at 0x98822b4: not base64\n");
+    const ToolRun damaged = Run(reader);
+    EXPECT_EQ(damaged.status, 1);
+    EXPECT_EQ(damaged.err, "record 2 at 0x98822b4: not base64\n");
     std::string expected;
     for (size_t i = 0; i < lines.size(); ++i) expected += i == 2 ? "" : lines[i];
-    EXPECT_EQ(damaged.out(), expected);
-    Subprocess inspect({"tessel-image", "inspect", Host(kImage), "--json"}, Host("/inspect"));
-    inspect.wait();
-    EXPECT_NE(inspect.out().find("\"records\" : 18"), std::string::npos) << inspect.out();
+    EXPECT_EQ(damaged.out, expected);
+    const ToolRun inspect = Run({"tessel-image", "inspect", Host(kImage), "--json"});
+    EXPECT_NE(inspect.out.find("\"records\" : 18"), npos) << inspect.out;
 }
 
 // The rear main camera's fuse id comes during its wait and is written in its
 // place; the panel file comes during the first pass and its retry writes it
-// after every first-pass record.
-TEST_F(HwInfoE2ETest, LateValuesLandInTheirPlaceOrAfterTheFirstPass) {
-    AllSources();
-    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
+// after every first-pass record; the UFS line and the touch firmware file
+// never come, and their retries run after the whole first pass.
+TEST_F(HwInfoE2ETest, LateValuesLandInTheirPlaceOrAfterTheFirstPassMissingOnesAreLeftOut) {
     fs::remove(Host("/dev/__properties__/vendor.camera.sensor.rearMain.fuseID"));
     fs::remove(Host("/sys/class/zk_display/disp-DSI-0/panel_info"));
-    Start();
-    ASSERT_TRUE(WaitFor([&] {
-        return Log().find("retry or waiting for DISPLAY") != std::string::npos;
-    })) << Log();
-    Put("/sys/class/zk_display/disp-DSI-0/panel_info", "late panel\n");
-    ASSERT_TRUE(WaitFor([&] {
-        return Log().find("retry or waiting for CAMERA_REARMAIN") != std::string::npos;
-    })) << Log();
-    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.rearMain.fuseID", "R-1"));
-    ASSERT_TRUE(WaitFor([&] { return NodeLines().size() == 18; })) << Log();
-    const std::vector<std::string> lines = NodeLines();
-    EXPECT_EQ(lines[14], "[CAMERA_REARMAIN]: R-1\n");
-    EXPECT_EQ(lines[17], "[DISPLAY]: late panel\n");
-    ASSERT_TRUE(WaitFor([&] { return RegionRecords().size() == 18; }));
-    EXPECT_EQ(RegionRecords(), lines);
-}
-
-TEST_F(HwInfoE2ETest, MissingValuesAreRetriedAfterTheFirstPassAndLongOnesStayInTheNode) {
-    AllSources();
-    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
-    Put("/proc/mv", "LPDDR5X 12GB\n");  // no UFS line
     fs::remove(Host("/proc/tp_fw_version"));
-    Put("/sys/class/zk_display/disp-DSI-0/panel_info", std::string(250, 'p') + "\n");
+    Put("/proc/mv", "LPDDR5X 12GB\n");  // no UFS line
     Start();
-    ASSERT_TRUE(WaitFor([&] {
-        return Log().find("TP_IC_FW_VERSION failed after retry") != std::string::npos;
-    })) << Log();
+    ASSERT_TRUE(Logged(*mDaemon, "retry or waiting for DISPLAY")) << Log();
+    Put("/sys/class/zk_display/disp-DSI-0/panel_info", std::string(250, 'p') + "\n");
+    ASSERT_TRUE(Logged(*mDaemon, "retry or waiting for CAMERA_REARMAIN")) << Log();
+    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.rearMain.fuseID", "R-1"));
+    ASSERT_TRUE(Logged(*mDaemon, "TP_IC_FW_VERSION failed after retry")) << Log();
+    ASSERT_TRUE(WaitFor([&] { return NodeLines().size() == 16; })) << Log();
     const std::string log = Log();
     // UFS (item 2) is retried after TP_IC_FW_VERSION (item 7) was first read.
     EXPECT_LT(log.find("retry or waiting for TP_IC_FW_VERSION"),
-              log.find("Getting info for UFS failed after retry! ignored!"))
-            << "retries run after the whole first pass";
-    EXPECT_EQ(log.find("line index is invalid"), std::string::npos);
+              log.find("Getting info for UFS failed after retry! ignored!"));
+    EXPECT_EQ(log.find("line index is invalid"), npos);
     const std::vector<std::string> lines = NodeLines();
-    ASSERT_EQ(lines.size(), 16u);
-    EXPECT_EQ(lines[4], "[DISPLAY]: " + std::string(250, 'p') + "\n");
+    EXPECT_EQ(lines[12], "[CAMERA_REARMAIN]: R-1\n");
+    EXPECT_EQ(lines[15], "[DISPLAY]: " + std::string(250, 'p') + "\n");
     // The 262-byte record is too long for the key: the node only, and quietly.
-    std::vector<std::string> records = RegionRecords();
-    ASSERT_EQ(records.size(), 15u);
-    EXPECT_EQ(records[4], lines[5]);
-    EXPECT_EQ(log.find("Write to blackbox failed!"), std::string::npos);
-}
-
-TEST_F(HwInfoE2ETest, AFilledKernelNodeStopsTheModuleWithoutWrites) {
-    AllSources();
-    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
-    Put(kNode, "[DDR]: from an earlier run\n");
-    Start();
-    ASSERT_TRUE(WaitFor([&] {
-        return Log().find("kernel buff is not empty, will not continue!") != std::string::npos;
-    })) << Log();
-    ASSERT_TRUE(WaitFor([&] {
-        return std::regex_search(Log(), std::regex(R"(HardWareInfo\(\d+\) exit loop)"));
-    })) << "the module removes itself";
-    EXPECT_EQ(ReadWholeFile(Host(kNode)), "[DDR]: from an earlier run\n");
-    EXPECT_TRUE(RegionRecords().empty());
+    EXPECT_EQ(RegionRecords(), std::vector<std::string>(lines.begin(), lines.end() - 1));
+    EXPECT_EQ(log.find("Write to blackbox failed!"), npos);
 }
 
 TEST_F(HwInfoE2ETest, WithoutABlackboxOnlyTheNodeIsWritten) {
-    AllSources();
-    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
     fs::remove(Host(kImage));
     Start();
     ASSERT_TRUE(WaitFor([&] { return NodeLines().size() == 18; })) << Log();
     EXPECT_NE(Log().find("Open blackbox partition failed! This device may not supported "
                          "blackbox."),
-              std::string::npos);
+              npos);
     EXPECT_FALSE(fs::exists(Host(kImage)));
 }
 
-TEST_F(HwInfoE2ETest, WithoutTheKernelNodeTheModuleStops) {
-    AllSources();
-    ASSERT_TRUE(platform::SetProperty("vendor.camera.sensor.frontMain.fuseID", "F-1"));
-    fs::remove(Host(kNode));
-    Start();
-    ASSERT_TRUE(WaitFor([&] {
-        return std::regex_search(Log(), std::regex(R"(HardWareInfo\(\d+\) exit loop)"));
-    })) << Log();
-    EXPECT_NE(Log().find("Open kernel node failed! can not continue!! error: 2("),
-              std::string::npos);
-    EXPECT_TRUE(RegionRecords().empty());
+// A kernel node holding an earlier run's text, or none at all: the module
+// removes itself and writes nowhere.
+TEST_F(HwInfoE2ETest, AFilledOrMissingKernelNodeStopsTheModuleWithoutWrites) {
+    const std::pair<const char*, const char*> cases[] = {
+            {"[DDR]: from an earlier run\n", "kernel buff is not empty, will not continue!"},
+            {nullptr, "Open kernel node failed! can not continue!! error: 2("}};
+    for (const auto& [node, message] : cases) {
+        SCOPED_TRACE(message);
+        if (node != nullptr) Put(kNode, node);
+        if (node == nullptr) fs::remove(Host(kNode));
+        Start();
+        ASSERT_TRUE(WaitFor([&] {
+            return std::regex_search(Log(), std::regex(R"(HardWareInfo\(\d+\) exit loop)"));
+        })) << Log();
+        EXPECT_NE(Log().find(message), npos) << Log();
+        EXPECT_EQ(ReadWholeFile(Host(kNode)), node != nullptr ? node : "");
+        EXPECT_TRUE(RegionRecords().empty());
+    }
 }
 
 }  // namespace

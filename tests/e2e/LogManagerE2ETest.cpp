@@ -10,8 +10,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "DaemonRoot.h"
-#include "TempRoot.h"
+#include "DaemonTest.h"
 
 namespace zelkor::tessel::testing {
 namespace {
@@ -20,14 +19,10 @@ namespace fs = std::filesystem;
 
 constexpr char kBsplog[] = "/data/vendor/bsplog";
 
-class LogManagerE2ETest : public ::testing::Test {
+class LogManagerE2ETest : public DaemonTest {
   protected:
-    void SetUp() override { InstallDaemonManifest(mRoot.path()); }
-    std::string Host(const std::string& devicePath) const { return mRoot.path() + devicePath; }
     void Entry(const std::string& folder, const std::string& name, size_t bytes = 100) const {
-        fs::create_directories(Host(folder + "/" + name));
-        std::ofstream(Host(folder + "/" + name + "/log"), std::ios::binary)
-                << std::string(bytes, 'l');
+        Put(folder + "/" + name + "/log", std::string(bytes, 'l'));
     }
     std::vector<std::string> Names(const std::string& folder) const {
         std::vector<std::string> names;
@@ -41,16 +36,14 @@ class LogManagerE2ETest : public ::testing::Test {
     // tessel-peer sending `config` on "vendor_is_ready", then tesseld, waited
     // for until the module's first pass is over and its folders are watched.
     void Start(const std::string& config) {
-        std::ofstream(Host("/config.json")) << config;
+        std::ofstream(Scratch("config.json")) << config;
         mPeer = std::make_unique<Subprocess>(
                 std::vector<std::string>{"tessel-peer", "--root", mRoot.path(), "--log-config",
-                                         Host("/config.json")},
-                Host("/peer"));
+                                         Scratch("config.json")},
+                Scratch("peer"));
         ASSERT_TRUE(WaitFor([&] { return PeerServing(*mPeer); })) << mPeer->err();
-        mDaemon = std::make_unique<Subprocess>(
-                std::vector<std::string>{"tesseld", "--root", mRoot.path()}, Host("/tesseld"));
-        ASSERT_TRUE(WaitFor([&] { return log().find("LogMgrFileEventListener(") != npos; }))
-                << log();
+        mDaemon = StartDaemon();
+        ASSERT_TRUE(Logged(*mDaemon, "LogMgrFileEventListener(")) << log();
         // The listener's thread starts before its watches are added: the
         // folders are watched once the module's dump says so.
         ASSERT_TRUE(WaitFor([&] {
@@ -78,20 +71,17 @@ class LogManagerE2ETest : public ::testing::Test {
             Json::parseFromStream(builder, text, &json, &errors);
             json["@eventId"] = record["eventId"];
             json["@module"] = record["module"];
+            json["@flags"] = record["flags"];
             reports.push_back(json);
         }
         return reports;
     }
-    std::string ctl(const std::vector<std::string>& args) {
-        std::vector<std::string> all{"tesselctl", "--root", mRoot.path()};
-        all.insert(all.end(), args.begin(), args.end());
-        Subprocess tool(all, Host("/ctl"));
-        EXPECT_EQ(tool.wait(), 0) << tool.err();
-        return tool.out();
+    std::string ctl(std::vector<std::string> args) {
+        const ToolRun r = Ctl(std::move(args));
+        EXPECT_EQ(r.status, 0) << r.err;
+        return r.out;
     }
 
-    static constexpr size_t npos = std::string::npos;
-    TempRoot mRoot;
     std::unique_ptr<Subprocess> mPeer;
     std::unique_ptr<Subprocess> mDaemon;
 };
@@ -142,12 +132,13 @@ TEST_F(LogManagerE2ETest, FoldersAreKeptWithinTheirLimitsAsEntriesArrive) {
     for (const auto& report : Reports()) {
         EXPECT_EQ(report["@eventId"].asString(), "31000401754");
         EXPECT_EQ(report["@module"].asString(), "Halvex.LogManager");
+        EXPECT_EQ(report["@flags"].asInt(), 0);
         if (report["EVENT_NAME"] == "logManage") clean = report;
         if (report["EVENT_NAME"] == "logMonitor") monitor = report;
     }
     ASSERT_TRUE(clean.isObject());
     EXPECT_EQ(clean.getMemberNames(),
-              (std::vector<std::string>{"@eventId", "@module", "EVENT_NAME", "folderPath",
+              (std::vector<std::string>{"@eventId", "@flags", "@module", "EVENT_NAME", "folderPath",
                                         "reuseClearSize", "reuseMoveSize", "reuseOpen", "totalSize",
                                         "totalSizeBefore"}));
     EXPECT_EQ(clean["folderPath"].asString(), wlan);
@@ -229,9 +220,13 @@ TEST_F(LogManagerE2ETest, ConfigurationBroadcastsAreDebouncedAndCheckedByKind) {
     EXPECT_NE(dump.find("2 folder record(s)"), npos) << dump;
 }
 
+// While the reuse partition is open, expired entries move there; closed, it
+// gets nothing more. A parent is left to its children, and a child's
+// ramdumps expire by the date in their names.
 TEST_F(LogManagerE2ETest, ExpiredEntriesMoveToTheReusePartitionWhileItIsOpen) {
     const std::string modem = std::string(kBsplog) + "/modem";
     const std::string reuse = "/mnt/reuse/bsplog/modem";
+    const std::string wlan = std::string(kBsplog) + "/wlan", ssr = wlan + "/ssr";
     // Dated names of days before today; zero-padded, so name order is date order.
     auto dated = [](int daysAgo) {
         const time_t then = time(nullptr) - static_cast<time_t>(daysAgo) * 86400;
@@ -244,11 +239,22 @@ TEST_F(LogManagerE2ETest, ExpiredEntriesMoveToTheReusePartitionWhileItIsOpen) {
     ctl({"setprop", "persist.sys.abreuse.abstatus", "true"});
     Entry(modem, dated(30), 10 << 10);
     Entry(modem, dated(0));
-    Start(R"([{"folderName": "modem", "inVendor": true, "maxValidDay": 7,
-               "reuseMaxSize": 100}])");
+    Entry(wlan, "2026-1-1_0-0-0");
+    Entry(wlan, "2026-1-2_0-0-0");
+    for (const char* name : {"ramdump_adsp_2020-01-01_00-00-00.bin",
+                             "ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}) {
+        Put(ssr + "/" + name, "dump");
+    }
+    Start(R"([{"folderName": "modem", "inVendor": true, "maxValidDay": 7, "reuseMaxSize": 100},
+              {"folderName": "wlan", "inVendor": true, "maxLogNumber": 1,
+               "children": [{"folderName": "ssr", "inVendor": true, "maxValidDay": 7,
+                             "watchSSRRamdumpHack": true}]}])");
     EXPECT_EQ(Names(modem), (std::vector<std::string>{dated(0)}));
     EXPECT_EQ(Names(reuse), (std::vector<std::string>{dated(30)}));
     EXPECT_EQ(ReadWholeFile(Host(reuse + "/" + dated(30) + "/log")), std::string(10 << 10, 'l'));
+    EXPECT_EQ(Names(wlan), (std::vector<std::string>{"2026-1-1_0-0-0", "2026-1-2_0-0-0", "ssr"}));
+    EXPECT_EQ(Names(ssr),
+              (std::vector<std::string>{"ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}));
 
     // Closed, the partition gets nothing more: the next expired entry is deleted.
     ctl({"setprop", "persist.sys.abreuse.abstatus", "false"});
@@ -258,48 +264,10 @@ TEST_F(LogManagerE2ETest, ExpiredEntriesMoveToTheReusePartitionWhileItIsOpen) {
     EXPECT_EQ(Names(reuse), (std::vector<std::string>{dated(30)}));
 }
 
-TEST_F(LogManagerE2ETest, ChildrenRamdumpNamesAndTheReuseQuotaAtStart) {
-    const std::string modem = std::string(kBsplog) + "/modem";
-    const std::string ssr = modem + "/ssr";
-    const std::string gps = std::string(kBsplog) + "/gps";
-    const std::string reuse = "/mnt/reuse/bsplog/gps";
-    Entry(modem, "2026-1-1_0-0-0");
-    Entry(modem, "2026-1-2_0-0-0");
-    for (const char* name : {"ramdump_adsp_2020-01-01_00-00-00.bin",
-                             "ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}) {
-        fs::create_directories(Host(ssr));
-        std::ofstream(Host(ssr + "/" + name)) << "dump";
-    }
-    Entry(reuse, "r1", 40 << 10);
-    Entry(reuse, "r2", 40 << 10);
-    Entry(gps, "a", 200 << 10);  // larger than the whole reuse quota
-    Entry(gps, "b", 40 << 10);
-    Entry(gps, "c");
-    ctl({"setprop", "persist.sys.abreuse.abstatus", "1"});
-    Start(R"([{"folderName": "modem", "inVendor": true, "maxLogNumber": 1,
-               "children": [{"folderName": "ssr", "inVendor": true, "maxValidDay": 7,
-                             "watchSSRRamdumpHack": true}]},
-              {"folderName": "gps", "inVendor": true, "maxLogNumber": 1, "reuseMaxSize": 100}])");
-    // The parent is left alone; its child loses only its expired ramdump.
-    EXPECT_EQ(Names(modem), (std::vector<std::string>{"2026-1-1_0-0-0", "2026-1-2_0-0-0", "ssr"}));
-    EXPECT_EQ(Names(ssr),
-              (std::vector<std::string>{"ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}));
-    // a was deleted, never moved; b made room by dropping r1.
-    EXPECT_EQ(Names(gps), (std::vector<std::string>{"c"}));
-    EXPECT_EQ(Names(reuse), (std::vector<std::string>{"b", "r2"}));
-    EXPECT_NE(log().find("Log " + gps + "/a size is too large to move file."), npos);
-}
-
 TEST_F(LogManagerE2ETest, ThePropertyKeepsTheModuleFromLoading) {
-    Subprocess set(
-            {"tesselctl", "--root", mRoot.path(), "setprop", "persist.bsp.logmgr.disable", "true"},
-            Host("/ctl"));
-    ASSERT_EQ(set.wait(), 0);
-    auto daemon = std::make_unique<Subprocess>(
-            std::vector<std::string>{"tesseld", "--root", mRoot.path()}, Host("/tesseld"));
-    ASSERT_TRUE(WaitFor([&] {
-        return daemon->err().find("Will not load caused by disableLogMgr is true") != npos;
-    })) << daemon->err();
+    ctl({"setprop", "persist.bsp.logmgr.disable", "true"});
+    const auto daemon = StartDaemon();
+    EXPECT_TRUE(Logged(*daemon, "Will not load caused by disableLogMgr is true")) << daemon->err();
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <regex>
 
+#include "FileServiceFixture.h"
 #include "blackbox/BlackBoxFixture.h"
 #include "common/default/service/BlackboxImpl.h"
 #include "common/default/service/BlackboxPartition.h"
@@ -18,15 +19,6 @@ constexpr binder_status_t kUnknownError = static_cast<binder_status_t>(0x8000000
 constexpr uint64_t kHeader = kSlot1;  // the current slot's header (slot 1)
 constexpr uint64_t kDotting = kSlot1 + kDottingArea;
 constexpr uint64_t kConfig = 0x9881000;
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
-binder_status_t StatusOf(const ndk::ScopedAStatus& status) {
-    return status.isOk() ? STATUS_OK : status.getStatus();
-}
 
 class BlackboxServiceTest : public BlackBoxTest {
   protected:
@@ -132,7 +124,7 @@ TEST_F(BlackboxServiceTest, LogsAreSelectedByTypeFromTheCurrentHeadersOffsets) {
             open(TempFile("slot.bin").c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     ASSERT_TRUE(mService->getStreamLogByPfd("t", 0, 0, ndk::ScopedFileDescriptor(dup(out.get())))
                         .isOk());
-    const std::string whole = ReadFile(TempFile("slot.bin"));
+    const std::string whole = Slurp(TempFile("slot.bin"));
     ASSERT_EQ(whole.size(), 512000u);
     EXPECT_EQ(whole.back(), 'Z');
     ndk::ScopedAStatus invalid =
@@ -192,7 +184,7 @@ TEST_F(BlackboxServiceTest, RuntimeLogAndHardwareInfoComeFromTheKernelFiles) {
     for (int i = 0; i < 3000; ++i) kmsg += "6,1," + std::to_string(i) + ",-;line\n";
     std::ofstream(RootPath("/dev/kmsg")) << kmsg;
     ASSERT_TRUE(mService->getRuntimeLog("t", 0, ndk::ScopedFileDescriptor(dup(out.get()))).isOk());
-    EXPECT_TRUE(ReadFile(TempFile("kmsg.out")) == kmsg) << "read in chunks until the end";
+    EXPECT_TRUE(Slurp(TempFile("kmsg.out")) == kmsg) << "read in chunks until the end";
 
     std::string info;
     EXPECT_EQ(StatusOf(mService->getHardwareInfo("t", &info)), -1) << "no node";

@@ -47,12 +47,7 @@ class FileServiceTest : public ::testing::Test {
     }
     // The outside folder still holds exactly its one file, unchanged.
     void ExpectOutsideUntouched() const {
-        size_t entries = 0;
-        for (const auto& e : std::filesystem::directory_iterator(mOutside.path())) {
-            (void)e;
-            ++entries;
-        }
-        EXPECT_EQ(entries, 1u);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(mOutside.path()), {}), 1);
         EXPECT_EQ(Slurp(mOutside.path() + "/secret"), "outside");
     }
 
