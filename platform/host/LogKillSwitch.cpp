@@ -13,10 +13,15 @@ namespace {
 long gKillAtLine = 0;
 const char* gKillAtText = nullptr;
 std::atomic<long> gLines{0};
+std::atomic<bool> gKilling{false};
 
+// Once the chosen line is reached, no line of any thread is written: the
+// signal takes a moment to land, and other threads log meanwhile.
 void KillSwitchLogger(const __android_logger_data* data, const char* message) {
-    if (gLines.fetch_add(1, std::memory_order_relaxed) + 1 == gKillAtLine ||
+    const long number = gLines.fetch_add(1, std::memory_order_relaxed) + 1;
+    if (gKilling.load() || (gKillAtLine > 0 && number >= gKillAtLine) ||
         (gKillAtText != nullptr && message != nullptr && strstr(message, gKillAtText) != nullptr)) {
+        gKilling.store(true);
         kill(getpid(), SIGKILL);
     }
     __android_log_stderr_logger(data, message);
