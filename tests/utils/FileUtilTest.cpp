@@ -29,19 +29,19 @@ class FileUtilTest : public ::testing::Test {
     // Builds entries under the root, in order: "dir/" a folder (mode 0755),
     // "link->target" a symbolic link, "file=bytes" or "file:N" a file of N
     // bytes.
-    void Make(std::initializer_list<std::string> specs) const {
-        for (const std::string& spec : specs) {
-            if (spec.back() == '/') {
-                ASSERT_EQ(mkdir(Path(spec).c_str(), 0755), 0) << spec;
-            } else if (size_t arrow = spec.find("->"); arrow != std::string::npos) {
-                ASSERT_EQ(symlink(spec.substr(arrow + 2).c_str(),
-                                  Path(spec.substr(0, arrow)).c_str()),
+    void Make(std::initializer_list<std::string> entries) const {
+        for (const std::string& entry : entries) {
+            if (entry.back() == '/') {
+                ASSERT_EQ(mkdir(Path(entry).c_str(), 0755), 0) << entry;
+            } else if (size_t arrow = entry.find("->"); arrow != std::string::npos) {
+                ASSERT_EQ(symlink(entry.substr(arrow + 2).c_str(),
+                                  Path(entry.substr(0, arrow)).c_str()),
                           0);
-            } else if (size_t colon = spec.find(':'); colon != std::string::npos) {
-                WriteFile(spec.substr(0, colon),
-                          std::string(std::stoul(spec.substr(colon + 1)), 'x'));
+            } else if (size_t colon = entry.find(':'); colon != std::string::npos) {
+                WriteFile(entry.substr(0, colon),
+                          std::string(std::stoul(entry.substr(colon + 1)), 'x'));
             } else {
-                WriteFile(spec.substr(0, spec.find('=')), spec.substr(spec.find('=') + 1));
+                WriteFile(entry.substr(0, entry.find('=')), entry.substr(entry.find('=') + 1));
             }
         }
     }
