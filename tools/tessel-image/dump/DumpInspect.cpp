@@ -39,21 +39,33 @@ std::string FieldText(const char* field, size_t size) {
 
 Json::Value InspectSections(int fd, uint64_t first, uint64_t slotEnd, uint32_t count,
                             uint64_t fileSize) {
+    // Keys are static so that a dump with thousands of headers does not copy
+    // every key string; headers are read a batch at a time.
+    static const Json::StaticString kIndex("index"), kName("name"), kFlags("flags"),
+            kPosition("position"), kSize("size"), kTrusted("trusted");
+    constexpr uint64_t kBatch = 64;
     Json::Value sections(Json::arrayValue);
     const uint64_t walk = Minidump::section_headers_to_walk(count, first, slotEnd);
-    for (uint64_t i = 0; i < walk; ++i) {
-        section_header s{};
-        if (read_at(fd, first + i * sizeof(s), &s, sizeof(s)) != sizeof(s)) break;
-        std::string name = FieldText(s.name, sizeof(s.name) - 1);
-        if ((s.flags & 1u) == 0 && name.empty()) continue;  // an unused header
-        Json::Value section;
-        section["index"] = Json::UInt64(i);
-        section["name"] = name;
-        section["flags"] = s.flags;
-        section["position"] = U64(s.position);
-        section["size"] = U64(s.size);
-        section["trusted"] = blackbox::range_fits(s.position, s.size, fileSize);
-        sections.append(std::move(section));
+    section_header batch[kBatch];
+    for (uint64_t base = 0; base < walk; base += kBatch) {
+        const uint64_t want = std::min(kBatch, walk - base);
+        const ssize_t got = read_at(fd, first + base * sizeof(section_header), batch,
+                                    want * sizeof(section_header));
+        const uint64_t whole = got > 0 ? static_cast<uint64_t>(got) / sizeof(section_header) : 0;
+        for (uint64_t k = 0; k < whole; ++k) {
+            const section_header& s = batch[k];
+            std::string name = FieldText(s.name, sizeof(s.name) - 1);
+            if ((s.flags & 1u) == 0 && name.empty()) continue;  // an unused header
+            Json::Value section(Json::objectValue);
+            section[kIndex] = Json::UInt64(base + k);
+            section[kName] = std::move(name);
+            section[kFlags] = s.flags;
+            section[kPosition] = U64(s.position);
+            section[kSize] = U64(s.size);
+            section[kTrusted] = blackbox::range_fits(s.position, s.size, fileSize);
+            sections.append(std::move(section));
+        }
+        if (whole < want) break;  // the image ends inside this batch
     }
     return sections;
 }
