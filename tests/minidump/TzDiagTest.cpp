@@ -121,6 +121,18 @@ TEST_F(TzDiagTest, WrappedRingIsReadOldestFirst) {
     EXPECT_TRUE(EndsWith(Diag("last_tzlog"), "Diag Log :\n[1](42)\n[2](42)\n"));
     EXPECT_EQ(Diag("last_tzlog_parsed"), "[1] MOD started\n[2] MOD started\n");
     EXPECT_EQ(mLog.count(kTag, "The tzlog has no time id"), 0);
+
+    // A ring right behind the magic takes its positions from the magic word:
+    // wrapped at 0x6461, next write at 0x747A.
+    TzDiag(0x00030001, 2, "", 0, 0, 0);
+    Put32(kMinidump, kAt + 28, 4);
+    Put32(kMinidump, kAt + 32, 0x8000);
+    Put(kMinidump, kAt + 4 + 0x747A - 4, "new\n");
+    Put(kMinidump, kAt + 4 + 0x747A, "old\n");
+    Parse("md_TZ_DIAG", 0x8004, 0);
+    const std::string atStart = Diag("last_tzlog");
+    EXPECT_NE(atStart.find("Diag Log :\nold\n"), std::string::npos);
+    EXPECT_TRUE(EndsWith(atStart, "new\n"));
 }
 
 TEST_F(TzDiagTest, LegacyAreaKeepsTextUpToItsTerminator) {
