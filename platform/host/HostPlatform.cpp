@@ -89,14 +89,15 @@ bool InitPlatform(int* argc, char** argv) {
     int out = 1;
     for (int i = 1; i < *argc; ++i) {
         const char* arg = argv[i];
-        if (strcmp(arg, "--root") == 0) {
-            if (i + 1 >= *argc) {
+        const bool joined = strncmp(arg, "--root=", 7) == 0;
+        if (joined || strcmp(arg, "--root") == 0) {
+            // An empty folder is refused rather than falling back to TESSEL_ROOT.
+            const char* value = joined ? arg + 7 : i + 1 < *argc ? argv[++i] : "";
+            if (*value == '\0') {
                 fprintf(stderr, "%s: --root needs a folder\n", argv[0]);
                 return false;
             }
-            root = argv[++i];
-        } else if (strncmp(arg, "--root=", 7) == 0) {
-            root = arg + 7;
+            root = value;
         } else {
             argv[out++] = argv[i];
         }
