@@ -59,8 +59,8 @@ HalvexLooper* HalvexHandlerThread::getLooper() {
 }
 
 bool HalvexHandlerThread::requestQuit(bool safely) {
-    if (mQuitRequested || mExited) return false;
-    mQuitRequested = true;
+    // One caller wins the request; a second one racing it sees it taken.
+    if (mExited || mQuitRequested.exchange(true)) return false;
     std::unique_lock<std::mutex> lock(mLock);
     mCond.wait(lock, [this] { return mLooper != nullptr || mExited; });
     if (mLooper == nullptr) return false;
