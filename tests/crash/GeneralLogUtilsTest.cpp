@@ -68,7 +68,7 @@ TEST_F(LogUtilsTest, OnlyTheFiveHighestBootIndexesStay) {
 
     // Five is the limit, not a trigger.
     EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/logfs"), 0);
-    EXPECT_EQ(Listing().find("Other_Ufilog_6.txt") != std::string::npos, true);
+    EXPECT_NE(Listing().find("Other_Ufilog_6.txt"), std::string::npos);
 
     EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/missing"), -1);
     EXPECT_EQ(GeneralLogUtils::compareBootIndex("Other_Ufilog_3.txt", "Other_Ufilog_8.txt"), 5);
@@ -90,7 +90,7 @@ TEST_F(LogUtilsTest, StampOverwritesTheStartInPlace) {
     const std::string body(200, 'x');
     Write("/dev/logfs/UefiLog0.txt", body);
     ASSERT_EQ(GeneralLogUtils::add_uefilog_time("/dev/logfs/UefiLog0.txt"), 0);
-    std::string text = Read("/dev/logfs/UefiLog0.txt");
+    std::string text = ReadFile("/dev/logfs/UefiLog0.txt");
     ASSERT_EQ(text.size(), body.size());
     const size_t stampEnd = text.find('\n') + 1;
     EXPECT_LE(stampEnd, 64u);
@@ -99,7 +99,7 @@ TEST_F(LogUtilsTest, StampOverwritesTheStartInPlace) {
 
     Write("/dev/logfs/short.txt", "ab");
     ASSERT_EQ(GeneralLogUtils::add_uefilog_time("/dev/logfs/short.txt"), 0);
-    EXPECT_TRUE(IsStamp(Read("/dev/logfs/short.txt")));
+    EXPECT_TRUE(IsStamp(ReadFile("/dev/logfs/short.txt")));
 
     EXPECT_EQ(GeneralLogUtils::add_uefilog_time("/dev/logfs/missing.txt"), -1);
     EXPECT_FALSE(Exists("/dev/logfs/missing.txt"));
@@ -127,20 +127,20 @@ TEST_F(LogUtilsTest, OtherRestartKeepsTheSecondLogOfTheSameBootWithThePmicLog) {
     Write("/dev/logfs/UefiLog_other0.txt", older);
     GeneralLogUtils::setCrashReason("other_hardreset");
     EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
-    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), older);
+    EXPECT_EQ(ReadFile("/dev/logfs/UefiLog_other0.txt"), older);
     const std::string same = UefiLog("boot_index: 42 (other)");
     Write("/dev/logfs/UefiLog_other0.txt", same);
     GeneralLogUtils::setCrashReason("Normal");
     EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
-    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), same);
-    EXPECT_EQ(Read("/dev/logfs/UefiLog0.txt").rfind("=== Dump occured at ", 0), 0u);
+    EXPECT_EQ(ReadFile("/dev/logfs/UefiLog_other0.txt"), same);
+    EXPECT_EQ(ReadFile("/dev/logfs/UefiLog0.txt").rfind("=== Dump occured at ", 0), 0u);
 
     GeneralLogUtils::setCrashReason("other_hardreset");
     ASSERT_EQ(GeneralLogUtils::log_utils_main(), 0);
     EXPECT_EQ(Listing(),
               "Other_Ufilog_2.txt Other_Ufilog_3.txt Other_Ufilog_4.txt Other_Ufilog_42.txt "
               "Other_Ufilog_5.txt UefiLog0.txt ");
-    const std::string kept = Read("/dev/logfs/Other_Ufilog_42.txt");
+    const std::string kept = ReadFile("/dev/logfs/Other_Ufilog_42.txt");
     EXPECT_EQ(kept.rfind("=== Dump occured at ", 0), 0u);
     EXPECT_NE(kept.find("boot_index: 42 (other)\r\nUEFI End\r\n\nPON: 0x20 SMPL\n"),
               std::string::npos);
@@ -154,9 +154,9 @@ TEST_F(LogUtilsTest, ReadNodeAppendsANewlineAndTheNode) {
     Write("/dev/logfs/out.txt", "head");
     Write("/sys/node", "line1\nline2");
     EXPECT_EQ(GeneralLogUtils::read_node("/sys/node", "/dev/logfs/out.txt"), 0);
-    EXPECT_EQ(Read("/dev/logfs/out.txt"), "head\nline1\nline2");
+    EXPECT_EQ(ReadFile("/dev/logfs/out.txt"), "head\nline1\nline2");
     EXPECT_EQ(GeneralLogUtils::read_node("/sys/missing", "/dev/logfs/out.txt"), 1);
-    EXPECT_EQ(Read("/dev/logfs/out.txt"), "head\nline1\nline2");
+    EXPECT_EQ(ReadFile("/dev/logfs/out.txt"), "head\nline1\nline2");
     EXPECT_EQ(GeneralLogUtils::read_node("/sys/node", "/no/such/dir/out.txt"), 1);
 }
 
