@@ -66,24 +66,19 @@ TEST_F(MinidumpMainTest, NewDumpInTheBlackboxIsTakenClassifiedReportedAndRecorde
                       "\n[    5.000124][    L0] Call trace:\n"
                       "[    5.000125][    L0]  dump_backtrace+0x0/0x1e0\n");
     EXPECT_EQ(Get(kBlackbox, kDumpSlot + 16, 8), std::string("DESRAP\0\0", 8));
-    EXPECT_EQ(platform::GetProperty("vendor.minidump.is.valid", ""), "1");
-    EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "kpanic");
-    EXPECT_EQ(platform::GetProperty("vendor.blackbox.boot_index", ""), "7");
 
     // The crashed boot is the one before the blackbox's counter.
     const std::string record = "1)[6] B1.0.42|" + Now() + "|kpanic|" + panic + "\n";
     EXPECT_EQ(ReadFile(kMdHistory), record);
-    EXPECT_EQ(Get(kBlackbox, RecordAt(kHistoryAt, 0) + 32, record.size()), record);
 
+    // The event's id and type and the run's properties are checked by the
+    // boot-run end-to-end test; here, what this dump puts in the event.
     const std::vector<Json::Value> events = Events();
     ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0]["id"].asUInt(), 901006001u);
     EXPECT_EQ(events[0]["values"].getMemberNames(),
               (std::vector<std::string>{"CurrentTime", "Stacktrace", "Summary", "Type"}));
-    EXPECT_EQ(events[0]["values"]["Type"].asString(), "kpanic");
     EXPECT_EQ(events[0]["values"]["Summary"].asString(), panic);
     EXPECT_EQ(events[0]["values"]["Stacktrace"].asString(), "  dump_backtrace+0x0;");
-    EXPECT_EQ(events[0]["values"]["CurrentTime"].asString(), Now());
 
     const std::string gz = ReadFile("/data/vendor/diag/minidump.gz");
     ASSERT_GE(gz.size(), 2u);
