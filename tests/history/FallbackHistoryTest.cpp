@@ -16,6 +16,7 @@ class FallbackHistoryTest : public HistoryTest {
     void SetUp() override {
         HistoryTest::SetUp();
         ASSERT_TRUE(platform::SetProperty("ro.build.version.incremental", "B7"));
+        MakeImage(kMinidump, kMinidumpSize);
     }
     void PutHeader(const char* dev, uint32_t count, uint32_t nextOff, uint8_t full) {
         Put32(dev, kArea, 4096);
@@ -39,7 +40,6 @@ TEST_F(FallbackHistoryTest, SummaryIsTheLineOfTheEarliestKeyword) {
 }
 
 TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
-    MakeImage(kMinidump, kMinidumpSize);
     NewDump(true);
     WriteText(kPowerup, "reboot\n");
     WriteText(kLastKmsgFile, "[    8.000001][  T1] Trigger a crash\n");
@@ -65,7 +65,6 @@ TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
 }
 
 TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheAreaAndACrashAddsTheNextItem) {
-    MakeImage(kMinidump, kMinidumpSize);
     PutHeader(kMinidump, 2, kItems + 10, 0);
     Put(kMinidump, kItems, "1) a\n2) b\nleftover");
     NewDump(false);
@@ -89,7 +88,6 @@ TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheAreaAndACrashAddsTheNextItem)
 }
 
 TEST_F(FallbackHistoryTest, NormalBootWithoutTheMarkWritesNothing) {
-    MakeImage(kMinidump, kMinidumpSize);
     NewDump(false);
     update_minidump_history();
     EXPECT_FALSE(Exists(kMdHistory));
@@ -97,7 +95,6 @@ TEST_F(FallbackHistoryTest, NormalBootWithoutTheMarkWritesNothing) {
 }
 
 TEST_F(FallbackHistoryTest, FullAreaStartsOverAndIsCopiedWhole) {
-    MakeImage(kMinidump, kMinidumpSize);
     PutHeader(kMinidump, 7, 0x4004000 - 10, 0);
     Put(kMinidump, kItems, "1) oldest");
     NewDump(true);
@@ -114,7 +111,6 @@ TEST_F(FallbackHistoryTest, FullAreaStartsOverAndIsCopiedWhole) {
 }
 
 TEST_F(FallbackHistoryTest, PositionOutsideTheItemSpaceStartsOver) {
-    MakeImage(kMinidump, kMinidumpSize);
     PutHeader(kMinidump, 3, 0x10, 0);
     NewDump(true);
 
@@ -128,7 +124,6 @@ TEST_F(FallbackHistoryTest, PositionOutsideTheItemSpaceStartsOver) {
 }
 
 TEST_F(FallbackHistoryTest, LongItemsAreCutTo512Bytes) {
-    MakeImage(kMinidump, kMinidumpSize);
     NewDump(true);
     WriteText(kLastKmsgFile, "Kernel panic " + std::string(700, 'z') + "\n");
     update_minidump_history();
