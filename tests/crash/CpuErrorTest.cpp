@@ -5,23 +5,21 @@ namespace zelkor::tessel::testing {
 namespace {
 
 TEST(CpuErrorLine, MarkersMapToTheirSubTypes) {
-    EXPECT_EQ(cpu_error_type_of_line("llcc: LLCC Data RAM correctable Error"),
-              CRASH_CPU_LLCC_DATA_SINGLE);
-    // "uncorrectable" contains "correctable": the single-bit entry must not
-    // take it.
-    EXPECT_EQ(cpu_error_type_of_line("llcc: LLCC Data RAM uncorrectable Error"),
-              CRASH_CPU_LLCC_DATA_MULTI);
-    EXPECT_EQ(cpu_error_type_of_line("LLCC Tag RAM uncorrectable Error"), CRASH_CPU_LLCC_TAG_MULTI);
-    EXPECT_EQ(cpu_error_type_of_line("Kryo L1 Correctable Error"), CRASH_CPU_CACHE_L1_SINGLE);
-    EXPECT_EQ(cpu_error_type_of_line("Kryo L2 Uncorrectable Error on cpu2"),
-              CRASH_CPU_CACHE_L2_MULTI);
-    EXPECT_EQ(cpu_error_type_of_line("CPU7 L3 Uncorrectable Error"), CRASH_CPU_CACHE_L3_MULTI);
-    EXPECT_EQ(cpu_error_type_of_line("[ 5.0][ T1] pc : do_undefinstr+0x2a0/0x2c4"),
-              CRASH_CPU_CACHE_UNDEF_INSTR);
-    EXPECT_EQ(cpu_error_type_of_line("list_add corruption. prev->next should be next"),
-              CRASH_LIST_CORRUPTION);
-    EXPECT_EQ(cpu_error_type_of_line("kryo l2 correctable error"), CRASH_NONE);
-    EXPECT_EQ(cpu_error_type_of_line("lr : do_undefinstr+0x10/0x2c4"), CRASH_NONE);
+    const std::pair<const char*, crash_type_enum> lines[] = {
+            {"llcc: LLCC Data RAM correctable Error", CRASH_CPU_LLCC_DATA_SINGLE},
+            // "uncorrectable" contains "correctable": the single-bit entry
+            // must not take it.
+            {"llcc: LLCC Data RAM uncorrectable Error", CRASH_CPU_LLCC_DATA_MULTI},
+            {"LLCC Tag RAM uncorrectable Error", CRASH_CPU_LLCC_TAG_MULTI},
+            {"Kryo L1 Correctable Error", CRASH_CPU_CACHE_L1_SINGLE},
+            {"Kryo L2 Uncorrectable Error on cpu2", CRASH_CPU_CACHE_L2_MULTI},
+            {"CPU7 L3 Uncorrectable Error", CRASH_CPU_CACHE_L3_MULTI},
+            {"[ 5.0][ T1] pc : do_undefinstr+0x2a0/0x2c4", CRASH_CPU_CACHE_UNDEF_INSTR},
+            {"list_add corruption. prev->next should be next", CRASH_LIST_CORRUPTION},
+            {"kryo l2 correctable error", CRASH_NONE},
+            {"lr : do_undefinstr+0x10/0x2c4", CRASH_NONE},
+    };
+    for (const auto& [line, type] : lines) EXPECT_EQ(cpu_error_type_of_line(line), type) << line;
 }
 
 TEST_F(CrashTest, CpusysEdacStatusCountsOnlyAfterTheInterrupt) {
@@ -75,24 +73,21 @@ TEST_F(CrashTest, PanicIsKpanicUnlessACpuErrorExplainsIt) {
                    "[ 1.5][ T1] Trigger a crash");
 }
 
+// cpu|status|misc, or nothing when the line is refused.
 TEST(EdacDiag, SplitsTheThreeWordsAfterTheCode) {
-    std::string cpu, status, misc;
-    ASSERT_TRUE(split_edac_diag_log("[0x2c1a88f1] (700181 2 cc800002 30000000)\r\n", cpu, status,
-                                    misc));
-    EXPECT_EQ(cpu, "2");
-    EXPECT_EQ(status, "cc800002");
-    EXPECT_EQ(misc, "30000000");
-
-    ASSERT_TRUE(split_edac_diag_log("(700181, 7,\tce000002, 0)", cpu, status, misc));
-    EXPECT_EQ(cpu + "|" + status + "|" + misc, "7|ce000002|0");
-
-    ASSERT_TRUE(
-            split_edac_diag_log("(700181 1 " + std::string(100, 'f') + " 2)", cpu, status, misc));
-    EXPECT_EQ(status, std::string(31, 'f'));
-
-    EXPECT_FALSE(split_edac_diag_log("(700181 2 cc800002)", cpu, status, misc));
-    EXPECT_FALSE(split_edac_diag_log("(7001810 2 cc800002 0)", cpu, status, misc));
-    EXPECT_FALSE(split_edac_diag_log("no code 2 cc800002 0", cpu, status, misc));
+    const std::pair<std::string, std::string> lines[] = {
+            {"[0x2c1a88f1] (700181 2 cc800002 30000000)\r\n", "2|cc800002|30000000"},
+            {"(700181, 7,\tce000002, 0)", "7|ce000002|0"},
+            {"(700181 1 " + std::string(100, 'f') + " 2)", "1|" + std::string(31, 'f') + "|2"},
+            {"(700181 2 cc800002)", ""},
+            {"(7001810 2 cc800002 0)", ""},
+            {"no code 2 cc800002 0", ""},
+    };
+    for (const auto& [line, words] : lines) {
+        std::string cpu, status, misc;
+        const bool split = split_edac_diag_log(line, cpu, status, misc);
+        EXPECT_EQ(split ? cpu + "|" + status + "|" + misc : "", words) << line;
+    }
 }
 
 }  // namespace

@@ -1,42 +1,27 @@
-// A host root holding the text files one crash classification reads, each
-// written literally by the test.
+// The text files one crash classification reads, each written literally by
+// the test.
 #pragma once
-
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
-#include "LogCapture.h"
-#include "TempRoot.h"
+#include "minidump/MinidumpTestSupport.h"
 #include "modules/BSPLogProcessor/CrashParse.h"
-#include "platform/Platform.h"
 #include "platform/Properties.h"
 
 namespace zelkor::tessel::testing {
 
 using namespace Minidump;
 
-class CrashTest : public ::testing::Test {
+// The minidump tests' root (its ReadFile, Exists, log capture), with text
+// files written whole.
+class CrashTest : public MinidumpTest {
   protected:
-    void SetUp() override { ASSERT_TRUE(platform::SetRoot(mRoot.path())); }
-
-    std::string Host(const std::string& devicePath) const { return mRoot.path() + devicePath; }
-
     void Write(const std::string& devicePath, const std::string& text) const {
         std::filesystem::create_directories(std::filesystem::path(Host(devicePath)).parent_path());
         std::ofstream out(Host(devicePath), std::ios::binary | std::ios::trunc);
         out << text;
-    }
-    std::string Read(const std::string& devicePath) const {
-        std::ifstream in(Host(devicePath), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
-    bool Exists(const std::string& devicePath) const {
-        return std::filesystem::exists(Host(devicePath));
     }
     // Whether this run took a new dump, the gate of the dump's own files.
     void NewDump(bool taken) const {
@@ -55,9 +40,13 @@ class CrashTest : public ::testing::Test {
         crash_parse(v.mainType, v.subType, v.reason, v.detail);
         return v;
     }
-
-    TempRoot mRoot;
-    LogCapture mLog;
+    // The verdict once `devicePath` holds `text`.
+    Verdict After(const std::string& devicePath, const std::string& text) const {
+        Write(devicePath, text);
+        return Parse();
+    }
+    // The crash's name and detail, as the history records them.
+    static std::string Said(const Verdict& v) { return v.reason + ": " + v.detail; }
 };
 
 #define EXPECT_VERDICT(v, main, sub, name, text) \

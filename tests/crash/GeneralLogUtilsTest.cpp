@@ -20,6 +20,8 @@ bool IsStamp(const std::string& line) {
     return line.substr(end) == std::string(20, ' ') + "\n";
 }
 
+constexpr char kKept[] = "Other_Ufilog_";
+
 class LogUtilsTest : public CrashTest {
   protected:
     void SetUp() override {
@@ -32,6 +34,7 @@ class LogUtilsTest : public CrashTest {
     void Keep(int bootIndex) const {
         Write("/dev/logfs/Other_Ufilog_" + std::to_string(bootIndex) + ".txt", "kept\n");
     }
+    // The folder's names in order, a kept copy's "Other_Ufilog_" shown as "#".
     std::string Listing() const {
         std::vector<std::string> names;
         for (auto& e : std::filesystem::directory_iterator(Host("/dev/logfs"))) {
@@ -39,7 +42,7 @@ class LogUtilsTest : public CrashTest {
         }
         std::sort(names.begin(), names.end());
         std::string out;
-        for (auto& n : names) out += n + " ";
+        for (auto& n : names) out += (n.rfind(kKept, 0) == 0 ? "#" + n.substr(13) : n) + " ";
         return out;
     }
     // A UEFI log whose boot index line comes after the stamped first bytes.
@@ -54,21 +57,17 @@ TEST_F(LogUtilsTest, OnlyTheFiveHighestBootIndexesStay) {
     Write("/dev/logfs/UefiLog0.txt", "this boot\n");
     Write("/dev/logfs/Other_notes.txt", "not a kept copy\n");
     EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/logfs"), 0);
-    EXPECT_EQ(Listing(),
-              "Other_Ufilog_5.txt Other_Ufilog_6.txt Other_Ufilog_7.txt Other_Ufilog_8.txt "
-              "Other_Ufilog_9.txt Other_notes.txt UefiLog0.txt ");
+    EXPECT_EQ(Listing(), "#5.txt #6.txt #7.txt #8.txt #9.txt Other_notes.txt UefiLog0.txt ");
 
     // Numbers, not names: 10 outranks 9; a name without digits goes first.
     Keep(10);
     Write("/dev/logfs/Other_Ufilog_.txt", "no index\n");
     EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/logfs"), 0);
-    EXPECT_EQ(Listing(),
-              "Other_Ufilog_10.txt Other_Ufilog_6.txt Other_Ufilog_7.txt Other_Ufilog_8.txt "
-              "Other_Ufilog_9.txt Other_notes.txt UefiLog0.txt ");
+    EXPECT_EQ(Listing(), "#10.txt #6.txt #7.txt #8.txt #9.txt Other_notes.txt UefiLog0.txt ");
 
     // Five is the limit, not a trigger.
     EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/logfs"), 0);
-    EXPECT_EQ(Listing().find("Other_Ufilog_6.txt") != std::string::npos, true);
+    EXPECT_NE(Listing().find("#6.txt"), std::string::npos);
 
     EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/missing"), -1);
     EXPECT_EQ(GeneralLogUtils::compareBootIndex("Other_Ufilog_3.txt", "Other_Ufilog_8.txt"), 5);
@@ -90,7 +89,7 @@ TEST_F(LogUtilsTest, StampOverwritesTheStartInPlace) {
     const std::string body(200, 'x');
     Write("/dev/logfs/UefiLog0.txt", body);
     ASSERT_EQ(GeneralLogUtils::add_uefilog_time("/dev/logfs/UefiLog0.txt"), 0);
-    std::string text = Read("/dev/logfs/UefiLog0.txt");
+    std::string text = ReadFile("/dev/logfs/UefiLog0.txt");
     ASSERT_EQ(text.size(), body.size());
     const size_t stampEnd = text.find('\n') + 1;
     EXPECT_LE(stampEnd, 64u);
@@ -99,7 +98,7 @@ TEST_F(LogUtilsTest, StampOverwritesTheStartInPlace) {
 
     Write("/dev/logfs/short.txt", "ab");
     ASSERT_EQ(GeneralLogUtils::add_uefilog_time("/dev/logfs/short.txt"), 0);
-    EXPECT_TRUE(IsStamp(Read("/dev/logfs/short.txt")));
+    EXPECT_TRUE(IsStamp(ReadFile("/dev/logfs/short.txt")));
 
     EXPECT_EQ(GeneralLogUtils::add_uefilog_time("/dev/logfs/missing.txt"), -1);
     EXPECT_FALSE(Exists("/dev/logfs/missing.txt"));
@@ -127,20 +126,18 @@ TEST_F(LogUtilsTest, OtherRestartKeepsTheSecondLogOfTheSameBootWithThePmicLog) {
     Write("/dev/logfs/UefiLog_other0.txt", older);
     GeneralLogUtils::setCrashReason("other_hardreset");
     EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
-    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), older);
+    EXPECT_EQ(ReadFile("/dev/logfs/UefiLog_other0.txt"), older);
     const std::string same = UefiLog("boot_index: 42 (other)");
     Write("/dev/logfs/UefiLog_other0.txt", same);
     GeneralLogUtils::setCrashReason("Normal");
     EXPECT_EQ(GeneralLogUtils::log_utils_main(), 0);
-    EXPECT_EQ(Read("/dev/logfs/UefiLog_other0.txt"), same);
-    EXPECT_EQ(Read("/dev/logfs/UefiLog0.txt").rfind("=== Dump occured at ", 0), 0u);
+    EXPECT_EQ(ReadFile("/dev/logfs/UefiLog_other0.txt"), same);
+    EXPECT_EQ(ReadFile("/dev/logfs/UefiLog0.txt").rfind("=== Dump occured at ", 0), 0u);
 
     GeneralLogUtils::setCrashReason("other_hardreset");
     ASSERT_EQ(GeneralLogUtils::log_utils_main(), 0);
-    EXPECT_EQ(Listing(),
-              "Other_Ufilog_2.txt Other_Ufilog_3.txt Other_Ufilog_4.txt Other_Ufilog_42.txt "
-              "Other_Ufilog_5.txt UefiLog0.txt ");
-    const std::string kept = Read("/dev/logfs/Other_Ufilog_42.txt");
+    EXPECT_EQ(Listing(), "#2.txt #3.txt #4.txt #42.txt #5.txt UefiLog0.txt ");
+    const std::string kept = ReadFile("/dev/logfs/Other_Ufilog_42.txt");
     EXPECT_EQ(kept.rfind("=== Dump occured at ", 0), 0u);
     EXPECT_NE(kept.find("boot_index: 42 (other)\r\nUEFI End\r\n\nPON: 0x20 SMPL\n"),
               std::string::npos);
@@ -154,9 +151,9 @@ TEST_F(LogUtilsTest, ReadNodeAppendsANewlineAndTheNode) {
     Write("/dev/logfs/out.txt", "head");
     Write("/sys/node", "line1\nline2");
     EXPECT_EQ(GeneralLogUtils::read_node("/sys/node", "/dev/logfs/out.txt"), 0);
-    EXPECT_EQ(Read("/dev/logfs/out.txt"), "head\nline1\nline2");
+    EXPECT_EQ(ReadFile("/dev/logfs/out.txt"), "head\nline1\nline2");
     EXPECT_EQ(GeneralLogUtils::read_node("/sys/missing", "/dev/logfs/out.txt"), 1);
-    EXPECT_EQ(Read("/dev/logfs/out.txt"), "head\nline1\nline2");
+    EXPECT_EQ(ReadFile("/dev/logfs/out.txt"), "head\nline1\nline2");
     EXPECT_EQ(GeneralLogUtils::read_node("/sys/node", "/no/such/dir/out.txt"), 1);
 }
 

@@ -18,18 +18,18 @@ class PelloraTest : public ::testing::Test {
   protected:
     void SetUp() override { ASSERT_TRUE(platform::SetRoot(mRoot.path())); }
 
-    std::vector<std::string> Lines() const {
+    // The events written so far, one JSON object a line.
+    std::vector<Json::Value> Events() const {
         std::ifstream in(mRoot.path() + "/data/vendor/pellora/events.jsonl", std::ios::binary);
-        std::vector<std::string> lines;
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
-        return lines;
-    }
-    static Json::Value Parse(const std::string& line) {
-        Json::Value v;
-        std::istringstream in(line);
-        std::string errors;
-        EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &v, &errors)) << errors;
-        return v;
+        std::vector<Json::Value> events;
+        for (std::string line; std::getline(in, line);) {
+            std::istringstream text(line);
+            std::string errors;
+            EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), text,
+                                              &events.emplace_back(), &errors))
+                    << errors;
+        }
+        return events;
     }
 
     TempRoot mRoot;
@@ -44,14 +44,14 @@ TEST_F(PelloraTest, EachEventIsOneJsonLineWithIdAndValues) {
     android::PelloraEvent bare(901006029);
     ASSERT_EQ(android::Pellora::sendEvent(bare), 0);
 
-    auto lines = Lines();
-    ASSERT_EQ(lines.size(), 2u);
-    Json::Value first = Parse(lines[0]);
+    const std::vector<Json::Value> events = Events();
+    ASSERT_EQ(events.size(), 2u);
+    const Json::Value& first = events[0];
     EXPECT_EQ(first["id"].asUInt(), 901006001u);
     EXPECT_EQ(first["values"]["Type"].asString(), "kpanic2");
     EXPECT_EQ(first["values"]["Stacktrace"].asString(), "faulty_write+0x10;\nksys_write+0x68;");
     EXPECT_EQ(first["values"].size(), 2u);
-    Json::Value second = Parse(lines[1]);
+    const Json::Value& second = events[1];
     EXPECT_EQ(second["id"].asUInt(), 901006029u);
     EXPECT_TRUE(second["values"].isObject());
     EXPECT_EQ(second["values"].size(), 0u);
@@ -61,9 +61,8 @@ TEST_F(PelloraTest, BytesThatAreNotUtf8BecomeReplacementCharacters) {
     android::PelloraEvent event(1);
     event.putString("Summary", std::string("ok \xc3\xa9 bad \xff\xc3 end", 16));
     ASSERT_EQ(android::Pellora::sendEvent(event), 0);
-    auto lines = Lines();
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(Parse(lines[0])["values"]["Summary"].asString(),
+    ASSERT_EQ(Events().size(), 1u);
+    EXPECT_EQ(Events()[0]["values"]["Summary"].asString(),
               "ok \xc3\xa9 bad \xef\xbf\xbd\xef\xbf\xbd end");
 }
 

@@ -10,23 +10,20 @@ constexpr char kPanicKmsg[] =
 TEST_F(CrashTest, NothingAnywhereIsNoCrash) {
     NewDump(true);
     Write(kPowerupReasonNode, "hard_reset\n");
-    Write(kXblScLogsPartition, std::string(4096, '\xff'));
-    Verdict v = Parse();
-    EXPECT_VERDICT(v, CRASH_MAIN_NONE, CRASH_NONE, "", "");
+    EXPECT_VERDICT(After(kXblScLogsPartition, std::string(4096, '\xff')), CRASH_MAIN_NONE,
+                   CRASH_NONE, "", "");
     EXPECT_EQ(crash_stacktrace(), "");
 }
 
 TEST_F(CrashTest, UefiLogIsTriedFirstAndItsTableOrderDecides) {
     NewDump(true);
     Write(kLastKmsg, kPanicKmsg);
-    Write(kUefiLog0, "B - 1000 - PON by SMPL\r\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_SMPL, CRASH_SMPL, "SMPL", "B - 1000 - PON by SMPL");
-
-    Write(kUefiLog0, "PBS_NACK seen\r\nPON by SMPL\r\nPMIC OCP Occured on S3\r\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_OCP, CRASH_OCP, "OCP", "PMIC OCP Occured on S3");
-
-    Write(kUefiLog0, "PON: PBS_NACK\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_PBS_NACK, CRASH_PBS_NACK, "PBS_NACK", "PON: PBS_NACK");
+    EXPECT_VERDICT(After(kUefiLog0, "B - 1000 - PON by SMPL\r\n"), CRASH_MAIN_SMPL, CRASH_SMPL,
+                   "SMPL", "B - 1000 - PON by SMPL");
+    EXPECT_VERDICT(After(kUefiLog0, "PBS_NACK seen\r\nPON by SMPL\r\nPMIC OCP Occured on S3\r\n"),
+                   CRASH_MAIN_OCP, CRASH_OCP, "OCP", "PMIC OCP Occured on S3");
+    EXPECT_VERDICT(After(kUefiLog0, "PON: PBS_NACK\n"), CRASH_MAIN_PBS_NACK, CRASH_PBS_NACK,
+                   "PBS_NACK", "PON: PBS_NACK");
 }
 
 TEST_F(CrashTest, DumpFilesAreReadOnlyWhenThisRunTookANewDump) {
@@ -43,55 +40,46 @@ TEST_F(CrashTest, DumpFilesAreReadOnlyWhenThisRunTookANewDump) {
 TEST_F(CrashTest, WarmResetLogRanksFailedDumpSmplComboKeysThenOcp) {
     NewDump(true);
     Write(kLastKmsg, kPanicKmsg);
-    Write(kLastWarmresetXbllog,
-          "PM_OCP\r\nReset by PWR & Resin S2\r\nPON Reset. trigger 0x1\r\n"
-          "MD table is not initialized\r\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_DUMP_PROCESS_FAIL, CRASH_DUMP_PROCESS_FAIL,
-                   "dump_process_fail", "MD table is not initialized");
-
-    Write(kLastWarmresetXbllog, "PM_OCP\r\nReset by PWR & Resin S2\r\nPON Reset. trigger 0x1\r\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_SMPL, CRASH_SMPL, "SMPL", "PON Reset. trigger 0x1");
-
-    Write(kLastWarmresetXbllog, "PM_OCP\r\nReset by PWR & Resin S2\r\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_COMBO_KEYS, CRASH_COMBO_KEYS, "combo_keys",
+    EXPECT_VERDICT(After(kLastWarmresetXbllog,
+                         "PM_OCP\r\nReset by PWR & Resin S2\r\nPON Reset. trigger 0x1\r\n"
+                         "MD table is not initialized\r\n"),
+                   CRASH_MAIN_DUMP_PROCESS_FAIL, CRASH_DUMP_PROCESS_FAIL, "dump_process_fail",
+                   "MD table is not initialized");
+    EXPECT_VERDICT(After(kLastWarmresetXbllog,
+                         "PM_OCP\r\nReset by PWR & Resin S2\r\nPON Reset. trigger 0x1\r\n"),
+                   CRASH_MAIN_SMPL, CRASH_SMPL, "SMPL", "PON Reset. trigger 0x1");
+    EXPECT_VERDICT(After(kLastWarmresetXbllog, "PM_OCP\r\nReset by PWR & Resin S2\r\n"),
+                   CRASH_MAIN_COMBO_KEYS, CRASH_COMBO_KEYS, "combo_keys",
                    "Reset by PWR & Resin S2");
-
     // The detail comes from the "OCP Occured" line wherever it stands.
-    Write(kLastWarmresetXbllog, "PM_OCP\r\nS2 OCP Occured 0x40\r\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_OCP, CRASH_OCP, "OCP", "S2 OCP Occured 0x40");
-    Write(kLastWarmresetXbllog, "PM_OCP\r\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_OCP, CRASH_OCP, "OCP", "PM_OCP");
+    EXPECT_VERDICT(After(kLastWarmresetXbllog, "PM_OCP\r\nS2 OCP Occured 0x40\r\n"), CRASH_MAIN_OCP,
+                   CRASH_OCP, "OCP", "S2 OCP Occured 0x40");
+    EXPECT_EQ(Said(After(kLastWarmresetXbllog, "PM_OCP\r\n")), "OCP: PM_OCP");
     // Without the marker the "OCP Occured" line decides nothing: the kernel
     // log is read next.
-    Write(kLastWarmresetXbllog, "PMIC: OCP Occured on S2\r\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_KERNEL, CRASH_KPANIC, "kpanic",
-                   std::string(kPanicKmsg, sizeof(kPanicKmsg) - 2));
-
+    EXPECT_EQ(Said(After(kLastWarmresetXbllog, "PMIC: OCP Occured on S2\r\n")),
+              "kpanic: " + std::string(kPanicKmsg, sizeof(kPanicKmsg) - 2));
     // "OCP" without the boot loader's line end is not the marker.
-    Write(kLastWarmresetXbllog, "OCP check passed\r\n");
-    EXPECT_EQ(Parse().subType, CRASH_KPANIC);
+    EXPECT_EQ(After(kLastWarmresetXbllog, "OCP check passed\r\n").subType, CRASH_KPANIC);
 }
 
 TEST_F(CrashTest, KernelLogBugLineBeatsKeywordsAndKeywordsGoByTableOrder) {
     NewDump(true);
-    Write(kLastKmsg,
-          "[   10.000000][    T1] Trigger a crash\n"
-          "[   11.000000][    T1] QCOM Apps Watchdog bark! Now = 11.0\n"
-          "[   12.000000][    T1] Kernel panic - not syncing: wdog\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_KERNEL, CRASH_KPANIC, "kpanic",
+    EXPECT_VERDICT(After(kLastKmsg,
+                         "[   10.000000][    T1] Trigger a crash\n"
+                         "[   11.000000][    T1] QCOM Apps Watchdog bark! Now = 11.0\n"
+                         "[   12.000000][    T1] Kernel panic - not syncing: wdog\n"),
+                   CRASH_MAIN_KERNEL, CRASH_KPANIC, "kpanic",
                    "[   11.000000][    T1] QCOM Apps Watchdog bark! Now = 11.0");
-
-    Write(kLastKmsg,
-          "[   10.000000][    T1] Unable to handle kernel paging request at 0x8\n"
-          "[   11.000000][    T9] kernel BUG at mm/slub.c:305!\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_KERNEL, CRASH_KPANIC, "kpanic",
-                   "[   11.000000][    T9] kernel BUG at mm/slub.c:305!");
-
-    Write(kLastKmsg, "[    5.1][  T77] sysrq: collect D&R-state processes\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_COMBO_KEYS, CRASH_COMBO_KEYS, "combo_keys",
+    EXPECT_EQ(Said(After(kLastKmsg,
+                         "[   10.000000][    T1] Unable to handle kernel paging request at 0x8\n"
+                         "[   11.000000][    T9] kernel BUG at mm/slub.c:305!\n")),
+              "kpanic: [   11.000000][    T9] kernel BUG at mm/slub.c:305!");
+    EXPECT_VERDICT(After(kLastKmsg, "[    5.1][  T77] sysrq: collect D&R-state processes\n"),
+                   CRASH_MAIN_COMBO_KEYS, CRASH_COMBO_KEYS, "combo_keys",
                    "[    5.1][  T77] sysrq: collect D&R-state processes");
-    Write(kLastKmsg, "[    5.1][  C3] EDAC kryo_edac: Error in matching cpu3\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_CPU, CRASH_CPU_CACHE_MATCH_ERROR, "cpu_cache_match_error",
+    EXPECT_VERDICT(After(kLastKmsg, "[    5.1][  C3] EDAC kryo_edac: Error in matching cpu3\n"),
+                   CRASH_MAIN_CPU, CRASH_CPU_CACHE_MATCH_ERROR, "cpu_cache_match_error",
                    "[    5.1][  C3] EDAC kryo_edac: Error in matching cpu3");
 }
 
@@ -103,8 +91,7 @@ TEST_F(CrashTest, BinaryAndOverlongKernelLogsAreReadInBoundedPieces) {
     for (size_t i = 0; i < log.size(); i += 97) log[i] = '\0';
     constexpr char kBugLine[] = "[ 3.0][ T5] \0\0kernel BUG at drivers/foo.c:7!";
     const std::string bugLine(kBugLine, sizeof(kBugLine) - 1);
-    Write(kLastKmsg, log + "\n" + bugLine + "\n");
-    Verdict v = Parse();
+    const Verdict v = After(kLastKmsg, log + "\n" + bugLine + "\n");
     EXPECT_EQ(v.subType, CRASH_KPANIC);
     EXPECT_EQ(v.detail, bugLine);
 }
@@ -120,23 +107,25 @@ TEST_F(CrashTest, QuietKernelLogLeavesItToTheTrustZone) {
                    "tz log encrypt");
 
     // Table order decides, not position; a reason before the status is old.
-    Write(kLastTzlog,
-          "SECURE_WDT\nBoot Status :\n  CPU #: 0\n   Reset Type (reason)       : MON_DATA_ABT\n"
-          "   Reset Type (reason)       : SMMU_FAULT\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_TZ, CRASH_TZ_SMMU_FAULT, "tz_crash",
+    EXPECT_VERDICT(After(kLastTzlog,
+                         "SECURE_WDT\nBoot Status :\n  CPU #: 0\n"
+                         "   Reset Type (reason)       : MON_DATA_ABT\n"
+                         "   Reset Type (reason)       : SMMU_FAULT\n"),
+                   CRASH_MAIN_TZ, CRASH_TZ_SMMU_FAULT, "tz_crash",
                    "   Reset Type (reason)       : SMMU_FAULT");
-    Write(kLastTzlog, "Boot Status :\n   Reset Type (reason)       : NON_SECURE_WDT\n");
-    EXPECT_EQ(Parse().subType, CRASH_TZ_NON_SECURE_WDT);
-    Write(kLastTzlog, "Boot Status :\n   Reset Type (reason)       : SECURE_WDT\n");
-    EXPECT_EQ(Parse().subType, CRASH_TZ_SECURE_WDT);
     // Every reason past the eighth shares the last slot.
-    Write(kLastTzlog, "Boot Status :\n   Reset Type (reason)       : MON_DATA_ABT\n");
-    EXPECT_EQ(Parse().subType, CRASH_TZ_OTHER);
-    Write(kLastTzlog, "Boot Status :\n   Reset Type (reason)       : AHB_TIMEOUT\n");
-    EXPECT_EQ(Parse().subType, CRASH_TZ_OTHER);
-
-    Write(kLastTzlog, "Boot Status :\n   Reset Type (reason)       : NONE\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_TZ_8_NONE, CRASH_TZ_8_NONE, "8_NONE", "tz log 8 none");
+    const std::pair<const char*, crash_type_enum> reasons[] = {
+            {"NON_SECURE_WDT", CRASH_TZ_NON_SECURE_WDT},
+            {"SECURE_WDT", CRASH_TZ_SECURE_WDT},
+            {"MON_DATA_ABT", CRASH_TZ_OTHER},
+            {"AHB_TIMEOUT", CRASH_TZ_OTHER},
+    };
+    for (const auto& [reason, type] : reasons) {
+        const std::string log = "Boot Status :\n   Reset Type (reason)       : ";
+        EXPECT_EQ(After(kLastTzlog, log + reason + "\n").subType, type) << reason;
+    }
+    EXPECT_VERDICT(After(kLastTzlog, "Boot Status :\n   Reset Type (reason)       : NONE\n"),
+                   CRASH_MAIN_TZ_8_NONE, CRASH_TZ_8_NONE, "8_NONE", "tz log 8 none");
 }
 
 TEST_F(CrashTest, PowerUpReasonThenXblScLogsAreTheLastResorts) {
@@ -144,18 +133,15 @@ TEST_F(CrashTest, PowerUpReasonThenXblScLogsAreTheLastResorts) {
     partition += "\xff\xff binary \x01\x02\nXBL: XBLRamDump_MiniDump failed, status 0x3\n";
     Write(kXblScLogsPartition, partition);
     EXPECT_TRUE(detect_xbl_sc_log_partion());
-    Write(kPowerupReasonNode, "reason: other\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_DUMP_PROCESS_FAIL, CRASH_DUMP_PROCESS_FAIL,
-                   "dump_process_fail", "crash happened,but dump process fail");
-
+    EXPECT_VERDICT(After(kPowerupReasonNode, "reason: other\n"), CRASH_MAIN_DUMP_PROCESS_FAIL,
+                   CRASH_DUMP_PROCESS_FAIL, "dump_process_fail",
+                   "crash happened,but dump process fail");
     // A power-up reason beginning with "other" comes first.
-    Write(kPowerupReasonNode, "other\n");
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_HARDRESET, CRASH_OTHER_HARDRESET, "other_hardreset",
-                   "other by hardreset");
+    EXPECT_VERDICT(After(kPowerupReasonNode, "other\n"), CRASH_MAIN_HARDRESET,
+                   CRASH_OTHER_HARDRESET, "other_hardreset", "other by hardreset");
 
     Write(kXblScLogsPartition, "XBL: MD table is not initialized\n");
     EXPECT_TRUE(detect_xbl_sc_log_partion());
-
     Write(kXblScLogsPartition, "XBL: RamDump done\n");
     EXPECT_FALSE(detect_xbl_sc_log_partion());
 }

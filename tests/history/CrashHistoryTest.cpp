@@ -1,6 +1,8 @@
-// The crash history ring on flash and "md_history" made from it.
+// The crash history ring on flash, "md_history" made from it, and the crash
+// event sent beside it.
 #include "HistoryTestSupport.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"
+#include "modules/BSPLogProcessor/CrashReport.h"
 
 namespace zelkor::tessel::testing {
 namespace {
@@ -9,9 +11,6 @@ using namespace Minidump;
 
 class CrashHistoryTest : public HistoryTest {
   protected:
-    // A "crash_history" partition image of exactly the history's size.
-    void MakeHistoryPartition(uint64_t size = kHistoryRegion) { MakeImage(kCrashHistory, size); }
-
     CrashHistoryPartition Open() {
         CrashHistoryPartition history;
         EXPECT_TRUE(open_crash_history(&history));
@@ -26,75 +25,73 @@ class CrashHistoryTest : public HistoryTest {
                   0);
         close_crash_history(&history);
     }
+    // Kernel panics numbered "crash <first>" to "crash <last>".
+    void Panics(int first, int last) {
+        for (int n = first; n <= last; ++n) Record(1, 1, "kpanic", "crash " + std::to_string(n));
+    }
     std::string SyncedMdHistory() {
         CrashHistoryPartition history = Open();
         EXPECT_EQ(sync_to_file_md_history(history), 0);
         close_crash_history(&history);
         return ReadFile(kMdHistory);
     }
-    // A header as the daemon leaves it, written field by field.
-    void PutHeader(const char* dev, uint64_t at, uint32_t currentNum, uint32_t nextPosition) {
-        Put(dev, at, "TH_HSARC");
-        Put32(dev, at + 8, 0x1001);
-        Put32(dev, at + 12, 512);
-        Put32(dev, at + 16, currentNum);
-        Put32(dev, at + 20, nextPosition);
-        Put32(dev, at + 24, 0x97B86ADD);
-        Put32(dev, at + 28, 14);
-        Put32(dev, at + 96, 35);
+    // A "crash_history" partition whose header is as the daemon leaves it.
+    void MakeHistory(uint32_t currentNum, uint32_t nextPosition) {
+        MakeImage(kCrashHistory, kHistoryRegion);
+        Put(kCrashHistory, 0, "TH_HSARC");
+        PutWords(kCrashHistory, 8, {0x1001, 512, currentNum, nextPosition, 0x97B86ADD, 14});
+        Put32(kCrashHistory, 96, 35);
     }
-    void PutRecord(const char* dev, uint64_t history, uint64_t slot, const std::string& text,
-                   uint64_t length) {
-        Put32(dev, RecordAt(history, slot), 1);
-        Put32(dev, RecordAt(history, slot) + 4, 1);
-        Put64(dev, RecordAt(history, slot) + 8, length);
-        Put(dev, RecordAt(history, slot) + 32, text);
+    void PutRecord(uint64_t slot, const std::string& text, uint64_t length) {
+        PutWords(kCrashHistory, RecordAt(0, slot), {1, 1});
+        Put64(kCrashHistory, RecordAt(0, slot) + 8, length);
+        Put(kCrashHistory, RecordAt(0, slot) + 32, text);
+    }
+    uint64_t At(uint64_t offset, int width = 4) const {
+        return GetLE(kCrashHistory, offset, width);
     }
 };
 
 // ---- where the history lies -------------------------------------------------
 
-TEST_F(CrashHistoryTest, InBlackboxBehindTheControlHeaderWithTheBootCounter) {
-    MakeBlackbox(7);
-    Put32(kBlackbox, 0x980000C, 0x2000);  // crash_history_offset
-    CrashHistoryPartition history = Open();
-    EXPECT_TRUE(history.in_blackbox);
-    EXPECT_EQ(history.offset, 0x9802000);
-    EXPECT_EQ(history.boot_index, 7u);
-    close_crash_history(&history);
-}
-
-TEST_F(CrashHistoryTest, WithoutBlackboxTheCrashHistoryPartitionFromZero) {
-    MakeHistoryPartition();
-    CrashHistoryPartition history = Open();
-    EXPECT_FALSE(history.in_blackbox);
-    EXPECT_EQ(history.offset, 0);
-    EXPECT_STREQ(history.path, kCrashHistory);
-    close_crash_history(&history);
-}
-
-TEST_F(CrashHistoryTest, MissingPartitionFailsTheCheck) {
+TEST_F(CrashHistoryTest, InTheBlackboxWithTheBootCounterElseTheCrashHistoryPartition) {
     CrashHistoryPartition history;
     EXPECT_FALSE(open_crash_history(&history));
     EXPECT_EQ(history.fd, -1);
     EXPECT_FALSE(check_crash_history());
     EXPECT_EQ(mLog.count(kTag, "check crash history partition fail 2(No such file or directory)"),
               1);
+
+    MakeImage(kCrashHistory, kHistoryRegion);
+    history = Open();
+    EXPECT_FALSE(history.in_blackbox);
+    EXPECT_EQ(history.offset, 0);
+    EXPECT_STREQ(history.path, kCrashHistory);
+    close_crash_history(&history);
+
+    // The next run finds a blackbox: the history is behind its control header.
+    reset_minidump_state();
+    MakeBlackbox(7);
+    Put32(kBlackbox, 0x980000C, 0x2000);  // crash_history_offset
+    history = Open();
+    EXPECT_TRUE(history.in_blackbox);
+    EXPECT_EQ(history.offset, 0x9802000);
+    EXPECT_EQ(history.boot_index, 7u);
+    close_crash_history(&history);
 }
 
 TEST_F(CrashHistoryTest, SmallPartitionKeepsTheRecordsThatFitAndWritesNothingPastItsEnd) {
     // The header and two slots.
     const uint64_t size = RecordAt(0, 2);
-    MakeHistoryPartition(size);
+    MakeImage(kCrashHistory, size);
     EXPECT_TRUE(check_crash_history());
     EXPECT_EQ(mLog.count(kTag, "crash history at 0x0 does not fit whole in " +
                                        std::string(kCrashHistory)),
               1);
-    for (int crash = 1; crash <= 3; ++crash)
-        Record(1, 1, "kpanic", "crash " + std::to_string(crash));
+    Panics(1, 3);
 
     EXPECT_EQ(std::filesystem::file_size(Host(kCrashHistory)), size);
-    EXPECT_EQ(GetLE(kCrashHistory, 16, 4), 3u);  // every crash counted
+    EXPECT_EQ(At(16), 3u);  // every crash counted
     EXPECT_EQ(mLog.count(kTag, "crash_history: record at 0xc00 lies outside"), 1);
     const std::string md = SyncedMdHistory();
     EXPECT_NE(md.find("|crash 2\n"), std::string::npos) << md;
@@ -112,52 +109,43 @@ TEST_F(CrashHistoryTest, ZeroedHistoryIsInitialisedAndFirstRecordNamesTheCrashed
     Record(1, 1, "kpanic", "Kernel panic - not syncing: Oops");
 
     EXPECT_EQ(Get(kBlackbox, kHistoryAt, 8), "TH_HSARC");
-    EXPECT_EQ(GetLE(kBlackbox, kHistoryAt + 8, 4), 0x1001u);
-    EXPECT_EQ(GetLE(kBlackbox, kHistoryAt + 12, 4), 512u);
-    EXPECT_EQ(GetLE(kBlackbox, kHistoryAt + 16, 4), 1u);  // current_num
-    EXPECT_EQ(GetLE(kBlackbox, kHistoryAt + 20, 4), 1u);  // next_position
-    EXPECT_EQ(GetLE(kBlackbox, kHistoryAt + 24, 4), 0x97B86ADDu);
-    EXPECT_EQ(GetLE(kBlackbox, kHistoryAt + 28, 4), 14u);
-    EXPECT_EQ(GetLE(kBlackbox, kHistoryAt + 32 + 2 * 1, 2), 1u);  // main type 1
+    // version, slots, current_num, next_position, magic2, main type count
+    EXPECT_EQ(Words(kBlackbox, kHistoryAt + 8, 6), (U64s{0x1001, 512, 1, 1, 0x97B86ADD, 14}));
+    EXPECT_EQ(Words(kBlackbox, kHistoryAt + 32, 3, 2), (U64s{0, 1, 0}));  // main type 1
     EXPECT_EQ(GetLE(kBlackbox, kHistoryAt + 96, 4), 35u);
-    EXPECT_EQ(GetLE(kBlackbox, kHistoryAt + 100 + 2 * 1, 2), 1u);  // sub type 1
+    EXPECT_EQ(Words(kBlackbox, kHistoryAt + 100, 3, 2), (U64s{0, 1, 0}));  // sub type 1
 
     const std::string text =
             "1)[6] B1.0.42|" + Now() + "|kpanic|Kernel panic - not syncing: Oops\n";
     const uint64_t record = RecordAt(kHistoryAt, 0);
-    EXPECT_EQ(GetLE(kBlackbox, record, 4), 1u);
-    EXPECT_EQ(GetLE(kBlackbox, record + 4, 4), 1u);
+    EXPECT_EQ(Words(kBlackbox, record, 2), (U64s{1, 1}));
     EXPECT_EQ(GetLE(kBlackbox, record + 8, 8), text.size());
     EXPECT_EQ(Get(kBlackbox, record + 32, text.size() + 1), text + '\0');
     EXPECT_EQ(Get(kBlackbox, record + 600, 4), "keep");
 }
 
 TEST_F(CrashHistoryTest, ReasonAndDetailAreCutBeforeFormatting) {
-    MakeHistoryPartition();
+    MakeImage(kCrashHistory, kHistoryRegion);
     Record(1, 1, std::string(60, 'r'), std::string(450, 'd'));
     const std::string text = "1) unkown_version|" + Now() + "|" + std::string(49, 'r') + "|" +
                              std::string(399, 'd') + "\n";
-    EXPECT_EQ(GetLE(kCrashHistory, RecordAt(0, 0) + 8, 8), text.size());
+    EXPECT_EQ(At(RecordAt(0, 0) + 8, 8), text.size());
     EXPECT_EQ(Get(kCrashHistory, RecordAt(0, 0) + 32, text.size()), text);
 }
 
 TEST_F(CrashHistoryTest, The513thCrashOverwritesSlotZero) {
-    MakeHistoryPartition();
-    for (int crash = 1; crash <= 512; ++crash) {
-        Record(1, 1, "kpanic", "crash " + std::to_string(crash));
-    }
-    EXPECT_EQ(GetLE(kCrashHistory, 16, 4), 512u);
-    EXPECT_EQ(GetLE(kCrashHistory, 20, 4), 512u);  // stays one past the last slot until the next
+    MakeImage(kCrashHistory, kHistoryRegion);
+    Panics(1, 512);
+    // current_num, and next_position one past the last slot until the next
+    EXPECT_EQ(Words(kCrashHistory, 16, 2), (U64s{512, 512}));
     Record(7, 18, "OCP", "crash 513");
 
-    EXPECT_EQ(GetLE(kCrashHistory, 16, 4), 513u);
-    EXPECT_EQ(GetLE(kCrashHistory, 20, 4), 1u);
-    EXPECT_EQ(GetLE(kCrashHistory, 32 + 2 * 1, 2), 512u);
-    EXPECT_EQ(GetLE(kCrashHistory, 32 + 2 * 7, 2), 1u);
-    EXPECT_EQ(GetLE(kCrashHistory, 100 + 2 * 1, 2), 512u);
-    EXPECT_EQ(GetLE(kCrashHistory, 100 + 2 * 18, 2), 1u);
-    EXPECT_EQ(GetLE(kCrashHistory, RecordAt(0, 0), 4), 7u);
-    EXPECT_EQ(GetLE(kCrashHistory, RecordAt(0, 0) + 4, 4), 18u);
+    EXPECT_EQ(Words(kCrashHistory, 16, 2), (U64s{513, 1}));
+    EXPECT_EQ(At(32 + 2 * 1, 2), 512u);
+    EXPECT_EQ(At(32 + 2 * 7, 2), 1u);
+    EXPECT_EQ(At(100 + 2 * 1, 2), 512u);
+    EXPECT_EQ(At(100 + 2 * 18, 2), 1u);
+    EXPECT_EQ(Words(kCrashHistory, RecordAt(0, 0), 2), (U64s{7, 18}));
     EXPECT_EQ(Get(kCrashHistory, RecordAt(0, 0) + 32, 5), "513) ");
     EXPECT_EQ(Get(kCrashHistory, RecordAt(0, 1) + 32, 3), "2) ");
 
@@ -171,43 +159,73 @@ TEST_F(CrashHistoryTest, The513thCrashOverwritesSlotZero) {
 }
 
 TEST_F(CrashHistoryTest, DamagedSecondMagicAndPositionAreRepairedAndCountsGoOn) {
-    MakeHistoryPartition();
-    PutHeader(kCrashHistory, 0, 5, 0xFFFFFFF0);
+    MakeHistory(5, 0xFFFFFFF0);
     Put32(kCrashHistory, 24, 0);
     Put16(kCrashHistory, 32 + 2 * 2, 5);
     Put16(kCrashHistory, 100 + 2 * 3, 5);
     Record(2, 3, "cpu_llcc_data_single", "LLCC Data RAM correctable Error");
-    EXPECT_EQ(GetLE(kCrashHistory, 24, 4), 0x97B86ADDu);
-    EXPECT_EQ(GetLE(kCrashHistory, 16, 4), 6u);
-    EXPECT_EQ(GetLE(kCrashHistory, 32 + 2 * 2, 2), 6u);
-    EXPECT_EQ(GetLE(kCrashHistory, 100 + 2 * 3, 2), 6u);
+    EXPECT_EQ(At(24), 0x97B86ADDu);
+    EXPECT_EQ(At(16), 6u);
+    EXPECT_EQ(At(32 + 2 * 2, 2), 6u);
+    EXPECT_EQ(At(100 + 2 * 3, 2), 6u);
     // The position is taken back into the ring.
     EXPECT_EQ(Get(kCrashHistory, RecordAt(0, 0) + 32, 3), "6) ");
-    EXPECT_EQ(GetLE(kCrashHistory, 20, 4), 1u);
+    EXPECT_EQ(At(20), 1u);
 }
 
 TEST_F(CrashHistoryTest, TypesBeyondTheCountersAreNotCounted) {
-    MakeHistoryPartition();
+    MakeImage(kCrashHistory, kHistoryRegion);
     Put(kCrashHistory, 228, "MARK");
     Record(40, 70, "strange", "x");
-    EXPECT_EQ(GetLE(kCrashHistory, 16, 4), 1u);
+    EXPECT_EQ(At(16), 1u);
     EXPECT_EQ(Get(kCrashHistory, 32, 64), std::string(64, '\0'));
     EXPECT_EQ(Get(kCrashHistory, 100, 128), std::string(128, '\0'));
     EXPECT_EQ(Get(kCrashHistory, 228, 4), "MARK");
-    EXPECT_EQ(GetLE(kCrashHistory, RecordAt(0, 0), 4), 40u);
+    EXPECT_EQ(At(RecordAt(0, 0)), 40u);
 }
 
 // ---- md_history -----------------------------------------------------------------
 
 TEST_F(CrashHistoryTest, MdHistoryBeforeTheFirstLapSkipsOverlongRecords) {
-    MakeHistoryPartition();
-    PutHeader(kCrashHistory, 0, 3, 3);
-    PutRecord(kCrashHistory, 0, 0, "first\n", 6);
-    PutRecord(kCrashHistory, 0, 1, "damaged\n", 512);
-    PutRecord(kCrashHistory, 0, 2, "third\n", 6);
-    PutRecord(kCrashHistory, 0, 3, "not yet\n", 8);
+    MakeHistory(3, 3);
+    PutRecord(0, "first\n", 6);
+    PutRecord(1, "damaged\n", 512);
+    PutRecord(2, "third\n", 6);
+    PutRecord(3, "not yet\n", 8);
     EXPECT_EQ(SyncedMdHistory(), "first\nthird\n");
     EXPECT_EQ(mLog.count(kTag, "crash_history: record 1 has length 512, skipped"), 1);
+}
+
+// ---- the crash event --------------------------------------------------------------
+
+using CrashReportTest = HistoryTest;
+
+TEST_F(CrashReportTest, EventIdsByMainType) {
+    const unsigned int ids[] = {0,         901006001, 901006003, 901006002, 901006022,
+                                901006023, 901006004, 901006006, 901006005, 901006021,
+                                901006029, 901006019, 901006020, 901006018};
+    for (uint32_t type = 0; type < std::size(ids); ++type) {
+        EXPECT_EQ(crash_event_id(type), ids[type]) << "main type " << type;
+    }
+    EXPECT_EQ(crash_event_id(14), 0u);
+    EXPECT_EQ(crash_event_id(0xFFFFFFFF), 0u);
+}
+
+TEST_F(CrashReportTest, SubTypeWithoutMainTypeIsNamedButNotSent) {
+    crash_report(CRASH_MAIN_NONE, CRASH_CORE_HANG, "core_hang", "x");
+    EXPECT_TRUE(Events().empty());
+    EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "core_hang");
+    EXPECT_EQ(mLog.count(kTag, "no event id for crash main type 0, core_hang not reported"), 1);
+}
+
+// The whole step with a crash and without one runs in MinidumpMainTest.
+TEST_F(CrashReportTest, ReportGoesOutEvenWhenTheHistoryCannotBeOpened) {
+    WriteText(kPowerup, "other\n");
+    record_crash_history();
+    ASSERT_EQ(Events().size(), 1u);
+    EXPECT_EQ(Events()[0]["id"].asUInt(), 901006023u);
+    EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "other_hardreset");
+    EXPECT_FALSE(Exists(kMdHistory));
 }
 
 }  // namespace

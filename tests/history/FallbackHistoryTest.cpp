@@ -16,14 +16,13 @@ class FallbackHistoryTest : public HistoryTest {
     void SetUp() override {
         HistoryTest::SetUp();
         ASSERT_TRUE(platform::SetProperty("ro.build.version.incremental", "B7"));
+        MakeImage(kMinidump, kMinidumpSize);
     }
     void PutHeader(const char* dev, uint32_t count, uint32_t nextOff, uint8_t full) {
         Put32(dev, kArea, 4096);
         Put(dev, kArea + 4, "MNDPHIST");
-        Put32(dev, kArea + 12, count);
-        Put32(dev, kArea + 16, 15360);
-        Put32(dev, kArea + 20, nextOff);
-        Put(dev, kArea + 24, std::string(1, static_cast<char>(full)));
+        PutWords(dev, kArea + 12, {count, 15360, nextOff});
+        PutLE(dev, kArea + 24, full, 1);
     }
     void NewDump(bool taken) {
         ASSERT_TRUE(platform::SetProperty(kMinidumpValidProperty, taken ? "1" : "0"));
@@ -41,7 +40,6 @@ TEST_F(FallbackHistoryTest, SummaryIsTheLineOfTheEarliestKeyword) {
 }
 
 TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
-    MakeImage(kMinidump, kMinidumpSize);
     NewDump(true);
     WriteText(kPowerup, "reboot\n");
     WriteText(kLastKmsgFile, "[    8.000001][  T1] Trigger a crash\n");
@@ -51,9 +49,8 @@ TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
     const std::string item = "1) B7|" + Now() + "|reboot|[    8.000001][  T1] Trigger a crash\n";
     EXPECT_EQ(GetLE(kMinidump, kArea, 4), 4096u);
     EXPECT_EQ(Get(kMinidump, kArea + 4, 8), "MNDPHIST");
-    EXPECT_EQ(GetLE(kMinidump, kArea + 12, 4), 1u);
-    EXPECT_EQ(GetLE(kMinidump, kArea + 16, 4), 15360u);
-    EXPECT_EQ(GetLE(kMinidump, kArea + 20, 4), kItems + item.size());
+    // item count, item length limit, next_off, full
+    EXPECT_EQ(Words(kMinidump, kArea + 12, 3), (U64s{1, 15360, kItems + item.size()}));
     EXPECT_EQ(GetLE(kMinidump, kArea + 24, 1), 0u);
     EXPECT_EQ(Get(kMinidump, kItems, item.size()), item);
     EXPECT_EQ(ReadFile(kMdHistory), item);
@@ -68,7 +65,6 @@ TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
 }
 
 TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheAreaAndACrashAddsTheNextItem) {
-    MakeImage(kMinidump, kMinidumpSize);
     PutHeader(kMinidump, 2, kItems + 10, 0);
     Put(kMinidump, kItems, "1) a\n2) b\nleftover");
     NewDump(false);
@@ -77,8 +73,7 @@ TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheAreaAndACrashAddsTheNextItem)
     update_minidump_history();
 
     EXPECT_EQ(ReadFile(kMdHistory), "1) a\n2) b\n");
-    EXPECT_EQ(GetLE(kMinidump, kArea + 12, 4), 2u);
-    EXPECT_EQ(GetLE(kMinidump, kArea + 20, 4), kItems + 10);
+    EXPECT_EQ(Words(kMinidump, kArea + 12, 3), (U64s{2, 15360, kItems + 10}));
     // A position off the item space never copies more than the space.
     Put32(kMinidump, kArea + 20, 0x10);
     update_minidump_history();
@@ -93,7 +88,6 @@ TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheAreaAndACrashAddsTheNextItem)
 }
 
 TEST_F(FallbackHistoryTest, NormalBootWithoutTheMarkWritesNothing) {
-    MakeImage(kMinidump, kMinidumpSize);
     NewDump(false);
     update_minidump_history();
     EXPECT_FALSE(Exists(kMdHistory));
@@ -101,7 +95,6 @@ TEST_F(FallbackHistoryTest, NormalBootWithoutTheMarkWritesNothing) {
 }
 
 TEST_F(FallbackHistoryTest, FullAreaStartsOverAndIsCopiedWhole) {
-    MakeImage(kMinidump, kMinidumpSize);
     PutHeader(kMinidump, 7, 0x4004000 - 10, 0);
     Put(kMinidump, kItems, "1) oldest");
     NewDump(true);
@@ -110,8 +103,7 @@ TEST_F(FallbackHistoryTest, FullAreaStartsOverAndIsCopiedWhole) {
     update_minidump_history();
 
     const std::string item = "8) B7|" + Now() + "|reboot|\n";
-    EXPECT_EQ(GetLE(kMinidump, kArea + 20, 4), kItems + item.size());
-    EXPECT_EQ(GetLE(kMinidump, kArea + 24, 1), 1u);
+    EXPECT_EQ(Words(kMinidump, kArea + 20, 2), (U64s{kItems + item.size(), 1}));
     EXPECT_EQ(Get(kMinidump, kItems, item.size()), item);
     const std::string copied = ReadFile(kMdHistory);
     EXPECT_EQ(copied.size(), 15360u);
@@ -119,7 +111,6 @@ TEST_F(FallbackHistoryTest, FullAreaStartsOverAndIsCopiedWhole) {
 }
 
 TEST_F(FallbackHistoryTest, PositionOutsideTheItemSpaceStartsOver) {
-    MakeImage(kMinidump, kMinidumpSize);
     PutHeader(kMinidump, 3, 0x10, 0);
     NewDump(true);
 
@@ -127,14 +118,12 @@ TEST_F(FallbackHistoryTest, PositionOutsideTheItemSpaceStartsOver) {
 
     const std::string item = "4) B7|" + Now() + "||\n";
     EXPECT_EQ(Get(kMinidump, kItems, item.size()), item);
-    EXPECT_EQ(GetLE(kMinidump, kArea + 20, 4), kItems + item.size());
-    EXPECT_EQ(GetLE(kMinidump, kArea + 24, 1), 0u);
+    EXPECT_EQ(Words(kMinidump, kArea + 20, 2), (U64s{kItems + item.size(), 0}));
     EXPECT_EQ(Get(kMinidump, 0x10, 4), std::string(4, '\0'));
     EXPECT_EQ(mLog.count(kTag, "md_his_header next_off 0x10 out of range"), 1);
 }
 
 TEST_F(FallbackHistoryTest, LongItemsAreCutTo512Bytes) {
-    MakeImage(kMinidump, kMinidumpSize);
     NewDump(true);
     WriteText(kLastKmsgFile, "Kernel panic " + std::string(700, 'z') + "\n");
     update_minidump_history();

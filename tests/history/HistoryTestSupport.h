@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "blackbox/TestImage.h"
@@ -15,6 +16,8 @@
 #include "platform/Properties.h"
 
 namespace zelkor::tessel::testing {
+
+using U64s = std::vector<uint64_t>;
 
 constexpr char kCrashHistory[] = "/dev/block/by-name/crash_history";
 constexpr char kMdHistory[] = "/data/vendor/diag/md_history";
@@ -45,6 +48,16 @@ class HistoryTest : public MinidumpTest {
         TestImage image(Host(kBlackbox), kBlackboxSize);
         image.PutDefaultHeaders();
         image.PutU32(0x10, bootIndex);
+    }
+
+    // Little-endian words of `width` bytes each, one after the other from `at`.
+    void PutWords(const char* dev, uint64_t at, const U64s& words, int width = 4) const {
+        for (uint64_t word : words) PutLE(dev, std::exchange(at, at + width), word, width);
+    }
+    U64s Words(const char* dev, uint64_t at, size_t count, int width = 4) const {
+        U64s words;
+        for (size_t i = 0; i < count; ++i) words.push_back(GetLE(dev, at + i * width, width));
+        return words;
     }
 
     // A text file at a device path, its folders created.

@@ -23,47 +23,29 @@ class MinidumpMainTest : public HistoryTest {
         WriteText(kPoweroff, "panic\n");
     }
 
-    // One printk record at `at`: 16-byte header, text, padding to 8 bytes.
-    // Returns its length.
-    uint64_t PutPrintk(uint64_t at, uint64_t nsec, const std::string& text) {
-        const std::string record = PrintkRecord(nsec, 0, text);
-        Put(kBlackbox, at, record);
-        return record.size();
-    }
-
     // A new raw dump in the blackbox's dump area: slot 0 of a v2 dump of the
     // boot numbered 6, one md_kmsg section with a panic and its call trace.
     void PutNewDump() {
-        Put(kBlackbox, kDumpArea, "Raw_Dmp!");
-        Put64(kBlackbox, kDumpArea + 16, 0x400);     // slot 0 offset
-        Put64(kBlackbox, kDumpArea + 40, 0xA00000);  // blackbox slot distance
-        Put64(kBlackbox, kDumpArea + 48, 0x600000);  // minidump slot distance
-        Put(kBlackbox, kDumpSlot, "Raw_Dmp!");
-        Put32(kBlackbox, kDumpSlot + 8, 0x2000);
-        Put32(kBlackbox, kDumpSlot + 52, 1);
-        Put32(kBlackbox, kDumpSlot + 76, 6);
-        const uint64_t data = kDumpSlot + 0x1000;
-        uint64_t at = data;
-        at += PutPrintk(at, 5000123000ull, "Kernel panic - not syncing: Fatal exception");
-        at += PutPrintk(at, 5000124000ull, "Call trace:");
-        at += PutPrintk(at, 5000125000ull, " dump_backtrace+0x0/0x1e0");
-        const uint64_t section = kDumpSlot + 88;
-        Put32(kBlackbox, section, 1);
-        Put64(kBlackbox, section + 12, data);
-        Put64(kBlackbox, section + 20, at - data);
-        Put(kBlackbox, section + 44, std::string("md_kmsg", 7));
+        LastLog(kBlackbox, kDumpArea, "Raw_Dmp!", 0, 0, 0xA00000, 0x600000);
+        DumpHeader(kBlackbox, kDumpSlot, 0x2000, 1, "", 6);
+        std::string kmsg;
+        for (auto [nsec, text] :
+             {std::pair{5000123000ull, "Kernel panic - not syncing: Fatal exception"},
+              {5000124000ull, "Call trace:"},
+              {5000125000ull, " dump_backtrace+0x0/0x1e0"}}) {
+            kmsg += PrintkRecord(nsec, 0, text);
+        }
+        Put(kBlackbox, kDumpSlot + 0x1000, kmsg);
+        SectionHeader(kBlackbox, kDumpSlot + 88, 0, 1, "md_kmsg", kDumpSlot + 0x1000, kmsg.size());
     }
 
-    static std::string Inflate(const std::string& compressed, size_t size) {
-        std::string out(size, '\0');
-        uLongf length = size;
-        if (uncompress(reinterpret_cast<Bytef*>(out.data()), &length,
-                       reinterpret_cast<const Bytef*>(compressed.data()),
-                       compressed.size()) != Z_OK) {
-            return "<not a zlib stream>";
-        }
-        out.resize(length);
-        return out;
+    static std::string Inflate(const std::string& compressed) {
+        std::string out(1024, '\0');
+        uLongf length = out.size();
+        const bool ok = uncompress(reinterpret_cast<Bytef*>(out.data()), &length,
+                                   reinterpret_cast<const Bytef*>(compressed.data()),
+                                   compressed.size()) == Z_OK;
+        return ok ? out.substr(0, length) : "<not a zlib stream>";
     }
 };
 
@@ -84,27 +66,24 @@ TEST_F(MinidumpMainTest, NewDumpInTheBlackboxIsTakenClassifiedReportedAndRecorde
                       "\n[    5.000124][    L0] Call trace:\n"
                       "[    5.000125][    L0]  dump_backtrace+0x0/0x1e0\n");
     EXPECT_EQ(Get(kBlackbox, kDumpSlot + 16, 8), std::string("DESRAP\0\0", 8));
-    EXPECT_EQ(platform::GetProperty("vendor.minidump.is.valid", ""), "1");
-    EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "kpanic");
-    EXPECT_EQ(platform::GetProperty("vendor.blackbox.boot_index", ""), "7");
 
     // The crashed boot is the one before the blackbox's counter.
     const std::string record = "1)[6] B1.0.42|" + Now() + "|kpanic|" + panic + "\n";
     EXPECT_EQ(ReadFile(kMdHistory), record);
-    EXPECT_EQ(Get(kBlackbox, RecordAt(kHistoryAt, 0) + 32, record.size()), record);
 
+    // The event's id and type and the run's properties are checked by the
+    // boot-run end-to-end test; here, what this dump puts in the event.
     const std::vector<Json::Value> events = Events();
     ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0]["id"].asUInt(), 901006001u);
-    EXPECT_EQ(events[0]["values"]["Type"].asString(), "kpanic");
+    EXPECT_EQ(events[0]["values"].getMemberNames(),
+              (std::vector<std::string>{"CurrentTime", "Stacktrace", "Summary", "Type"}));
     EXPECT_EQ(events[0]["values"]["Summary"].asString(), panic);
     EXPECT_EQ(events[0]["values"]["Stacktrace"].asString(), "  dump_backtrace+0x0;");
-    EXPECT_EQ(events[0]["values"]["CurrentTime"].asString(), Now());
 
     const std::string gz = ReadFile("/data/vendor/diag/minidump.gz");
     ASSERT_GE(gz.size(), 2u);
     EXPECT_EQ(static_cast<unsigned char>(gz[0]), 0x78);
-    EXPECT_EQ(Inflate(gz, 1024), kRawdumpBytes);
+    EXPECT_EQ(Inflate(gz), kRawdumpBytes);
 
     // Dotting first, the kernel boot log last.
     const std::string dot = "{\"1\", \"black_box\", \"" + Now() +
@@ -113,22 +92,6 @@ TEST_F(MinidumpMainTest, NewDumpInTheBlackboxIsTakenClassifiedReportedAndRecorde
     EXPECT_NE(Get(kBlackbox, kSlot + 0x12000, 64).find("hello kmsg"), std::string::npos);
     EXPECT_EQ(Get(kBlackbox, kSlot + 52, 11), std::string("boot_kmesg\0", 11));
     EXPECT_EQ(Get(kBlackbox, kSlot + 72, 10), std::string("dotting 2\0", 10));
-}
-
-TEST_F(MinidumpMainTest, HealthyBootIsNormalWithoutEventOrRecord) {
-    MakeBlackbox(3);
-    MakeImage(kRawdump, 0);
-
-    minidump_main();
-
-    EXPECT_EQ(platform::GetProperty("vendor.minidump.is.valid", ""), "0");
-    EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "Normal");
-    EXPECT_TRUE(Events().empty());
-    EXPECT_EQ(Get(kBlackbox, kHistoryAt, 0x800), std::string(0x800, '\0'));
-    EXPECT_TRUE(Exists(kMdHistory));
-    EXPECT_EQ(ReadFile(kMdHistory), "");
-    EXPECT_FALSE(Exists("/data/vendor/diag/minidump.gz"));
-    EXPECT_FALSE(Exists(kLastKmsgFile));
 }
 
 TEST_F(MinidumpMainTest, FailedDumpHeadersAreRepairedBeforeTheDumpIsLookedFor) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <new>
 #include <set>
@@ -25,17 +26,18 @@ constexpr char kModuleTag[] = "Halvex-BSPLogProcessor";
 constexpr int kRwGroup = 0660;
 constexpr int kRwReadable = 0664;
 
+using Calls = std::vector<std::pair<std::string, int>>;
+
 // Records what the module asks; says no when told to.
 class FakeCore : public aidl::vendor::zelkor::hardware::tessel::core::BnTesselCore {
   public:
+    enum class Fail { kNo, kRefuse, kTransaction };
     ndk::ScopedAStatus ChangeMode(const std::string& path, int32_t mode,
                                   std::vector<std::string>* retDesc, bool* ret) override {
         std::lock_guard<std::mutex> lock(mLock);
         mCalls.emplace_back(path, mode);
-        if (mFailWith == Fail::kTransaction) {
-            return ndk::ScopedAStatus::fromServiceSpecificError(5);
-        }
-        *ret = mFailWith == Fail::kNo;
+        if (fail == Fail::kTransaction) return ndk::ScopedAStatus::fromServiceSpecificError(5);
+        *ret = fail == Fail::kNo;
         if (!*ret) retDesc->push_back("refused by test");
         return ndk::ScopedAStatus::ok();
     }
@@ -44,18 +46,15 @@ class FakeCore : public aidl::vendor::zelkor::hardware::tessel::core::BnTesselCo
         *ret = 0;
         return ndk::ScopedAStatus::ok();
     }
-
-    enum class Fail { kNo, kRefuse, kTransaction };
-    void failWith(Fail fail) { mFailWith = fail; }
-    std::vector<std::pair<std::string, int>> calls() {
+    Calls calls() {
         std::lock_guard<std::mutex> lock(mLock);
         return mCalls;
     }
+    std::atomic<Fail> fail{Fail::kNo};
 
   private:
     std::mutex mLock;
-    std::vector<std::pair<std::string, int>> mCalls;
-    Fail mFailWith = Fail::kNo;
+    Calls mCalls;
 };
 
 class ModuleTest : public HistoryTest {
@@ -97,13 +96,10 @@ class ModuleTest : public HistoryTest {
 // ---- registration -------------------------------------------------------------
 
 TEST_F(ModuleTest, RegisteredOnceByNameWithPriorityZero) {
-    ModuleList& list = GetModuleList();
-    ASSERT_EQ(list.count("BSPLogProcessor"), 1u);
-    const ModulePrio& entry = list.at("BSPLogProcessor");
+    const ModulePrio& entry = GetModuleList().at("BSPLogProcessor");
     EXPECT_EQ(entry.priority, 0u);
     EXPECT_TRUE(entry.stopped);
-    ASSERT_NE(entry.instance, nullptr);
-    EXPECT_NE(dynamic_cast<BSPLogProcessor*>(entry.instance), nullptr);
+    ASSERT_NE(dynamic_cast<BSPLogProcessor*>(entry.instance), nullptr);
     EXPECT_EQ(entry.instance->getName(), "BSPLogProcessor");
     EXPECT_EQ(entry.factory, &BSPLogProcessorRegister::createInstance);
 
@@ -117,17 +113,32 @@ TEST_F(ModuleTest, RegisteredOnceByNameWithPriorityZero) {
 
 // ---- PreparePartitions ----------------------------------------------------------
 
-TEST_F(ModuleTest, NoLinksOrNoCoreServiceNothingAskedNothingLogged) {
-    const size_t logged = ModuleLines().size();
+TEST_F(ModuleTest, NodesAreAskedForOnlyWithLinksAndACoreServiceAndRefusalsLogged) {
+    size_t logged = ModuleLines().size();
     mModule.PreparePartitions();
     EXPECT_TRUE(mCore->calls().empty());
     EXPECT_EQ(ModuleLines().size(), logged);
 
-    HalvexUtil::Reset();
     Touch(Host("/dev/block/sda17"));
     Link("blackbox", "../sda17");
+    HalvexUtil::Reset();
     mModule.PreparePartitions();
     EXPECT_TRUE(mCore->calls().empty());
+
+    HalvexUtil::SetTesselCore(mCore);
+    mCore->fail = FakeCore::Fail::kRefuse;
+    logged = ModuleLines().size();
+    mModule.PreparePartitions();
+    ASSERT_EQ(ModuleLines().size(), logged + 1);
+    const LogLine line = ModuleLines().back();
+    EXPECT_EQ(line.priority, ANDROID_LOG_ERROR);
+    EXPECT_EQ(line.message.rfind("[PreparePartitions] Chmod /dev/block/sda17 failed! error: ", 0),
+              0u)
+            << line.message;
+    EXPECT_NE(line.message.find(", ret desc: refused by test"), std::string::npos);
+    mCore->fail = FakeCore::Fail::kTransaction;
+    mModule.PreparePartitions();
+    EXPECT_EQ(mLog.count(kModuleTag, "[PreparePartitions] Chmod /dev/block/sda17 failed!"), 2);
 }
 
 TEST_F(ModuleTest, ResolvedNodesAreAskedForByDevicePathInOrder) {
@@ -146,34 +157,11 @@ TEST_F(ModuleTest, ResolvedNodesAreAskedForByDevicePathInOrder) {
 
     char outsideReal[PATH_MAX];
     ASSERT_NE(realpath((outside.path() + "/loop7").c_str(), outsideReal), nullptr);
-    const std::vector<std::pair<std::string, int>> expected = {
-            {"/dev/block/sda17", kRwGroup},
-            {outsideReal, kRwGroup},
-            {"/dev/block/by-name/ramdump", kRwGroup},
-            {"/dev/block/sdb3", kRwGroup},
-    };
-    EXPECT_EQ(mCore->calls(), expected);
+    EXPECT_EQ(mCore->calls(), (Calls{{"/dev/block/sda17", kRwGroup},
+                                     {outsideReal, kRwGroup},
+                                     {"/dev/block/by-name/ramdump", kRwGroup},
+                                     {"/dev/block/sdb3", kRwGroup}}));
     EXPECT_EQ(ModuleLines().size(), logged);
-}
-
-TEST_F(ModuleTest, RefusalsAreLoggedWithTheServicesWords) {
-    Touch(Host("/dev/block/sda17"));
-    Link("blackbox", "../sda17");
-    mCore->failWith(FakeCore::Fail::kRefuse);
-    const size_t logged = ModuleLines().size();
-    mModule.PreparePartitions();
-    ASSERT_EQ(ModuleLines().size(), logged + 1);
-    const LogLine line = ModuleLines().back();
-    EXPECT_EQ(line.priority, ANDROID_LOG_ERROR);
-    EXPECT_EQ(line.tag, kModuleTag);
-    EXPECT_EQ(line.message.rfind("[PreparePartitions] Chmod /dev/block/sda17 failed! error: ", 0),
-              0u)
-            << line.message;
-    EXPECT_NE(line.message.find(", ret desc: refused by test"), std::string::npos);
-
-    mCore->failWith(FakeCore::Fail::kTransaction);
-    mModule.PreparePartitions();
-    EXPECT_EQ(mLog.count(kModuleTag, "[PreparePartitions] Chmod /dev/block/sda17 failed!"), 2);
 }
 
 // ---- the diagnostic folder ------------------------------------------------------
@@ -183,20 +171,16 @@ TEST_F(ModuleTest, DiagEntriesAreMadeReadableByAllAndRefusalsLogged) {
     WriteText("/data/vendor/diag/md_history", "h");
     std::filesystem::create_directories(Host("/data/vendor/diag/sub"));
     mModule.PrepareLogFolder();
-    auto calls = mCore->calls();
+    Calls calls = mCore->calls();
     std::sort(calls.begin(), calls.end());
-    const std::vector<std::pair<std::string, int>> expected = {
-            {"/data/vendor/diag/last_kmsg", kRwReadable},
-            {"/data/vendor/diag/md_history", kRwReadable},
-            {"/data/vendor/diag/sub", kRwReadable},
-    };
-    EXPECT_EQ(calls, expected);
+    EXPECT_EQ(calls, (Calls{{"/data/vendor/diag/last_kmsg", kRwReadable},
+                            {"/data/vendor/diag/md_history", kRwReadable},
+                            {"/data/vendor/diag/sub", kRwReadable}}));
 
-    mCore->failWith(FakeCore::Fail::kRefuse);
+    mCore->fail = FakeCore::Fail::kRefuse;
     mModule.PrepareLogFolder();
     EXPECT_EQ(mLog.count(kModuleTag,
-                         "[PrepareLogFolder] Chmod /data/vendor/diag/last_kmsg failed! "
-                         "error: "),
+                         "[PrepareLogFolder] Chmod /data/vendor/diag/last_kmsg failed! error: "),
               1);
 }
 
@@ -219,16 +203,6 @@ TEST_F(ModuleTest, WaitForTheDiagFolderEndsWhenItAppearsOrAfterTenPauses) {
 
 // ---- the run ---------------------------------------------------------------------
 
-// Waits until every job queued on the manager's thread so far has run.
-// Immediate jobs run newest first, so the marker is a due-now delayed job.
-void DrainManager() {
-    for (int round = 0; round < 2; ++round) {
-        Latch done;
-        ModuleManager::GetManagerHandler()->postDelayed([&done] { done.open(); }, 0);
-        ASSERT_TRUE(done.wait());
-    }
-}
-
 struct ProbeRegister {
     static ModuleBase* createInstance() {
         return new (std::nothrow) BSPLogProcessor([] {});
@@ -244,24 +218,20 @@ TEST_F(ModuleTest, RunEndsWithTheModuleRemovingItself) {
     WriteText("/data/vendor/diag/stale", "from the last run");
 
     entry.instance->OnAllModulesLoaded();
-    DrainManager();
+    ASSERT_TRUE(DrainManagerThread(2));
 
     EXPECT_TRUE(entry.stopped);
     EXPECT_EQ(entry.instance, nullptr);
-    EXPECT_EQ(mCore->calls(),
-              (std::vector<std::pair<std::string, int>>{{"/data/vendor/diag/stale", kRwReadable}}));
+    EXPECT_EQ(mCore->calls(), (Calls{{"/data/vendor/diag/stale", kRwReadable}}));
     EXPECT_FALSE(Exists("/data/vendor/diag/stale"));
     EXPECT_EQ(platform::GetProperty("vendor.minidump.is.valid", ""), "0");
     std::vector<std::string> steps;
-    for (const LogLine& line : mLog.all()) {
-        if (line.tag == kModuleTag) steps.push_back(line.message);
-    }
-    EXPECT_EQ(steps, (std::vector<std::string>{"[OnAllModulesLoaded] Waiting for diag dir "
-                                               "accessible...",
-                                               "[OnAllModulesLoaded] loading minidump...",
-                                               "[OnAllModulesLoaded] minidump done~ loading log "
-                                               "utils",
-                                               "[OnAllModulesLoaded] log utils done, quit"}));
+    for (const LogLine& line : ModuleLines()) steps.push_back(line.message);
+    EXPECT_EQ(steps,
+              (std::vector<std::string>{"[OnAllModulesLoaded] Waiting for diag dir accessible...",
+                                        "[OnAllModulesLoaded] loading minidump...",
+                                        "[OnAllModulesLoaded] minidump done~ loading log utils",
+                                        "[OnAllModulesLoaded] log utils done, quit"}));
 }
 
 }  // namespace
