@@ -1,5 +1,8 @@
 // The crash history ring on flash, "md_history" made from it, and the crash
 // event sent beside it.
+#include <filesystem>
+#include <iterator>
+
 #include "HistoryTestSupport.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"
 #include "modules/BSPLogProcessor/CrashReport.h"
@@ -106,7 +109,15 @@ TEST_F(CrashHistoryTest, ZeroedHistoryIsInitialisedAndFirstRecordNamesTheCrashed
     // Bytes of the slot beyond the record stay as they were.
     Put(kBlackbox, RecordAt(kHistoryAt, 0) + 600, "keep");
 
+    // The partition is closed again: a daemon that records a crash every
+    // boot keeps no descriptor from it.
+    auto openFds = [] {
+        const std::filesystem::directory_iterator fds("/proc/self/fd");
+        return std::distance(std::filesystem::begin(fds), std::filesystem::end(fds));
+    };
+    const auto fdsBefore = openFds();
     Record(1, 1, "kpanic", "Kernel panic - not syncing: Oops");
+    EXPECT_EQ(openFds(), fdsBefore);
 
     EXPECT_EQ(Get(kBlackbox, kHistoryAt, 8), "TH_HSARC");
     // version, slots, current_num, next_position, magic2, main type count
