@@ -16,7 +16,6 @@ namespace zelkor::tessel {
 namespace {
 
 using testing::DrainManagerThread;
-using testing::Latch;
 using testing::LogCapture;
 
 constexpr char kLocalTag[] = "Halvex-LocalBroadcastManager";
@@ -58,33 +57,6 @@ LocalBroadcastManager& Bus() {
     return LocalBroadcastManager::getInstance();
 }
 
-// Keeps the "ModuleManager" thread busy in one job until release(), so that
-// broadcasts pile up before delivery starts.
-class HoldManagerThread {
-  public:
-    HoldManagerThread() {
-        ModuleManager::GetManagerHandler()->postDelayed(
-                [this] {
-                    mBlocked.open();
-                    mRelease.wait();
-                    mDone.open();
-                },
-                0);
-        EXPECT_TRUE(mBlocked.wait());
-    }
-    // The job refers to this object: wait until it has ended.
-    ~HoldManagerThread() {
-        release();
-        mDone.wait();
-    }
-    void release() { mRelease.open(); }
-
-  private:
-    Latch mBlocked;
-    Latch mRelease;
-    Latch mDone;
-};
-
 class LocalBroadcastTest : public ::testing::Test {
   protected:
     void TearDown() override {
@@ -120,7 +92,7 @@ TEST_F(LocalBroadcastTest, DeliversOnManagerThreadOnlyToExactActionAndMatchingIn
 
 TEST_F(LocalBroadcastTest, BroadcastsSentBeforeDeliveryShareOneWakeUpAndKeepOrder) {
     Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.one", "zelkor.test.two"}));
-    HoldManagerThread hold;
+    testing::Hold hold(*ModuleManager::GetManagerHandler());  // broadcasts pile up
     HalvexMessageQueue* queue = ModuleManager::GetManagerHandler()->getLooper()->getQueue();
     size_t before = queue->size();
 
@@ -146,6 +118,11 @@ TEST_F(LocalBroadcastTest, ReceiverRegisteredTwiceOrForOneActionTwiceIsDelivered
         EXPECT_EQ(mSecond.actions().size(), round);
     }
     EXPECT_TRUE(logs.contains(kLocalTag, "[sendBroadcast] Filter's target already added"));
+    // A filter of other actions is a registration of its own.
+    Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.b"}));
+    EXPECT_TRUE(Bus().sendBroadcast(Intent("zelkor.test.b"), false));
+    ASSERT_TRUE(DrainManagerThread());
+    EXPECT_EQ(mFirst.actions().back(), "zelkor.test.b");
 }
 
 TEST_F(LocalBroadcastTest, ReceiversMayUnregisterOthersAndBroadcastDuringDelivery) {
@@ -153,7 +130,7 @@ TEST_F(LocalBroadcastTest, ReceiversMayUnregisterOthersAndBroadcastDuringDeliver
     Bus().registerReceiver(&mSecond, IntentFilter({"zelkor.test.a", "zelkor.test.b"}));
     mFirst.mHook = [this](const Intent&) { Bus().unregisterReceiver(&mSecond); };
     {
-        HoldManagerThread hold;
+        testing::Hold hold(*ModuleManager::GetManagerHandler());
         Bus().sendBroadcast(Intent("zelkor.test.a"), false);
         Bus().sendBroadcast(Intent("zelkor.test.b"), false);
     }
