@@ -21,14 +21,11 @@ using testing::LogCapture;
 constexpr char kLocalTag[] = "Halvex-LocalBroadcastManager";
 constexpr char kInternalTag[] = "Halvex-InternalBroadcastManager";
 
-// Records what it received and on which thread; optionally runs a hook.
+// Records what it received; optionally runs a hook.
 class RecordingReceiver : public BroadcastReceiver {
   public:
     void onReceive(Intent intent) override {
-        char name[16] = {};
-        prctl(PR_GET_NAME, name);
         std::lock_guard<std::mutex> lock(mMutex);
-        mThreads.push_back(name);
         if (mHook) mHook(intent);
         mIntents.push_back(std::move(intent));
     }
@@ -41,16 +38,11 @@ class RecordingReceiver : public BroadcastReceiver {
         for (const Intent& intent : intents()) actions.push_back(intent.getAction());
         return actions;
     }
-    std::vector<std::string> threads() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mThreads;
-    }
     std::function<void(const Intent&)> mHook;
 
   private:
     std::mutex mMutex;
     std::vector<Intent> mIntents;
-    std::vector<std::string> mThreads;
 };
 
 LocalBroadcastManager& Bus() {
@@ -71,6 +63,8 @@ TEST_F(LocalBroadcastTest, DeliversOnManagerThreadOnlyToExactActionAndMatchingIn
     LogCapture logs;
     Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.a"}, false));
     Bus().registerReceiver(&mSecond, IntentFilter({"zelkor.test.a"}, true));
+    char thread[16] = {};
+    mFirst.mHook = [&thread](const Intent&) { prctl(PR_GET_NAME, thread); };
 
     EXPECT_FALSE(Bus().sendBroadcast(Intent("zelkor.test.A"), false));
     EXPECT_FALSE(Bus().sendBroadcast(Intent("zelkor.test.a "), false));
@@ -80,7 +74,7 @@ TEST_F(LocalBroadcastTest, DeliversOnManagerThreadOnlyToExactActionAndMatchingIn
 
     EXPECT_EQ(mFirst.actions(), std::vector<std::string>{"zelkor.test.a"});
     EXPECT_EQ(mSecond.actions(), std::vector<std::string>{"zelkor.test.a"});
-    EXPECT_EQ(mFirst.threads(), std::vector<std::string>{"ModuleManager"});
+    EXPECT_STREQ(thread, "ModuleManager");
     for (const char* flags :
          {"internal 1 but this broadcast is 0", "internal 0 but this broadcast is 1"}) {
         EXPECT_TRUE(logs.contains(
