@@ -36,11 +36,8 @@ class LogManagerE2ETest : public DaemonTest {
     // for until the module's first pass is over and its folders are watched.
     void Start(const std::string& config) {
         std::ofstream(Scratch("config.json")) << config;
-        mPeer = std::make_unique<Subprocess>(
-                std::vector<std::string>{"tessel-peer", "--root", mRoot.path(), "--log-config",
-                                         Scratch("config.json")},
-                Scratch("peer"));
-        ASSERT_TRUE(WaitFor([&] { return PeerServing(*mPeer); })) << mPeer->err();
+        mPeer = StartPeer(mRoot.path(), {"--log-config", Scratch("config.json")});
+        ASSERT_TRUE(PeerServing(*mPeer)) << mPeer->err();
         mDaemon = StartDaemon();
         ASSERT_TRUE(Logged(*mDaemon, "LogMgrFileEventListener(")) << log();
         // The listener's thread starts before its watches are added: the
