@@ -9,12 +9,6 @@ namespace {
 
 using BinderE2ETest = DaemonTest;
 
-size_t Count(const std::string& text, const std::string& part) {
-    size_t n = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-    return n;
-}
-
 // A ping reaches the daemon's internal receiver, which answers through the
 // system peer; a message nested deeper than the JSON reader goes is refused;
 // a peer that dies while the daemon calls it costs an error, not a hang.

@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "BootRunRoot.h"
 #include "DaemonTest.h"
 
 namespace zelkor::tessel::testing {
@@ -41,7 +40,20 @@ class BlackboxE2ETest : public DaemonTest {
     std::unique_ptr<Subprocess> mDaemon;
 };
 
-TEST_F(BlackboxE2ETest, EveryMethodThroughTheDaemonLeavesItsRecord) {
+// Arguments that do not fit are refused before any call; every method
+// then called leaves its record, the runtime log excepted.
+TEST_F(BlackboxE2ETest, BadArgumentsReachNothingAndEveryMethodLeavesItsRecord) {
+    for (const std::vector<std::string>& args : {std::vector<std::string>{"log", "--type"},
+                                                 {"log", "--slot", "x"},
+                                                 {"config", "isUartEnable", "4294967296"},
+                                                 {"dot", "only", "two"},
+                                                 {"frob"}}) {
+        const ToolRun r = Box(args);
+        EXPECT_EQ(r.status, 2) << args[0];
+        EXPECT_NE(r.err.find("blackbox "), npos);
+    }
+    EXPECT_EQ(Records().size(), 0u) << "nothing reached the service";
+
     const ToolRun dot = Box({"dot", "e2e", "2026-11-25 8:00:00", "hello"});
     EXPECT_EQ(dot.status, 1);
     EXPECT_EQ(dot.err.rfind("blackbox dot: UNKNOWN_ERROR (0x80000000)\n", 0), 0u) << dot.err;
@@ -55,10 +67,9 @@ TEST_F(BlackboxE2ETest, EveryMethodThroughTheDaemonLeavesItsRecord) {
     EXPECT_EQ(unknown.status, 1);
     EXPECT_EQ(unknown.err, "blackbox config: INVALID_OPERATION (-38)\n");
 
-    fs::create_directories(Host("/sys/kernel/hardware_info_to_dump"));
-    std::ofstream(Host("/sys/kernel/hardware_info_to_dump/hardw_info")) << "panel: x\n";
+    Put("/sys/kernel/hardware_info_to_dump/hardw_info", "panel: x\n");
     EXPECT_EQ(Box({"hwinfo"}).out, "panel: x\n");
-    std::ofstream(Host("/dev/kmsg")) << "6,1,0,-;booted\n";
+    Put("/dev/kmsg", "6,1,0,-;booted\n");
     EXPECT_EQ(Box({"runtime-log"}).out, "6,1,0,-;booted\n");
     const std::string kmsg = Scratch("kmsg");
     EXPECT_EQ(Box({"runtime-log", "--out", kmsg}).status, 0);
@@ -87,19 +98,6 @@ TEST_F(BlackboxE2ETest, EveryMethodThroughTheDaemonLeavesItsRecord) {
                                         "getHardwareInfo", "getStreamLogByPfd", "getStreamLog"}))
             << "the runtime log leaves no record";
     EXPECT_TRUE(mDaemon->running());
-}
-
-TEST_F(BlackboxE2ETest, ArgumentsThatDoNotFitAreRefusedBeforeAnyCall) {
-    for (const std::vector<std::string>& args : {std::vector<std::string>{"log", "--type"},
-                                                 {"log", "--slot", "x"},
-                                                 {"config", "isUartEnable", "4294967296"},
-                                                 {"dot", "only", "two"},
-                                                 {"frob"}}) {
-        const ToolRun r = Box(args);
-        EXPECT_EQ(r.status, 2) << args[0];
-        EXPECT_NE(r.err.find("blackbox "), npos);
-    }
-    EXPECT_EQ(Records().size(), 0u) << "nothing reached the service";
 }
 
 }  // namespace

@@ -16,9 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "DaemonRoot.h"
+#include "DaemonTest.h"
 #include "LogRecords.h"
-#include "TempRoot.h"
 
 namespace zelkor::tessel::testing {
 
@@ -55,62 +54,36 @@ inline std::string PrintkRecords(const std::string& kmsgPath) {
     return records;
 }
 
-inline Json::Value ParseJson(const std::string& text) {
-    Json::Value value;
-    std::istringstream in(text);
-    std::string errors;
-    EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &value, &errors))
-            << errors << "\n"
-            << text;
-    return value;
-}
-
-class BootRunRoot {
+class BootRunRoot : public ToolRoot {
   public:
     BootRunRoot() {
         PrepareBootRoot(mRoot.path());
-        Tool({"tesselctl", "--root", mRoot.path(), "setprop", "ro.build.version.incremental",
-              kBuild});
+        Out(Ctl({"setprop", "ro.build.version.incremental", kBuild}));
     }
 
-    std::string Host(const std::string& devicePath) const { return mRoot.path() + devicePath; }
-    void Write(const std::string& devicePath, const std::string& text) const {
-        std::ofstream(Host(devicePath), std::ios::binary) << text;
-    }
-    std::string Read(const std::string& devicePath) const {
-        return ReadWholeFile(Host(devicePath));
-    }
-
-    // Runs a project tool to completion; its stdout.
-    std::string Tool(std::vector<std::string> args, int expectedStatus = 0) {
-        const std::string prefix = mRoot.path() + "/" + args[0];
-        Subprocess tool(std::move(args), prefix);
-        EXPECT_EQ(tool.wait(), expectedStatus) << tool.err();
-        return tool.out();
-    }
     std::string GetProp(const std::string& name) {
-        std::string value = Tool({"tesselctl", "--root", mRoot.path(), "getprop", name});
+        std::string value = Out(Ctl({"getprop", name}));
         if (!value.empty() && value.back() == '\n') value.pop_back();
         return value;
     }
 
     void MakeBlackbox() {
-        Tool({"tessel-image", "blackbox", "create", Host(kBlackbox), "--boot-index",
-              std::to_string(kBootIndex)});
+        Out(Run({"tessel-image", "blackbox", "create", Host(kBlackbox), "--boot-index",
+                 std::to_string(kBootIndex)}));
     }
     // A new raw dump of the real arm64 oops in slot 0, and a raw dump
     // partition for "minidump.gz".
     void AddOopsDump() {
-        const std::string kmsg = mRoot.path() + "/md_kmsg.bin";
+        const std::string kmsg = Scratch("md_kmsg.bin");
         std::ofstream(kmsg, std::ios::binary) << PrintkRecords(
                 std::string(TESSEL_SOURCE_DIR) + "/tests/data/arm64-null-write-oops.kmsg");
-        Tool({"tessel-image", "dump", "add", Host(kBlackbox), "--slot", "0", "--version", "0x2000",
-              "--boot-index", std::to_string(kBootIndex - 1), "--section", "md_kmsg=" + kmsg});
-        Write("/dev/block/by-name/rawdump", std::string(64 << 10, 'r'));
+        Out(Run({"tessel-image", "dump", "add", Host(kBlackbox), "--slot", "0", "--version",
+                 "0x2000", "--boot-index", std::to_string(kBootIndex - 1), "--section",
+                 "md_kmsg=" + kmsg}));
+        Put("/dev/block/by-name/rawdump", std::string(64 << 10, 'r'));
     }
     Json::Value Inspect(const std::string& hostPath) {
-        const std::string out = Tool({"tessel-image", "inspect", hostPath, "--json"});
-        return ParseJson(out);
+        return ParseJson(Out(Run({"tessel-image", "inspect", hostPath, "--json"})));
     }
     std::vector<Json::Value> Events() const {
         std::vector<Json::Value> events;
@@ -127,20 +100,25 @@ class BootRunRoot {
 
     // Boots tesseld on the root next to tessel-peer, waits until the boot
     // run has ended with the module removed, stops both and returns the
-    // daemon's log.
-    std::string Boot() {
+    // daemon's log. With a kill switch ("TESSEL_KILL_AT_...=") the daemon may
+    // die on the way instead: `killed` tells whether it did.
+    std::string Boot(const std::string& killSwitch = "", bool* killed = nullptr) {
         const std::unique_ptr<Subprocess> peer = StartPeer(mRoot.path());
         EXPECT_TRUE(PeerServing(*peer)) << peer->err();
-        Subprocess daemon({"tesseld", "--root", mRoot.path()}, mRoot.path() + "/tesseld");
-        const bool ended = WaitFor(
-                [&] { return daemon.err().find("Bye~ BSPLogProcessor") != std::string::npos; });
-        EXPECT_TRUE(ended) << daemon.err();
-        if (ended) {
-            const std::string modules =
-                    Tool({"tesselctl", "--root", mRoot.path(), "dump", "ModuleManager", "dump"});
-            EXPECT_NE(modules.find("BSPLogProcessor\t\tStopped"), std::string::npos) << modules;
+        Subprocess daemon({"tesseld", "--root", mRoot.path()}, Host("/tesseld"),
+                          killSwitch.empty() ? std::vector<std::string>{}
+                                             : std::vector<std::string>{killSwitch});
+        const bool ended = WaitFor([&] {
+            return !daemon.running() || daemon.err().find("Bye~ BSPLogProcessor") != npos;
+        });
+        if (killed != nullptr) {
+            *killed = daemon.wait(std::chrono::milliseconds(0)) == 128 + SIGKILL;
+        } else {
+            EXPECT_TRUE(ended) << daemon.err();
+            const std::string modules = Out(Ctl({"dump", "ModuleManager", "dump"}));
+            EXPECT_NE(modules.find("BSPLogProcessor\t\tStopped"), npos) << modules;
+            EXPECT_TRUE(daemon.running()) << "the daemon keeps serving after the run";
         }
-        EXPECT_TRUE(daemon.running()) << "the daemon keeps serving after the run";
         daemon.signal(SIGTERM);
         peer->signal(SIGTERM);
         daemon.wait();
@@ -163,7 +141,7 @@ class BootRunRoot {
         const std::string now = event["values"]["CurrentTime"].asString();
         EXPECT_TRUE(std::regex_match(now, std::regex(R"(\d{4}-\d\d-\d\d \d{1,2}:\d\d:\d\d)")))
                 << now;
-        EXPECT_EQ(log.find("NOT VALID LINE"), std::string::npos);
+        EXPECT_EQ(log.find("NOT VALID LINE"), npos);
 
         const std::vector<std::string> history = MdHistory();
         ASSERT_FALSE(history.empty());
@@ -171,8 +149,6 @@ class BootRunRoot {
                                           std::to_string(kBootIndex - 1) + "] " + kBuild + "|" +
                                           now + "|kpanic|" + kSummary);
     }
-
-    TempRoot mRoot;
 };
 
 }  // namespace zelkor::tessel::testing

@@ -37,11 +37,12 @@ inline bool PeerServing(const Subprocess& peer) {
     return peer.err().find("tessel-peer is serving") != std::string::npos;
 }
 
-// Starts tessel-peer on `root` and waits until it serves (PeerServing()
-// tells whether it came up); its output goes to "<root>/peer.*".
-inline std::unique_ptr<Subprocess> StartPeer(const std::string& root) {
-    auto peer = std::make_unique<Subprocess>(
-            std::vector<std::string>{"tessel-peer", "--root", root}, root + "/peer");
+// Starts tessel-peer on `root` with `options` and waits until it serves
+// (PeerServing() tells whether it came up); its output goes to "<root>/peer.*".
+inline std::unique_ptr<Subprocess> StartPeer(const std::string& root,
+                                             std::vector<std::string> options = {}) {
+    options.insert(options.begin(), {"tessel-peer", "--root", root});
+    auto peer = std::make_unique<Subprocess>(std::move(options), root + "/peer");
     WaitFor([&] { return PeerServing(*peer); });
     return peer;
 }

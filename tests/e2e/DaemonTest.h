@@ -4,10 +4,12 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <json/json.h>
 
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,14 +24,34 @@ struct ToolRun {
     std::string out, err;
 };
 
-class DaemonTest : public ::testing::Test {
-  protected:
+inline Json::Value ParseJson(const std::string& text) {
+    Json::Value value;
+    std::istringstream in(text);
+    std::string errors;
+    EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &value, &errors))
+            << errors << "\n"
+            << text;
+    return value;
+}
+
+// How often `part` occurs in `text`.
+inline size_t Count(const std::string& text, const std::string& part) {
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+    return n;
+}
+
+class ToolRoot {
+  public:
     static constexpr size_t npos = std::string::npos;
 
-    DaemonTest() { InstallDaemonManifest(mRoot.path()); }
+    ToolRoot() { InstallDaemonManifest(mRoot.path()); }
 
     std::string Host(const std::string& devicePath) const { return mRoot.path() + devicePath; }
     std::string Scratch(const std::string& name) const { return mScratch.path() + "/" + name; }
+    std::string Read(const std::string& devicePath) const {
+        return ReadWholeFile(Host(devicePath));
+    }
     // `text` at `devicePath`, with the folders above it made.
     void Put(const std::string& devicePath, const std::string& text) const {
         std::filesystem::create_directories(std::filesystem::path(Host(devicePath)).parent_path());
@@ -55,6 +77,11 @@ class DaemonTest : public ::testing::Test {
         args.insert(args.begin(), {"tesselctl", "--root", mRoot.path()});
         return Run(std::move(args), input);
     }
+    // The output of a run expected to succeed.
+    static std::string Out(const ToolRun& run) {
+        EXPECT_EQ(run.status, 0) << run.err;
+        return run.out;
+    }
 
     // tesseld on this root, its output in "<root>/tesseld.*", waited for
     // until it has started.
@@ -72,6 +99,11 @@ class DaemonTest : public ::testing::Test {
 
     TempRoot mRoot, mScratch;
     int mRuns = 0;
+};
+
+class DaemonTest : public ::testing::Test, public ToolRoot {
+  protected:
+    using ToolRoot::Run;  // not the test's own
 };
 
 }  // namespace zelkor::tessel::testing

@@ -76,23 +76,9 @@ class KilledRoot : public BootRunRoot {
     // line holding `text`. Whether it died so; the boot otherwise ran to its
     // end and the daemon is stopped.
     bool BootKilledAt(const std::string& text) {
-        return BootKilled("TESSEL_KILL_AT_LOG_TEXT=" + text);
-    }
-    // The same with the kill switch `setting`; `log` takes what tesseld wrote.
-    bool BootKilled(const std::string& setting, std::string* log = nullptr) {
-        const std::unique_ptr<Subprocess> peer = StartPeer(mRoot.path());
-        Subprocess daemon({"tesseld", "--root", mRoot.path()}, mRoot.path() + "/killed", {setting});
-        int status = -1;
-        WaitFor([&] {
-            status = daemon.wait(std::chrono::milliseconds(0));
-            return status != -1 || daemon.err().find("Bye~ BSPLogProcessor") != std::string::npos;
-        });
-        daemon.signal(SIGTERM);
-        daemon.wait();
-        if (log != nullptr) *log = daemon.err();
-        peer->signal(SIGTERM);
-        peer->wait();
-        return status == 128 + SIGKILL;
+        bool killed = false;
+        Boot("TESSEL_KILL_AT_LOG_TEXT=" + text, &killed);
+        return killed;
     }
 
     // "minidump.gz" inflates in one call to the raw dump partition.
@@ -157,8 +143,9 @@ TEST(KillDuringBootRunE2ETest, CrashRecordedOnceWhereverTheRunIsKilled) {
 // may not be out yet, so at most two are written.
 TEST(KillDuringBootRunE2ETest, TheLineSwitchKillsBeforeTheNthLine) {
     KilledRoot root;
-    std::string log;
-    ASSERT_TRUE(root.BootKilled("TESSEL_KILL_AT_LOG_LINE=3", &log));
+    bool killed = false;
+    const std::string log = root.Boot("TESSEL_KILL_AT_LOG_LINE=3", &killed);
+    ASSERT_TRUE(killed);
     EXPECT_LE(LogMessages(log).size(), 2u) << log;
 }
 
@@ -175,8 +162,8 @@ TEST(KillDuringBootRunE2ETest, CrashTakenUpAgainSkipsTheStepsItsNoteListsAsDone)
     fields >> tag >> inBlackbox >> slot >> boot >> reported >> before;
     std::getline(fields, time);
     ASSERT_EQ(reported, "0");
-    root.Write(Minidump::kPendingCrashFile,
-               tag + " " + inBlackbox + " " + slot + " " + boot + " 1 " + before + time + "\n");
+    root.Put(Minidump::kPendingCrashFile,
+             tag + " " + inBlackbox + " " + slot + " " + boot + " 1 " + before + time + "\n");
     const std::string log = root.Boot();
     EXPECT_NE(log.find("already sent by the run that took the dump"), std::string::npos) << log;
     EXPECT_TRUE(root.Events().empty());
@@ -184,7 +171,7 @@ TEST(KillDuringBootRunE2ETest, CrashTakenUpAgainSkipsTheStepsItsNoteListsAsDone)
     EXPECT_FALSE(std::filesystem::exists(root.Host(Minidump::kPendingCrashFile)));
 
     // A note naming another dump is not taken up.
-    root.Write(Minidump::kPendingCrashFile, tag + " " + inBlackbox + " " + slot + " 7 0 -1" + time);
+    root.Put(Minidump::kPendingCrashFile, tag + " " + inBlackbox + " " + slot + " 7 0 -1" + time);
     root.Boot();
     EXPECT_EQ(root.MdHistory().size(), 1u);
 }

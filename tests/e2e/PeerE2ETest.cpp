@@ -6,10 +6,8 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
 
-#include "Subprocess.h"
-#include "TempRoot.h"
+#include "DaemonTest.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::testing {
@@ -17,40 +15,31 @@ namespace {
 
 using ::aidl::vendor::zelkor::hardware::tessel::core::ITesselCore;
 
-template <typename I>
-std::shared_ptr<I> Connect() {
-    const std::string instance = std::string(I::descriptor) + "/default";
-    return I::fromBinder(ndk::SpAIBinder(AServiceManager_waitForService(instance.c_str())));
-}
-
-class PeerE2ETest : public ::testing::Test {
+class PeerE2ETest : public DaemonTest {
   protected:
     void SetUp() override {
         ASSERT_TRUE(platform::SetRoot(mRoot.path()));
-        mPeer = std::make_unique<Subprocess>(
-                std::vector<std::string>{"tessel-peer", "--root", mRoot.path()},
-                mRoot.path() + "/peer");
-        mCore = Connect<ITesselCore>();
+        mPeer = StartPeer(mRoot.path());
+        const std::string instance = std::string(ITesselCore::descriptor) + "/default";
+        mCore = ITesselCore::fromBinder(
+                ndk::SpAIBinder(AServiceManager_waitForService(instance.c_str())));
         ASSERT_NE(mCore, nullptr);
     }
-    std::string host(const std::string& path) const { return mRoot.path() + path; }
 
-    TempRoot mRoot;
     std::unique_ptr<Subprocess> mPeer;
     std::shared_ptr<ITesselCore> mCore;
 };
 
 TEST_F(PeerE2ETest, ChangeModeStaysInsideTheRoot) {
-    std::filesystem::create_directories(host("/data/vendor/diag"));
-    std::ofstream(host("/data/vendor/diag/last_kmsg")) << "x";
-    std::filesystem::create_symlink("/etc/hostname", host("/data/vendor/diag/escape"));
+    Put("/data/vendor/diag/last_kmsg", "x");
+    std::filesystem::create_symlink("/etc/hostname", Host("/data/vendor/diag/escape"));
 
     bool ok = false;
     std::vector<std::string> desc;
     ASSERT_TRUE(mCore->ChangeMode("/data/vendor/diag/last_kmsg", 0604, &desc, &ok).isOk());
     EXPECT_TRUE(ok);
     struct stat st {};
-    ASSERT_EQ(stat(host("/data/vendor/diag/last_kmsg").c_str(), &st), 0);
+    ASSERT_EQ(stat(Host("/data/vendor/diag/last_kmsg").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0604u);
 
     ASSERT_TRUE(mCore->ChangeMode("/data/vendor/diag/escape", 0666, &desc, &ok).isOk());
@@ -69,8 +58,7 @@ TEST_F(PeerE2ETest, ChangeModeStaysInsideTheRoot) {
 // A partition's size is its image's; a name that leaves the by-name folder
 // is the caller's fault, a missing partition the service's answer.
 TEST_F(PeerE2ETest, PartitionNamesStayInTheByNameFolder) {
-    std::filesystem::create_directories(host("/dev/block/by-name"));
-    std::ofstream(host("/dev/block/by-name/blackbox")) << "image";
+    Put("/dev/block/by-name/blackbox", "image");
     int64_t size = -1;
     ASSERT_TRUE(mCore->GetPartitionSize("test", "blackbox", &size).isOk());
     EXPECT_EQ(size, 5);

@@ -118,8 +118,9 @@ class Subprocess {
     pid_t pid() const {
         return mPid;
     }
-    bool running() const {
-        return mPid > 0 && !mExited;
+    // Whether the process is still alive; an ended one is reaped.
+    bool running() {
+        return mPid > 0 && !reap();
     }
 
     // Exit status once the process ended, or -1 when it is still running at
@@ -155,14 +156,5 @@ class Subprocess {
     bool mExited = false;
     int mStatus = -1;
 };
-
-// Runs a tool to completion; returns its exit status and stdout.
-inline int RunTool(std::vector<std::string> args, const std::string& outputPrefix,
-                   std::string* out = nullptr) {
-    Subprocess p(std::move(args), outputPrefix);
-    int status = p.wait();
-    if (out != nullptr) *out = p.out();
-    return status;
-}
 
 }  // namespace zelkor::tessel::testing

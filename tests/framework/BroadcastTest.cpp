@@ -16,20 +16,16 @@ namespace zelkor::tessel {
 namespace {
 
 using testing::DrainManagerThread;
-using testing::Latch;
 using testing::LogCapture;
 
 constexpr char kLocalTag[] = "Halvex-LocalBroadcastManager";
 constexpr char kInternalTag[] = "Halvex-InternalBroadcastManager";
 
-// Records what it received and on which thread; optionally runs a hook.
+// Records what it received; optionally runs a hook.
 class RecordingReceiver : public BroadcastReceiver {
   public:
     void onReceive(Intent intent) override {
-        char name[16] = {};
-        prctl(PR_GET_NAME, name);
         std::lock_guard<std::mutex> lock(mMutex);
-        mThreads.push_back(name);
         if (mHook) mHook(intent);
         mIntents.push_back(std::move(intent));
     }
@@ -42,48 +38,16 @@ class RecordingReceiver : public BroadcastReceiver {
         for (const Intent& intent : intents()) actions.push_back(intent.getAction());
         return actions;
     }
-    std::vector<std::string> threads() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        return mThreads;
-    }
     std::function<void(const Intent&)> mHook;
 
   private:
     std::mutex mMutex;
     std::vector<Intent> mIntents;
-    std::vector<std::string> mThreads;
 };
 
 LocalBroadcastManager& Bus() {
     return LocalBroadcastManager::getInstance();
 }
-
-// Keeps the "ModuleManager" thread busy in one job until release(), so that
-// broadcasts pile up before delivery starts.
-class HoldManagerThread {
-  public:
-    HoldManagerThread() {
-        ModuleManager::GetManagerHandler()->postDelayed(
-                [this] {
-                    mBlocked.open();
-                    mRelease.wait();
-                    mDone.open();
-                },
-                0);
-        EXPECT_TRUE(mBlocked.wait());
-    }
-    // The job refers to this object: wait until it has ended.
-    ~HoldManagerThread() {
-        release();
-        mDone.wait();
-    }
-    void release() { mRelease.open(); }
-
-  private:
-    Latch mBlocked;
-    Latch mRelease;
-    Latch mDone;
-};
 
 class LocalBroadcastTest : public ::testing::Test {
   protected:
@@ -99,6 +63,8 @@ TEST_F(LocalBroadcastTest, DeliversOnManagerThreadOnlyToExactActionAndMatchingIn
     LogCapture logs;
     Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.a"}, false));
     Bus().registerReceiver(&mSecond, IntentFilter({"zelkor.test.a"}, true));
+    char thread[16] = {};
+    mFirst.mHook = [&thread](const Intent&) { prctl(PR_GET_NAME, thread); };
 
     EXPECT_FALSE(Bus().sendBroadcast(Intent("zelkor.test.A"), false));
     EXPECT_FALSE(Bus().sendBroadcast(Intent("zelkor.test.a "), false));
@@ -108,7 +74,7 @@ TEST_F(LocalBroadcastTest, DeliversOnManagerThreadOnlyToExactActionAndMatchingIn
 
     EXPECT_EQ(mFirst.actions(), std::vector<std::string>{"zelkor.test.a"});
     EXPECT_EQ(mSecond.actions(), std::vector<std::string>{"zelkor.test.a"});
-    EXPECT_EQ(mFirst.threads(), std::vector<std::string>{"ModuleManager"});
+    EXPECT_STREQ(thread, "ModuleManager");
     for (const char* flags :
          {"internal 1 but this broadcast is 0", "internal 0 but this broadcast is 1"}) {
         EXPECT_TRUE(logs.contains(
@@ -120,7 +86,7 @@ TEST_F(LocalBroadcastTest, DeliversOnManagerThreadOnlyToExactActionAndMatchingIn
 
 TEST_F(LocalBroadcastTest, BroadcastsSentBeforeDeliveryShareOneWakeUpAndKeepOrder) {
     Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.one", "zelkor.test.two"}));
-    HoldManagerThread hold;
+    testing::Hold hold(*ModuleManager::GetManagerHandler());  // broadcasts pile up
     HalvexMessageQueue* queue = ModuleManager::GetManagerHandler()->getLooper()->getQueue();
     size_t before = queue->size();
 
@@ -146,6 +112,11 @@ TEST_F(LocalBroadcastTest, ReceiverRegisteredTwiceOrForOneActionTwiceIsDelivered
         EXPECT_EQ(mSecond.actions().size(), round);
     }
     EXPECT_TRUE(logs.contains(kLocalTag, "[sendBroadcast] Filter's target already added"));
+    // A filter of other actions is a registration of its own.
+    Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.b"}));
+    EXPECT_TRUE(Bus().sendBroadcast(Intent("zelkor.test.b"), false));
+    ASSERT_TRUE(DrainManagerThread());
+    EXPECT_EQ(mFirst.actions().back(), "zelkor.test.b");
 }
 
 TEST_F(LocalBroadcastTest, ReceiversMayUnregisterOthersAndBroadcastDuringDelivery) {
@@ -153,7 +124,7 @@ TEST_F(LocalBroadcastTest, ReceiversMayUnregisterOthersAndBroadcastDuringDeliver
     Bus().registerReceiver(&mSecond, IntentFilter({"zelkor.test.a", "zelkor.test.b"}));
     mFirst.mHook = [this](const Intent&) { Bus().unregisterReceiver(&mSecond); };
     {
-        HoldManagerThread hold;
+        testing::Hold hold(*ModuleManager::GetManagerHandler());
         Bus().sendBroadcast(Intent("zelkor.test.a"), false);
         Bus().sendBroadcast(Intent("zelkor.test.b"), false);
     }

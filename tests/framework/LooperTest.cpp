@@ -13,6 +13,7 @@
 namespace zelkor::tessel {
 namespace {
 
+using testing::Hold;
 using testing::Latch;
 using testing::LogCapture;
 using testing::Recorder;
@@ -31,26 +32,7 @@ class LooperTest : public ::testing::Test {
         mHandler.reset();
     }
 
-    // Occupies the looper until the returned latch is opened.
-    std::shared_ptr<Latch> block() {
-        auto gate = std::make_shared<Latch>();
-        auto entered = std::make_shared<Latch>();
-        mHandler->post([gate, entered] {
-            entered->open();
-            gate->wait();
-        });
-        EXPECT_TRUE(entered->wait());
-        return gate;
-    }
-
-    // Waits until everything sent so far has run. Immediate messages run
-    // newest first, so the marker is a due-now delayed job, which queues
-    // behind all of them.
-    void sync(int64_t delayMs = 0) {
-        Latch done;
-        mHandler->postDelayed([&done] { done.open(); }, delayMs);
-        ASSERT_TRUE(done.wait());
-    }
+    void sync(long delayMs = 0) { ASSERT_TRUE(testing::Drain(*mHandler, 1, delayMs)); }
 
     std::unique_ptr<HalvexHandlerThread> mThread;
     std::unique_ptr<HalvexHandler> mHandler;
@@ -61,7 +43,7 @@ TEST_F(LooperTest, QuitDropsPendingJobsButSafeQuitRunsThemAll) {
         SCOPED_TRACE(safely);
         if (safely) SetUp();  // a fresh looper
         Recorder ran;
-        auto gate = block();
+        Hold hold(*mHandler);
         for (int i = 0; i < 10; ++i) mHandler->post([&ran, i] { ran.add(i); });
         mHandler->postDelayed([&ran] { ran.add(100); }, kHour);
         if (safely) {
@@ -72,7 +54,7 @@ TEST_F(LooperTest, QuitDropsPendingJobsButSafeQuitRunsThemAll) {
         } else {
             mThread->quit();
         }
-        gate->open();
+        hold.release();
         mThread.reset();  // joins
         // Immediate jobs run newest first; the delayed one runs before its time.
         const std::vector<int> all = {9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 100};
@@ -83,12 +65,13 @@ TEST_F(LooperTest, QuitDropsPendingJobsButSafeQuitRunsThemAll) {
 TEST_F(LooperTest, PriorityMessagesOvertakeOlderOnesAndCallbackGetsPlainOnes) {
     Recorder order;
     HalvexHandler handler(mThread->getLooper(), [&](HalvexMessage* msg) { order.add(msg->what); });
-    auto gate = block();
-    handler.sendMessage(HalvexMessage::obtain(1));
-    handler.post([] {});
-    handler.sendMessage(HalvexMessage::obtain(2));
-    handler.sendMessage(HalvexMessage::obtain(3, nullptr, HalvexMessage::FLAG_PRIORITY));
-    gate->open();
+    {
+        Hold hold(*mHandler);
+        handler.sendMessage(HalvexMessage::obtain(1));
+        handler.post([] {});
+        handler.sendMessage(HalvexMessage::obtain(2));
+        handler.sendMessage(HalvexMessage::obtain(3, nullptr, HalvexMessage::FLAG_PRIORITY));
+    }
     sync();
     EXPECT_EQ(order.values(), (std::vector<int>{3, 2, 1}));
 }
@@ -102,23 +85,28 @@ TEST_F(LooperTest, PriorityMessageWakesALoopWaitingOnADelayedOne) {
     EXPECT_TRUE(got.wait());
 }
 
-TEST_F(LooperTest, GetLooperAfterQuitWaitsForTheThreadsEndAndGetsNull) {
+TEST_F(LooperTest, GetLooperAfterQuitWaitsForTheThreadsEndThenGetsNullAtOnce) {
     LogCapture log;
-    auto gate = block();
+    Hold hold(*mHandler);
     mThread->quit();
     // The thread cannot end while the job in hand holds it: the caller waits.
     auto looper = std::async(std::launch::async, [this] { return mThread->getLooper(); });
     EXPECT_TRUE(WaitUntil(
             [&] { return log.contains("Halvex-HandlerThread", "[getLooper] getLooper() wait."); }));
-    gate->open();
+    hold.release();
     EXPECT_EQ(looper.get(), nullptr);
+    // Once the thread has ended a call answers at once.
+    EXPECT_TRUE(mThread->hasExited());
+    EXPECT_EQ(mThread->getLooper(), nullptr);
+    EXPECT_TRUE(log.contains("Halvex-HandlerThread", "[getLooper] getLooper() thread had exit."));
+    EXPECT_FALSE(mThread->quitSafely());
 }
 
 TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
     Recorder order;
     // The looper is held until the removal is done, so however slow the
     // machine, the job to remove cannot have run (and been recycled) first.
-    auto gate = block();
+    Hold hold(*mHandler);
     HalvexMessage* removed = mHandler->postDelayed([&] { order.add(99); }, 20);
     mHandler->postDelayed([&] { order.add(2); }, 40);
     mHandler->postDelayed([&] { order.add(1); }, 10);
@@ -128,7 +116,7 @@ TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
     EXPECT_TRUE(mHandler->hasMessage(removed));
     mHandler->removeMessage(removed, false);
     EXPECT_FALSE(mHandler->hasMessage(removed));
-    gate->open();
+    hold.release();
     sync(60);
     EXPECT_EQ(order.values(), (std::vector<int>{-1, 0, 1, 2}));
 }
@@ -175,17 +163,6 @@ TEST(LooperLifecycleTest, SecondPrepareKeepsTheFirstLooper) {
               1);
     EXPECT_EQ(log.count("Halvex-HalvexLooper", "[myLooper] Call HalvexLooper::prepare first pls."),
               2);
-}
-
-TEST(LooperLifecycleTest, GetLooperAfterExitIsNull) {
-    LogCapture log;
-    std::unique_ptr<HalvexHandlerThread> thread(HalvexHandlerThread::create("exits"));
-    ASSERT_NE(thread->getLooper(), nullptr);
-    thread->quit();
-    ASSERT_TRUE(WaitUntil([&] { return thread->hasExited(); }));
-    EXPECT_EQ(thread->getLooper(), nullptr);
-    EXPECT_TRUE(log.contains("Halvex-HandlerThread", "[getLooper] getLooper() thread had exit."));
-    EXPECT_FALSE(thread->quitSafely());
 }
 
 }  // namespace

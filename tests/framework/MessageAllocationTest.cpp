@@ -19,18 +19,15 @@ constexpr int kBatch = 64;
 // Posts one batch of small jobs, of the kinds modules post, and waits until
 // all of them ran.
 void PostBatch(HalvexHandler& handler, const std::shared_ptr<HalvexHandler>& shared,
-               std::atomic<int>& ran, int count = kBatch) {
-    testing::Latch done;
-    for (int i = 0; i < count; ++i) {
+               std::atomic<int>& ran) {
+    for (int i = 0; i < kBatch; ++i) {
         if (i % 2 == 0) {
             handler.post([&ran] { ran.fetch_add(1); });
         } else {
             handler.postDelayed([shared, &ran, i] { ran.fetch_add(i % 2); }, 0);
         }
     }
-    // Due now, so it queues behind every immediate job of the batch.
-    handler.postDelayed([&done] { done.open(); }, 0);
-    ASSERT_TRUE(done.wait());
+    ASSERT_TRUE(testing::Drain(handler));
 }
 
 TEST(MessageAllocationTest, SteadyPostingAllocatesNothingAfterWarmUp) {
@@ -42,10 +39,10 @@ TEST(MessageAllocationTest, SteadyPostingAllocatesNothingAfterWarmUp) {
     // Warm-up with the looper held, so that enough records are in flight at
     // once: a batch, plus what the posting and the looping thread may each
     // keep in their own caches (64 at most) while the batch runs.
-    testing::Latch gate;
-    handler.post([&gate] { gate.wait(); });
-    for (int i = 0; i < 4 * kBatch; ++i) handler.postDelayed([&ran] { ran.fetch_add(1); }, 0);
-    gate.open();
+    {
+        testing::Hold hold(handler);
+        for (int i = 0; i < 4 * kBatch; ++i) handler.postDelayed([&ran] { ran.fetch_add(1); }, 0);
+    }
     PostBatch(handler, shared, ran);
     const int warm = ran.load();
 

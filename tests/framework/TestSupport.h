@@ -1,6 +1,8 @@
 // Helpers for message-loop tests: waiting on a condition instead of sleeping.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -62,17 +64,47 @@ class Recorder {
     std::vector<int> mValues;
 };
 
-// Waits until every job queued on the "ModuleManager" thread so far has run,
-// broadcast deliveries included; each further round also waits for what the
-// jobs of the round before queued. Immediate jobs run newest first, so the
-// marker is a due-now delayed job.
-inline bool DrainManagerThread(int rounds = 1) {
+// Waits until every job queued on `handler`'s looper so far has run; each
+// further round also waits for what the jobs of the round before queued.
+// Immediate jobs run newest first, so the marker is a delayed job, due
+// `delayMs` from now.
+inline bool Drain(HalvexHandler& handler, int rounds = 1, long delayMs = 0) {
     for (int round = 0; round < rounds; ++round) {
         Latch done;
-        ModuleManager::GetManagerHandler()->postDelayed([&done] { done.open(); }, 0);
+        handler.postDelayed([&done] { done.open(); }, delayMs);
         if (!done.wait()) return false;
     }
     return true;
 }
+
+// The same for the "ModuleManager" thread, broadcast deliveries included.
+inline bool DrainManagerThread(int rounds = 1) {
+    return Drain(*ModuleManager::GetManagerHandler(), rounds);
+}
+
+// Keeps `handler`'s looper busy in one job from construction until release()
+// or the end of the scope, so that what is sent meanwhile piles up.
+class Hold {
+  public:
+    explicit Hold(HalvexHandler& handler) {
+        handler.postDelayed(
+                [this] {
+                    mEntered.open();
+                    mRelease.wait();
+                    mDone.open();
+                },
+                0);
+        EXPECT_TRUE(mEntered.wait());
+    }
+    // The job refers to this object: wait until it has ended.
+    ~Hold() {
+        release();
+        mDone.wait();
+    }
+    void release() { mRelease.open(); }
+
+  private:
+    Latch mEntered, mRelease, mDone;
+};
 
 }  // namespace zelkor::tessel::testing
