@@ -46,7 +46,7 @@ TEST(JsonHelperTest, NameListsSplitOnCommasAndTrimSpacesThenQuotes) {
             << "a short rename list renames the first members only";
 }
 
-TEST(JsonHelperTest, EachMemberTypeTakesOnlyItsJsonForms) {
+TEST(JsonHelperTest, EachMemberTypeTakesOnlyItsJsonFormsUnderEveryKey) {
     const struct {
         const char* json;
         bool ok;
@@ -74,11 +74,9 @@ TEST(JsonHelperTest, EachMemberTypeTakesOnlyItsJsonForms) {
         EXPECT_EQ(ok, c.ok) << c.json;
         EXPECT_NE(held.find(" " + std::string(c.held) + " "), std::string::npos) << held;
     }
-}
 
-TEST(JsonHelperTest, EveryKeyTakesEveryKindOfValueWithoutHarm) {
-    // What each member kind accepts among these values, by index; a refused
-    // value leaves the member as it was (see the table above).
+    // Every key: what each member kind accepts among these values, by index; a
+    // refused value leaves the member as it was (see the rows above).
     //                          "s"  5    -1   1.5  true []   {}   null
     const std::map<std::string, std::vector<bool>> accepts = {
             {"string", {true, true, true, true, false, false, true, true}},

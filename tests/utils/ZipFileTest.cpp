@@ -31,18 +31,11 @@ path, base = sys.argv[1], sys.argv[2]
 with zipfile.ZipFile(path) as z:
     print("ok" if z.testzip() is None else "corrupt")
     for i in z.infolist():
-        same = "-"
         source = base + "/" + i.filename.lstrip("/")
-        if i.filename.endswith("/"):
-            pass
-        elif not os.path.isfile(source):
-            same = "nofile"
-        else:
-            with open(source, "rb") as f:
-                same = "same" if f.read() == z.read(i) else "differs"
-        today = i.date_time[:3] == time.localtime()[:3]
+        same = ("-" if i.filename.endswith("/") else "nofile" if not os.path.isfile(source)
+                else "same" if open(source, "rb").read() == z.read(i) else "differs")
         print("%s|%d|%d|%d|%d|%s" % (i.filename, (i.flag_bits >> 11) & 1, i.compress_type,
-              today, i.file_size, same))
+              i.date_time[:3] == time.localtime()[:3], i.file_size, same))
 )PY";
 
 // The name of an entry line.
