@@ -68,21 +68,20 @@ TEST(LogManagerUtilTest, FoldersResolveFromPathParentAndVendorFlags) {
 TEST(LogManagerUtilTest, TopLevelFoldersAreFoundByNameOrPathChildrenByPathOnly) {
     LogCapture log;
     auto configs = Configs(kExample);
-    const char* const cases[][2] = {
-            {"modem", "modem"},
-            {"/data/kestralog/bsp/modem", "modem"},
-            {"wlan", "wlan"},
-            {"/x/y", "wlan"},
-            {"/data/vendor/bsplog/audio", "audio"},
-            {"/data/kestralog/bsp/modem/ssr", "ssr"},
-            {"/data/vendor/bsplog/modem/vendor_child", "vendor_child"},
-            {"ssr", nullptr},
-            {"/data/kestralog/bsp/grandchild", nullptr},
-            {"/data/kestralog/bsp/modem/", nullptr},  // byte for byte
-    };
+    // "": none found; names and paths match byte for byte.
+    const char* const cases[][2] = {{"modem", "modem"},
+                                    {"/data/kestralog/bsp/modem", "modem"},
+                                    {"wlan", "wlan"},
+                                    {"/x/y", "wlan"},
+                                    {"/data/vendor/bsplog/audio", "audio"},
+                                    {"/data/kestralog/bsp/modem/ssr", "ssr"},
+                                    {"/data/vendor/bsplog/modem/vendor_child", "vendor_child"},
+                                    {"ssr", ""},
+                                    {"/data/kestralog/bsp/grandchild", ""},
+                                    {"/data/kestralog/bsp/modem/", ""}};
     for (const auto& [name, expected] : cases) {
         auto config = LogManagerUtil::GetConfigByFolderName(name, configs);
-        EXPECT_EQ(config ? config->folderName : "(none)", expected ? expected : "(none)") << name;
+        EXPECT_EQ(config ? config->folderName : "", expected) << name;
     }
     EXPECT_TRUE(log.contains(kTag, "[GetConfigByFolderName] ERR! config not found for ssr"));
     EXPECT_FALSE(LogManagerUtil::GetConfigByFolderName("modem", {}));
