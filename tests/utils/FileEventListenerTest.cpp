@@ -1,7 +1,6 @@
 #include "utils/FileEventListener.h"
 
 #include <android/log.h>
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
@@ -27,17 +26,10 @@ using testing::LogCapture;
 constexpr char kTag[] = "Halvex-FileEventListener";
 constexpr uint32_t kMask = IN_CREATE | IN_DELETE | IN_DELETE_SELF;
 
-struct Event {
-    uint32_t mask;
-    std::optional<std::string> name;
-    std::string watched;
-    bool operator==(const Event& o) const {
-        return mask == o.mask && name == o.name && watched == o.watched;
-    }
-    friend void PrintTo(const Event& e, std::ostream* os) {
-        *os << std::hex << e.mask << " " << e.name.value_or("(none)") << " " << e.watched;
-    }
-};
+// One delivered event as "mask name watched-folder"; "-" for no name.
+std::string Ev(uint32_t mask, const std::optional<std::string>& name, const std::string& watched) {
+    return std::to_string(mask) + " " + name.value_or("-") + " " + watched;
+}
 
 // Records the events it is given. A stalled one instead holds its first
 // callback until released, so that the kernel's queue fills up.
@@ -54,54 +46,37 @@ class RecordingListener : public FileEventListener {
                      const std::string& watched) override {
         std::unique_lock<std::mutex> lock(mLock);
         mCond.wait(lock, [&] { return !mStalled; });
-        mEvents.push_back({mask, std::move(name), watched});
+        mEvents.push_back(Ev(mask, name, watched));
         mCond.notify_all();
     }
-    void OnQueueOverflow() override {
-        std::lock_guard<std::mutex> lock(mLock);
-        mOverflowed = true;
-        mCond.notify_all();
-    }
-    void release() {
-        std::lock_guard<std::mutex> lock(mLock);
-        mStalled = false;
-        mCond.notify_all();
-    }
+    void OnQueueOverflow() override { set(mOverflowed); }
+    void release() { set(mStalled, false); }
     bool waitForOverflow() {
         std::unique_lock<std::mutex> lock(mLock);
         return mCond.wait_for(lock, 20s, [&] { return mOverflowed; });
     }
-
     // The events once there are at least `count`, or what came within 10 s.
-    std::vector<Event> waitFor(size_t count) {
+    std::vector<std::string> waitFor(size_t count) {
         std::unique_lock<std::mutex> lock(mLock);
         mCond.wait_for(lock, 10s, [&] { return mEvents.size() >= count; });
         return mEvents;
     }
 
   private:
+    void set(bool& flag, bool value = true) {
+        std::lock_guard<std::mutex> lock(mLock);
+        flag = value;
+        mCond.notify_all();
+    }
     std::mutex mLock;
     std::condition_variable mCond;
-    std::vector<Event> mEvents;
+    std::vector<std::string> mEvents;
     bool mStalled;
     bool mOverflowed = false;
 };
 
 size_t CountEntries(const char* dir) {
-    size_t n = 0;
-    for (auto it = std::filesystem::directory_iterator(dir); it != std::filesystem::end(it); ++it) {
-        ++n;
-    }
-    return n;
-}
-
-// Waits (up to 10 s) until the log holds a line of the listener's.
-bool WaitForLine(const LogCapture& log, const std::string& text) {
-    for (auto deadline = std::chrono::steady_clock::now() + 10s;
-         std::chrono::steady_clock::now() < deadline; std::this_thread::sleep_for(1ms)) {
-        if (log.count(kTag, text) > 0) return true;
-    }
-    return false;
+    return std::distance(std::filesystem::directory_iterator(dir), {});
 }
 
 class FileEventListenerTest : public ::testing::Test {
@@ -112,56 +87,55 @@ class FileEventListenerTest : public ::testing::Test {
         std::filesystem::create_directories(mRoot.path() + "/logs/b");
     }
     void Touch(const std::string& devicePath) { std::ofstream(mRoot.path() + devicePath) << "x"; }
+    // Waits (up to 10 s) until the log holds a line of the listener's.
+    bool WaitForLine(const std::string& text) const {
+        for (auto deadline = std::chrono::steady_clock::now() + 10s;
+             std::chrono::steady_clock::now() < deadline; std::this_thread::sleep_for(1ms)) {
+            if (mLog.count(kTag, text) > 0) return true;
+        }
+        return false;
+    }
+    void ExpectLogged(std::initializer_list<const char*> lines) const {
+        for (const char* line : lines) EXPECT_TRUE(mLog.contains(kTag, line)) << line;
+    }
 
     testing::TempRoot mRoot;
     LogCapture mLog{ANDROID_LOG_VERBOSE};
 };
 
-TEST_F(FileEventListenerTest, DeliversEventsWithNamesAndTheWatchedDevicePath) {
+TEST_F(FileEventListenerTest, DeliversEventsInOrderWithNamesAndTheWatchedDevicePath) {
     RecordingListener listener({"/logs/a", "/logs/b"});
     Touch("/logs/a/kernel.log");
     Touch("/logs/b/0abc");  // a name starting with the digit 0 comes without a name
     std::filesystem::remove(mRoot.path() + "/logs/a/kernel.log");
     std::filesystem::remove_all(mRoot.path() + "/logs/b");
-
     // The folder's removal ends its watch: the kernel's IN_IGNORED still names
     // a watched descriptor and reaches the callback, as it would on a device.
-    const std::vector<Event> expected = {
-            {IN_CREATE, "kernel.log", "/logs/a"},      {IN_CREATE, std::nullopt, "/logs/b"},
-            {IN_DELETE, "kernel.log", "/logs/a"},      {IN_DELETE, std::nullopt, "/logs/b"},
-            {IN_DELETE_SELF, std::nullopt, "/logs/b"}, {IN_IGNORED, std::nullopt, "/logs/b"},
+    std::vector<std::string> expected = {
+            Ev(IN_CREATE, "kernel.log", "/logs/a"),      Ev(IN_CREATE, std::nullopt, "/logs/b"),
+            Ev(IN_DELETE, "kernel.log", "/logs/a"),      Ev(IN_DELETE, std::nullopt, "/logs/b"),
+            Ev(IN_DELETE_SELF, std::nullopt, "/logs/b"), Ev(IN_IGNORED, std::nullopt, "/logs/b"),
     };
-    EXPECT_EQ(listener.waitFor(expected.size()), expected);
-}
-
-TEST_F(FileEventListenerTest, ManyEventsArriveInOrderAcrossReads) {
-    RecordingListener listener({"/logs/a"});
-    constexpr int kFiles = 300;  // far more than one 512-byte read holds
-    for (int i = 0; i < kFiles; ++i) Touch("/logs/a/f" + std::to_string(i) + ".log");
-    auto events = listener.waitFor(kFiles);
-    ASSERT_EQ(events.size(), static_cast<size_t>(kFiles));
-    for (int i = 0; i < kFiles; ++i) {
-        EXPECT_EQ(events[i].name, "f" + std::to_string(i) + ".log") << i;
+    for (int i = 0; i < 300; ++i) {  // far more than one 512-byte read holds
+        Touch("/logs/a/f" + std::to_string(i) + ".log");
+        expected.push_back(Ev(IN_CREATE, "f" + std::to_string(i) + ".log", "/logs/a"));
     }
+    EXPECT_EQ(listener.waitFor(expected.size()), expected);
 }
 
 TEST_F(FileEventListenerTest, WatchesAreAddedOnceAndRemovedByPathOrDescriptor) {
     RecordingListener listener({"/logs/a", "/missing", "/logs/b"});
-    EXPECT_TRUE(mLog.contains(kTag,
-                              "[FileEventListener] add file watch failed! path: /missing, "
-                              "error: No such file or directory"));
-    EXPECT_TRUE(mLog.contains(kTag,
-                              "[addWatching] addWatching for /missing failed! error: No "
-                              "such file or directory"));
-
     EXPECT_EQ(listener.addWatching("/logs/a", kMask), -114);
-    EXPECT_TRUE(mLog.contains(
-            kTag, "[addWatching] addWatching for /logs/a failed! error: Already Watched"));
     EXPECT_EQ(listener.addWatching("/nowhere", kMask), ENOENT);
+    ExpectLogged(
+            {"[FileEventListener] add file watch failed! path: /missing, error: No such "
+             "file or directory",
+             "[addWatching] addWatching for /missing failed! error: No such file or directory",
+             "[addWatching] addWatching for /logs/a failed! error: Already Watched"});
 
     // The first watch of /logs/a still reports.
     Touch("/logs/a/one");
-    ASSERT_EQ(listener.waitFor(1).front().name, "one");
+    ASSERT_EQ(listener.waitFor(1).front(), Ev(IN_CREATE, "one", "/logs/a"));
 
     EXPECT_TRUE(listener.removeWatching(std::string("/logs/a")));
     EXPECT_FALSE(listener.removeWatching(std::string("/logs/a")));
@@ -169,15 +143,13 @@ TEST_F(FileEventListenerTest, WatchesAreAddedOnceAndRemovedByPathOrDescriptor) {
     EXPECT_FALSE(listener.removeWatching(12345)) << "no such descriptor in the map";
     // The kernel's IN_IGNORED for the removed watch names a descriptor the map
     // no longer holds: logged and dropped, never a callback.
-    EXPECT_TRUE(WaitForLine(mLog, "is not in our watching list, remove watching!"));
+    EXPECT_TRUE(WaitForLine("is not in our watching list, remove watching!"));
     Touch("/logs/a/two");
     Touch("/logs/b/three");
     // "two" came first; only the folder still watched reports.
     auto events = listener.waitFor(2);
     ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[1].mask, IN_CREATE);
-    EXPECT_EQ(events[1].name, "three");
-    EXPECT_EQ(events[1].watched, "/logs/b");
+    EXPECT_EQ(events[1], Ev(IN_CREATE, "three", "/logs/b"));
 }
 
 TEST_F(FileEventListenerTest, AQueueOverflowIsAnnounced) {
@@ -187,13 +159,11 @@ TEST_F(FileEventListenerTest, AQueueOverflowIsAnnounced) {
     RecordingListener listener({"/logs/a"}, IN_CREATE, /*stalled=*/true);
     // More creations than the queue holds while the first callback waits,
     // with room for what the loop's first read took out of it.
-    for (size_t i = 0; i < limit + 600; ++i) {
-        std::ofstream(mRoot.path() + "/logs/a/" + std::to_string(i));
-    }
+    for (size_t i = 0; i < limit + 600; ++i) Touch("/logs/a/" + std::to_string(i));
     listener.release();
     EXPECT_TRUE(listener.waitForOverflow());
     // The overflow event names no watch: dropped like any unknown descriptor.
-    EXPECT_TRUE(WaitForLine(mLog, "wd -1 is not in our watching list, remove watching!"));
+    EXPECT_TRUE(WaitForLine("wd -1 is not in our watching list, remove watching!"));
 }
 
 TEST_F(FileEventListenerTest, ListenersComeAndGoWithoutLeakingDescriptorsOrThreads) {
@@ -219,11 +189,10 @@ TEST_F(FileEventListenerTest, WithoutAnInotifyDescriptorNothingIsWatched) {
     // One listener first, with descriptors to spare: a UBSan build checks an
     // object's dynamic type once per type, with a pipe of its own.
     { RecordingListener warm({}); }
-    // No descriptor number left: inotify_init1 fails with EMFILE.
+    // With the lowest free descriptor number as the limit, every number below
+    // it is taken: inotify_init1 fails with EMFILE.
     rlimit old{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &old), 0);
-    // Every number below the lowest free one is taken: with that as the
-    // limit no descriptor can be made.
     const int lowestFree = dup(0);
     ASSERT_GE(lowestFree, 0);
     close(lowestFree);
@@ -233,20 +202,15 @@ TEST_F(FileEventListenerTest, WithoutAnInotifyDescriptorNothingIsWatched) {
     auto listener = std::make_unique<RecordingListener>(std::vector<std::string>{"/logs/a"});
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &old), 0);
 
-    EXPECT_TRUE(mLog.contains(kTag,
-                              "[FileEventListener] init new inotify fd failed!, error: Too "
-                              "many open files"));
     EXPECT_EQ(listener->addWatching("/logs/a", kMask), -9);
     EXPECT_FALSE(listener->removeWatching(std::string("/logs/a")));
     EXPECT_FALSE(listener->removeWatching(1));
     listener.reset();  // returns although no loop ever ran
-    EXPECT_TRUE(mLog.contains(kTag, "[~FileEventListener] Cleanup Done!"));
-
     // A null listener ends the loop at once with the error line.
     FileEventListener::listenLoop(nullptr);
-    EXPECT_TRUE(mLog.contains(kTag,
-                              "[listenLoop] 'thiz' is nullptr while trying to trigger file "
-                              "event callback!"));
+    ExpectLogged({"[FileEventListener] init new inotify fd failed!, error: Too many open files",
+                  "[~FileEventListener] Cleanup Done!",
+                  "[listenLoop] 'thiz' is nullptr while trying to trigger file event callback!"});
 }
 
 }  // namespace
