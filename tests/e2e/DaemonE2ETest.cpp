@@ -22,6 +22,9 @@ TEST_F(DaemonE2ETest, RootMustBeAnExistingFolder) {
             {{"--root", file}, {}, "--root " + file + ": not a folder"},
             {{"--root", "/nonexistent"}, {}, "--root /nonexistent: not a folder"},
             {{"--root"}, {}, "--root needs a folder"},
+            // An empty value does not fall back to a good TESSEL_ROOT.
+            {{"--root="}, {"TESSEL_ROOT=" + mRoot.path()}, "--root needs a folder"},
+            {{"--root", ""}, {"TESSEL_ROOT=" + mRoot.path()}, "--root needs a folder"},
             {{}, {"TESSEL_ROOT=" + file}, "TESSEL_ROOT " + file + ": not a folder"},
             {{}, {"TESSEL_ROOT=/nonexistent"}, "TESSEL_ROOT /nonexistent: not a folder"},
             {{}, {"TESSEL_ROOT="}, "no host root: pass --root DIR or set TESSEL_ROOT"},
