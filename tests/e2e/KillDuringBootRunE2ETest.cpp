@@ -120,8 +120,11 @@ TEST(KillDuringBootRunE2ETest, CrashRecordedOnceWhereverTheRunIsKilled) {
                      messages[index].substr(0, 100));
         ASSERT_FALSE(text.empty());
         KilledRoot root;
-        EXPECT_TRUE(root.BootKilledAt(text));
-        root.Boot();
+        // Both runs' logs go with any failure of this point.
+        bool killed = false;
+        const std::string killedLog = root.Boot("TESSEL_KILL_AT_LOG_TEXT=" + text, &killed);
+        EXPECT_TRUE(killed) << killedLog;
+        SCOPED_TRACE("the run after the kill:\n" + root.Boot());
         EXPECT_EQ(root.Inspect(root.Host(kBlackbox))["crash_history"]["header"]["current_num"]
                           .asUInt(),
                   1u);
