@@ -283,6 +283,22 @@ TEST_F(DumpImageTest, InspectorDoesNotTrustWhatDoesNotFit) {
     EXPECT_EQ(noise["slots"].size(), 10u);
     MakeImage(kMinidump, 20);
     EXPECT_FALSE(Inspect(kMinidump, false)["lastLog"]["trusted"].asBool());
+
+    // Seventy headers, one unused, in an image that ends inside the 67th:
+    // the 65 used ones before it are shown with their own indexes.
+    MakeImage(kMinidump, 0x4000);
+    LastLog(kMinidump, 0, "Raw_Dmp!", 0, 0, 0, 0x2000);
+    DumpHeader(kMinidump, 0x400, 0, 70);
+    for (int i = 0; i < 70; ++i) {
+        if (i != 3) SectionHeader(kMinidump, 0x400 + 56, i, 1, "s" + std::to_string(i), 0, 1);
+    }
+    std::filesystem::resize_file(Host(kMinidump), 0x400 + 56 + 66 * 64 + 10);
+    const Json::Value sections = Inspect(kMinidump, false)["slots"][0]["sections"];
+    ASSERT_EQ(sections.size(), 65u);
+    EXPECT_EQ(sections[3]["index"].asUInt(), 4u);
+    EXPECT_EQ(sections[63]["index"].asUInt(), 64u);
+    EXPECT_EQ(sections[64]["index"].asUInt(), 65u);
+    EXPECT_EQ(sections[64]["name"].asString(), "s65");
 }
 
 }  // namespace
