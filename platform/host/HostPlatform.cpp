@@ -83,6 +83,10 @@ bool InitPlatform(int* argc, char** argv) {
     // The base library's LOG() writes through liblog's logger too, so this
     // one call sends every line of the process to stderr in one format.
     InstallHostLogger();
+    // The tag of lines logged without one, set before any thread logs: the
+    // log library fills it in lazily under a shared lock, so two threads
+    // logging their first untagged lines at once would both write it.
+    __android_log_set_default_tag(program_invocation_short_name);
     __android_log_set_minimum_priority(LogLevelFromEnv());
 
     std::string root;
