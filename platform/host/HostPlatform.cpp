@@ -85,7 +85,7 @@ bool InitPlatform(int* argc, char** argv) {
     InstallHostLogger();
     // The tag of lines logged without one, set before any thread logs: the
     // log library fills it in lazily under a shared lock, so two threads
-    // logging their first untagged lines at once would both write it.
+    // logging untagged lines at once could write and read it together.
     __android_log_set_default_tag(program_invocation_short_name);
     __android_log_set_minimum_priority(LogLevelFromEnv());
 
