@@ -151,6 +151,7 @@ TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangers) {
     EXPECT_TRUE(droppedDestroyed);
     queue.removeMessage(stranger, false);
     EXPECT_FALSE(strangerDestroyed);
+    queue.offer(nullptr);  // nothing to queue
     EXPECT_TRUE(queue.empty());
 
     HalvexMessage::recycle(kept);
