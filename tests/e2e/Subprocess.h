@@ -10,12 +10,12 @@
 
 #include <chrono>
 #include <fstream>
-#include <functional>
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
+
+#include "WaitFor.h"
 
 #if defined(TESSEL_GTEST)
 #include <gtest/gtest.h>
@@ -32,17 +32,6 @@ inline std::string ReadWholeFile(const std::string& path) {
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
-}
-
-// Re-checks `done` every few milliseconds until it holds or `limit` passes.
-inline bool WaitFor(const std::function<bool()>& done,
-                    std::chrono::milliseconds limit = std::chrono::seconds(20)) {
-    auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
 }
 
 class Subprocess {

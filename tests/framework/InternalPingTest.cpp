@@ -26,7 +26,7 @@ TEST(InternalPingTest, NoPeerIsReportedAndAPeerDeclaredButDownNeverHoldsTheBus) 
         InternalBroadcastManager::onHalvexIntlMessageReceived(InternalPing::kPingAction, "{}");
     };
     ping();
-    EXPECT_TRUE(testing::WaitUntil([&] {
+    EXPECT_TRUE(testing::WaitFor([&] {
         return log.count("Halvex-InternalPing", "no system peer to answer the ping") == 1;
     }));
 

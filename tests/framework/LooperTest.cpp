@@ -17,7 +17,7 @@ using testing::Hold;
 using testing::Latch;
 using testing::LogCapture;
 using testing::Recorder;
-using testing::WaitUntil;
+using testing::WaitFor;
 
 constexpr int64_t kHour = 60 * 60 * 1000;
 
@@ -91,7 +91,7 @@ TEST_F(LooperTest, GetLooperAfterQuitWaitsForTheThreadsEndThenGetsNullAtOnce) {
     mThread->quit();
     // The thread cannot end while the job in hand holds it: the caller waits.
     auto looper = std::async(std::launch::async, [this] { return mThread->getLooper(); });
-    EXPECT_TRUE(WaitUntil(
+    EXPECT_TRUE(WaitFor(
             [&] { return log.contains("Halvex-HandlerThread", "[getLooper] getLooper() wait."); }));
     hold.release();
     EXPECT_EQ(looper.get(), nullptr);

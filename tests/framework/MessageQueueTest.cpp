@@ -91,7 +91,7 @@ TEST(MessageQueueTest, ImmediateMessageStaysAheadOfATimedOneOfferedBeforeTheTake
         first = TakeWhat(queue);
         taken.open();
     });
-    const bool asleep = testing::WaitUntil([&] { return queue.isPolling(); });
+    const bool asleep = testing::WaitFor([&] { return queue.isPolling(); });
     queue.offer(HalvexMessage::obtain(2));
     queue.offer(Timed(3, Now() + 5000));
     const bool took = taken.wait();
@@ -122,7 +122,7 @@ TEST(MessageQueueTest, BurstsOfferedToASleepingTakerAllArrive) {
     for (int round = 1; round <= 200 && allArrived; ++round) {
         // The taker has drained the last burst and is going back to sleep.
         for (int i = 0; i < kBurst; ++i) queue.offer(HalvexMessage::obtain(i));
-        allArrived = testing::WaitUntil([&] { return taken == round * kBurst; });
+        allArrived = testing::WaitFor([&] { return taken == round * kBurst; });
     }
     stop = true;
     // Releases the taker blocked on the empty queue (and one that missed a

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "WaitFor.h"
 #include "framework/ModuleManager.h"
 
 namespace zelkor::tessel::testing {
@@ -35,17 +36,6 @@ class Latch {
     std::condition_variable mCond;
     bool mOpen = false;
 };
-
-// Polls until `done` holds; false when the time limit passes first.
-template <typename Pred>
-bool WaitUntil(Pred done, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 // Records the order in which jobs ran, from any thread.
 class Recorder {

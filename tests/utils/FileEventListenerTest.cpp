@@ -15,6 +15,7 @@
 
 #include "LogCapture.h"
 #include "TempRoot.h"
+#include "WaitFor.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel {
@@ -89,11 +90,7 @@ class FileEventListenerTest : public ::testing::Test {
     void Touch(const std::string& devicePath) { std::ofstream(mRoot.path() + devicePath) << "x"; }
     // Waits (up to 10 s) until the log holds a line of the listener's.
     bool WaitForLine(const std::string& text) const {
-        for (auto deadline = std::chrono::steady_clock::now() + 10s;
-             std::chrono::steady_clock::now() < deadline; std::this_thread::sleep_for(1ms)) {
-            if (mLog.count(kTag, text) > 0) return true;
-        }
-        return false;
+        return testing::WaitFor([&] { return mLog.count(kTag, text) > 0; }, 10s);
     }
     void ExpectLogged(std::initializer_list<const char*> lines) const {
         for (const char* line : lines) EXPECT_TRUE(mLog.contains(kTag, line)) << line;
