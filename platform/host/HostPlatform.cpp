@@ -93,10 +93,14 @@ bool InitPlatform(int* argc, char** argv) {
     int out = 1;
     for (int i = 1; i < *argc; ++i) {
         const char* arg = argv[i];
-        const bool joined = strncmp(arg, "--root=", 7) == 0;
-        if (joined || strcmp(arg, "--root") == 0) {
+        const char* value = nullptr;  // the folder, when this is a --root option
+        if (strncmp(arg, "--root=", 7) == 0) {
+            value = arg + 7;
+        } else if (strcmp(arg, "--root") == 0) {
+            value = i + 1 < *argc ? argv[++i] : "";
+        }
+        if (value != nullptr) {
             // An empty folder is refused rather than falling back to TESSEL_ROOT.
-            const char* value = joined ? arg + 7 : i + 1 < *argc ? argv[++i] : "";
             if (*value == '\0') {
                 fprintf(stderr, "%s: --root needs a folder\n", argv[0]);
                 return false;
