@@ -102,8 +102,7 @@ void BinderStringCall(benchmark::State& state, size_t size) {
 }
 
 // The binder service, served from a child process on the bench's root.
-[[noreturn]] void BinderServer(const std::string& root) {
-    platform::SetRoot(root);
+[[noreturn]] void BinderServer() {
     auto service = ndk::SharedRefBase::make<testing::TestService>();
     if (AServiceManager_addService(service->asBinder().get(),
                                    testing::TestServiceInstance().c_str()) != EX_NONE) {
@@ -123,7 +122,11 @@ int main(int argc, char** argv) {
     // A baseline write to an echo server that died reports an error instead
     // of ending the bench.
     signal(SIGPIPE, SIG_IGN);
+    // Set up as the daemon and its tools are (root, log, allocator), before
+    // the servers are forked so that they are set up the same way.
     testing::TempRoot root;
+    setenv("TESSEL_ROOT", root.path().c_str(), 1);
+    if (!platform::InitPlatform(&argc, argv)) return 1;
 
     // Both servers are forked before this process touches the binder
     // runtime, so neither inherits its threads.
@@ -137,9 +140,8 @@ int main(int argc, char** argv) {
     close(sockets[1]);
     bench::gEchoFd = sockets[0];
     pid_t server = fork();
-    if (server == 0) bench::BinderServer(root.path());
+    if (server == 0) bench::BinderServer();
 
-    platform::SetRoot(root.path());
     ndk::SpAIBinder binder(
             binder::WaitForService(testing::TestServiceInstance(),
                                    std::chrono::steady_clock::now() + std::chrono::seconds(10))

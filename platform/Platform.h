@@ -10,8 +10,9 @@ namespace zelkor::tessel::platform {
 // Sets the process up for its platform. On a host it takes "--root DIR" (or
 // "--root=DIR") out of argv, falling back to the TESSEL_ROOT environment
 // variable, and sends the Android log to stderr at the level named by
-// TESSEL_LOG_LEVEL (v, d, i, w, e; debug by default). On a device it does
-// nothing. Returns false, after printing why, when no usable root is given.
+// TESSEL_LOG_LEVEL (v, d, i, w, e; debug by default); large freed blocks
+// stay with the process instead of going back to the kernel on every free.
+// On a device it does nothing. Returns false, after printing why, when no usable root is given.
 bool InitPlatform(int* argc, char** argv);
 
 // The folder under which device paths live: "/" on a device.

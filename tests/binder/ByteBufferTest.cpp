@@ -100,5 +100,26 @@ TEST(ByteBufferTest, LargeStorageLetGoIsHandedOutAgain) {
     EXPECT_EQ(after.data(), second);
 }
 
+TEST(ByteBufferTest, ReserveFullOfAnOldSizeStillKeepsANewOne) {
+    // Buffers of a size no longer asked for fill the reserve's bytes.
+    const size_t old = size_t{16} << 20;
+    std::vector<void*> olds;
+    for (int i = 0; i < 4; ++i) olds.push_back(AllocateBuffer(old));
+    for (void* buffer : olds) FreeBuffer(buffer, old);
+    const size_t size = size_t{32} << 20;
+    void* given = AllocateBuffer(size);
+    const char kMark[] = "kept by the reserve";
+    memcpy(given, kMark, sizeof(kMark));
+    FreeBuffer(given, size);
+    // A reserve that let it go would see this malloc take its place, or the
+    // next one get it back from the kernel, wiped.
+    void* taken = malloc(size);
+    void* again = AllocateBuffer(size);
+    EXPECT_EQ(again, given);
+    EXPECT_EQ(memcmp(again, kMark, sizeof(kMark)), 0);
+    FreeBuffer(again, size);
+    free(taken);
+}
+
 }  // namespace
 }  // namespace zelkor::tessel::binder

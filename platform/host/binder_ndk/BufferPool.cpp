@@ -66,15 +66,21 @@ void FreeBuffer(void* buffer, size_t size) noexcept {
         const size_t rounded = Rounded(size);
         Reserve& reserve = TheReserve();
         std::lock_guard<std::mutex> guard(reserve.lock);
-        if (reserve.count == kMaxReservedBuffers) {
-            // Make room by dropping the oldest entry: recent sizes are the
-            // ones the next calls are likely to ask for.
-            free(reserve.entries[0].buffer);
-            reserve.bytes -= reserve.entries[0].size;
-            for (size_t i = 1; i < reserve.count; ++i) reserve.entries[i - 1] = reserve.entries[i];
-            --reserve.count;
-        }
-        if (reserve.bytes + rounded <= kMaxReservedBytes) {
+        if (rounded <= kMaxReservedBytes) {
+            // Make room by dropping the oldest entries: recent sizes are the
+            // ones the next calls are likely to ask for, and buffers of sizes
+            // no longer asked for must not keep the new ones out.
+            size_t dropped = 0;
+            while (reserve.count - dropped == kMaxReservedBuffers ||
+                   reserve.bytes + rounded > kMaxReservedBytes) {
+                free(reserve.entries[dropped].buffer);
+                reserve.bytes -= reserve.entries[dropped].size;
+                ++dropped;
+            }
+            for (size_t i = dropped; i < reserve.count; ++i) {
+                reserve.entries[i - dropped] = reserve.entries[i];
+            }
+            reserve.count -= dropped;
             reserve.entries[reserve.count++] = {buffer, rounded};
             reserve.bytes += rounded;
             return;

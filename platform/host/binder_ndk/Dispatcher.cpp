@@ -226,6 +226,7 @@ void Dispatcher::acceptAll(const std::shared_ptr<Entry>& entry) {
         }
         int one = 1;
         setsockopt(connection.get(), SOL_SOCKET, SO_PASSCRED, &one, sizeof(one));
+        EnlargeSendBuffer(connection.get());
         serveConnection(std::move(connection), entry->target, 0, 0);
     }
 }

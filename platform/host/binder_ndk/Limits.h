@@ -18,6 +18,13 @@ constexpr size_t kMaxParcelBytes = (size_t{32} << 20) + (size_t{64} << 10);
 // SCM_RIGHTS message, whose kernel limit (SCM_MAX_FD) this is.
 constexpr size_t kMaxParcelFds = 253;
 
+// Send buffer asked for on every connection. With the kernel's default
+// (about 200 KiB) a frame of a few MiB is sent in many rounds, each one a
+// sleep of the sender and a wake-up of both sides; a larger buffer lets the
+// whole frame be queued at once. It is a limit, not an allocation: memory is
+// taken only for bytes in flight.
+constexpr size_t kConnectionSendBuffer = size_t{4} << 20;
+
 // Length of the identity key and interface descriptor in a binder record.
 constexpr size_t kMaxBinderTextBytes = 1024;
 

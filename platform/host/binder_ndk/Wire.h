@@ -1,9 +1,10 @@
 // Framing of transactions on a connection (a Unix stream socket).
 //
 // Every message is a 24-byte header, `dataSize` bytes of parcel data, and
-// `fdCount` descriptors carried by SCM_RIGHTS with the first bytes. Requests
-// also carry the sender's SCM_CREDENTIALS, checked by the kernel, which is
-// where the receiving side's calling pid and uid come from.
+// `fdCount` descriptors carried by SCM_RIGHTS with the first bytes. The
+// serving end of a connection asks for credentials (SO_PASSCRED), so the
+// kernel attaches the sender's own pid, uid and gid to every request it
+// reads; that is where the calling pid and uid come from.
 #pragma once
 
 #include <android-base/unique_fd.h>
@@ -72,6 +73,10 @@ IoStatus ReceiveFrame(int fd, Frame* frame, Deadline firstByte);
 // A connected pair of non-blocking stream sockets; the first end receives
 // sender credentials.
 bool MakeConnectionPair(android::base::unique_fd* serving, android::base::unique_fd* peer);
+
+// Asks for kConnectionSendBuffer on a connection (both ends of a pair get it
+// from MakeConnectionPair).
+void EnlargeSendBuffer(int fd);
 
 // The kernel-checked credentials of the process at the other end of the
 // connected socket `fd`; false when the socket has none.
