@@ -108,8 +108,12 @@ class BootRunRoot : public ToolRoot {
         Subprocess daemon({"tesseld", "--root", mRoot.path()}, Host("/tesseld"),
                           killSwitch.empty() ? std::vector<std::string>{}
                                              : std::vector<std::string>{killSwitch});
+        // A run set to be killed is waited for until it dies: its kill point
+        // may be a line of another thread that comes after the boot run's
+        // last line.
         const bool ended = WaitFor([&] {
-            return !daemon.running() || daemon.err().find("Bye~ BSPLogProcessor") != npos;
+            return !daemon.running() ||
+                   (killed == nullptr && daemon.err().find("Bye~ BSPLogProcessor") != npos);
         });
         if (killed != nullptr) {
             *killed = daemon.wait(std::chrono::milliseconds(0)) == 128 + SIGKILL;
