@@ -52,10 +52,8 @@ TEST_F(DumpExtractionTest, NewRawDumpInBlackboxWritesItsFilesAndIsMarkedTaken) {
     SectionHeader(kBlackbox, first, 1, 1, "md_cpusys", slot + 0x2000, 16);
     Put(kBlackbox, slot + 0x3000, "XBL boot\r\nOCP\r\n");
     SectionHeader(kBlackbox, first, 2, 1, "md_XBL_LOG", slot + 0x3000, 15);
-    SectionHeader(kBlackbox, first, 3, 1, "md_shrm", slot + 0x3000,
-                  15);  // unknown name
-    SectionHeader(kBlackbox, first, 4, 0, "md_TZ_IMEM", slot + 0x3000,
-                  15);  // holds no data
+    SectionHeader(kBlackbox, first, 3, 1, "md_shrm", slot + 0x3000, 15);     // unknown name
+    SectionHeader(kBlackbox, first, 4, 0, "md_TZ_IMEM", slot + 0x3000, 15);  // holds no data
     // A name is matched by its beginning.
     SectionHeader(kBlackbox, first, 5, 1, "md_KMDT0x110.BIN.x", slot + 0x1000, 24);
     ASSERT_TRUE(platform::SetProperty(kMinidumpValidProperty, "0"));
@@ -63,8 +61,7 @@ TEST_F(DumpExtractionTest, NewRawDumpInBlackboxWritesItsFilesAndIsMarkedTaken) {
     TakeNewDump();
 
     EXPECT_EQ(DiagText("last_kmsg"),
-              "=== Dump occured at 2024-01-02 3:04:05 "
-              "===\n[    5.000123][    L6] hello\n");
+              "=== Dump occured at 2024-01-02 3:04:05 ===\n[    5.000123][    L6] hello\n");
     EXPECT_EQ(DiagText("last_kmdt"), "<6> [5.000123] hello\n");
     EXPECT_EQ(DiagText("last_cpusys"), "cpu0 online\n");
     EXPECT_EQ(DiagText("last_warmreset_xbllog"), "XBL boot\r\nOCP\r\n");
@@ -113,8 +110,7 @@ TEST_F(DumpExtractionTest, EmptyDumpTimeIsFilledWithTheRunTime) {
 TEST_F(DumpExtractionTest, SectionCountZeroWalksTwentyHeaders) {
     MakeBlackbox();
     const uint64_t slot = SlotAt(0);
-    DumpHeader(kBlackbox, slot, 0x1000,
-               0);  // version 1: headers right after 56 bytes
+    DumpHeader(kBlackbox, slot, 0x1000, 0);  // version 1: headers right after 56 bytes
     Put(kBlackbox, slot + 0x1000, "twentieth\n");
     SectionHeader(kBlackbox, slot + 56, 19, 1, "md_cpusys", slot + 0x1000, 10);
     SectionHeader(kBlackbox, slot + 56, 20, 1, "md_XBL_LOG", slot + 0x1000, 10);

@@ -20,11 +20,9 @@ class PrintkTest : public MinidumpTest {
                     int textLen = -1, int len = -1) {
         if (textLen < 0) textLen = static_cast<int>(text.size());
         if (len < 0) len = static_cast<int>((16 + text.size() + 3) / 4 * 4);
-        Put64(kMinidump, at, tsNsec);
-        Put16(kMinidump, at + 8, len);
-        Put16(kMinidump, at + 10, textLen);
-        Put(kMinidump, at + 15, std::string(1, static_cast<char>(levelByte)));
-        Put(kMinidump, at + 16, text);
+        Put(kMinidump, at,
+            LittleEndian(tsNsec, 8) + LittleEndian(len, 2) + LittleEndian(textLen, 2) +
+                    LittleEndian(0, 3) + LittleEndian(levelByte, 1) + text);
         return at + len;
     }
     std::string Parse(const char* name, uint64_t offset, uint64_t size) {
@@ -33,7 +31,9 @@ class PrintkTest : public MinidumpTest {
     }
 };
 
-TEST_F(PrintkTest, KmdtLinesCarryLevelSecondsAndMicroseconds) {
+// Kmdt lines carry level, seconds and microseconds; kmsg lines have two
+// brackets and one line per text line.
+TEST_F(PrintkTest, KmdtAndKmsgLines) {
     uint64_t at = Record(0x100, 1234567891011ull, 0x03, "hello");
     // Text length 4: the dictionary behind the text is kept all the same.
     at = Record(at, 999, 0x0E, "idleSUBSYSTEM=x", 4);
@@ -42,12 +42,10 @@ TEST_F(PrintkTest, KmdtLinesCarryLevelSecondsAndMicroseconds) {
     EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at - 0x100),
               "<3> [1234.567891] hello\n<6> [0.000000] idleSUBSYSTEM=x\n"
               "<7> [5.000000] multi\nline\n");
-}
 
-TEST_F(PrintkTest, KmsgLinesHaveTwoBracketsAndOneLinePerTextLine) {
-    uint64_t at = Record(0x100, 123456789012ull, 0x04, "Call trace:");
+    at = Record(0x1000, 123456789012ull, 0x04, "Call trace:");
     at = Record(at, 123456800000ull, 0x04, " dump_backtrace+0x0/0x1c0\n show_stack");
-    EXPECT_EQ(Parse("md_kmsg", 0x100, at - 0x100),
+    EXPECT_EQ(Parse("md_kmsg", 0x1000, at - 0x1000),
               "[  123.456789][    L4] Call trace:\n"
               "[  123.456800][    L4]  dump_backtrace+0x0/0x1c0\n"
               "[  123.456800][    L4]  show_stack\n");
@@ -132,12 +130,12 @@ TEST_F(PmsgTest, TextRecordsBecomeLogcatLines) {
 }
 
 TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreSteppedOver) {
-    std::string first = PmsgRecord(0, 10, 11, kSec, 0, 3, "A", "first");
-    std::string torn = PmsgRecord(0, 12, 13, kSec, 0, 5, "B", "lost in the middle");
-    std::string events = PmsgRecord(2, 14, 15, kSec, 0, 0, "", "");
-    std::string second = PmsgRecord(0, 16, 17, kSec, 0, 2, "C", "second");
-    std::string section = std::string("\x01l\xff\x00zzl", 7) + first + torn.substr(0, 24) + events +
-                          second + second.substr(0, 20);
+    // Garbage, a record, a torn one, a binary (events) one, a record, a torn one.
+    const std::string second = PmsgRecord(0, 16, 17, kSec, 0, 2, "C", "second");
+    const std::string section =
+            std::string("\x01l\xff\x00zzl", 7) + PmsgRecord(0, 10, 11, kSec, 0, 3, "A", "first") +
+            PmsgRecord(0, 12, 13, kSec, 0, 5, "B", "lost in the middle").substr(0, 24) +
+            PmsgRecord(2, 14, 15, kSec, 0, 0, "", "") + second + second.substr(0, 20);
     EXPECT_EQ(Decode(section),
               "11-14 22:13:20.000 10 11 D A:\tfirst\n"
               "11-14 22:13:20.000 16 17 V C:\tsecond\n");

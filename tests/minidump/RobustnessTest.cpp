@@ -129,13 +129,10 @@ TEST_F(RobustnessTest, HugeSectionsAndUnwritableOutputTakeBoundedMemory) {
     MakeImage(kMinidump, kAt + k4G);
     // A trust-zone area whose ring claims 4 GiB, and a pstore header that
     // bounds the pmsg ring to 100 bytes.
-    Put32(kMinidump, kAt, 0x747A6461);
-    Put32(kMinidump, kAt + 4, 0x00030000);
-    Put32(kMinidump, kAt + 28, 0x400);
-    Put32(kMinidump, kAt + 32, 0xFFFFFFFF);
+    PutWords(kMinidump, kAt, {0x747A6461, 0x00030000});
+    PutWords(kMinidump, kAt + 28, {0x400, 0xFFFFFFFF});
     Put32(kMinidump, kAt + 0x3FE, 16);
-    const std::string pmsgAt = "DBGC" + std::string("\0\0\0\0\x64\0\0\0", 8);
-    Put(kMinidump, kAt + 0x10000, pmsgAt);
+    Put(kMinidump, kAt + 0x10000, "DBGC" + LittleEndian(0, 4) + LittleEndian(100, 4));
     // In a child with 512 MiB of address space: a 4 GiB allocation fails there.
     EXPECT_EXIT(ParseUnderLimit(OpenImage(kMinidump), kAt, k4G), ::testing::ExitedWithCode(0), "");
 }
