@@ -11,7 +11,7 @@ namespace {
 using namespace Minidump;
 
 // The blackbox image of these tests: the dump area at 0x100000, slot 0 at
-// 0x400 behind it, slots 0x40000 apart.
+// 0x400 behind it, slots 0x40000 apart, the control block at 0x3F0000.
 constexpr uint64_t kArea = 0x100000;
 constexpr uint64_t kSlotDistance = 0x40000;
 constexpr uint64_t SlotAt(uint64_t n) {
@@ -20,12 +20,11 @@ constexpr uint64_t SlotAt(uint64_t n) {
 
 class DumpExtractionTest : public MinidumpTest {
   protected:
-    void MakeBlackbox() {
-        MakeImage(kBlackbox, 0x400000);
-        Put64(kBlackbox, 0, 0x56775AF41BCDE0F0ull);  // log_table_header magic
-        Put32(kBlackbox, 20, 0x400);                 // log_content_offset
-        Put32(kBlackbox, 24, kArea);                 // minidump_offset
-        Put32(kBlackbox, 32, 0x3F0000);              // control_content_offset
+    // The blackbox with a last-log header of `magic`.
+    void MakeBlackbox(const char* magic = "Raw_Dmp!", uint32_t store = 0, uint32_t counts = 0,
+                      uint64_t distance = kSlotDistance) {
+        Blackbox(0x400000, kArea, 0x3F0000);
+        LastLog(kBlackbox, kArea, magic, store, counts, distance, 0);
     }
     // A dump holding one md_cpusys section with `text`.
     void CpusysDump(const char* dev, uint64_t slot, const std::string& text) {
@@ -33,20 +32,21 @@ class DumpExtractionTest : public MinidumpTest {
         Put(dev, slot + 0x1000, text);
         SectionHeader(dev, slot + 88, 0, 1, "md_cpusys", slot + 0x1000, text.size());
     }
-    std::string Diag(const std::string& name) { return std::string(kDiag) + "/" + name; }
+    // The new dump's header read, then slot `store` taken with late index `late`.
+    void TakeNewDump(uint32_t store = 0, uint32_t late = 0) {
+        ASSERT_EQ(handle_mini_lastlog_header(), 1);
+        ASSERT_EQ(handle_minidump_partition(store, late), 0);
+    }
 };
 
 TEST_F(DumpExtractionTest, NewRawDumpInBlackboxWritesItsFilesAndIsMarkedTaken) {
-    MakeBlackbox();
+    Blackbox(0x400000, kArea, 0x3F0000);
     LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0x1000);
     const uint64_t slot = SlotAt(0);
     DumpHeader(kBlackbox, slot, 0x2000, 6, "2024-01-02 3:04:05", 41);
     const uint64_t first = slot + 88;
     // md_kmsg: one printk record, 5.000123456 s, level 6, text "hello".
-    Put64(kBlackbox, slot + 0x1000, 5000123456ull);
-    Put16(kBlackbox, slot + 0x1008, 24);
-    Put16(kBlackbox, slot + 0x100A, 5);
-    Put(kBlackbox, slot + 0x100F, "\x06hello");
+    Put(kBlackbox, slot + 0x1000, PrintkRecord(5000123456ull, 6, "hello"));
     SectionHeader(kBlackbox, first, 0, 1, "md_kmsg", slot + 0x1000, 24);
     Put(kBlackbox, slot + 0x2000, std::string("cpu0 online\n\0\0\0\0", 16));
     SectionHeader(kBlackbox, first, 1, 1, "md_cpusys", slot + 0x2000, 16);
@@ -58,15 +58,13 @@ TEST_F(DumpExtractionTest, NewRawDumpInBlackboxWritesItsFilesAndIsMarkedTaken) {
     SectionHeader(kBlackbox, first, 5, 1, "md_KMDT0x110.BIN.x", slot + 0x1000, 24);
     ASSERT_TRUE(platform::SetProperty(kMinidumpValidProperty, "0"));
 
-    ASSERT_EQ(handle_mini_lastlog_header(), 1);
-    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+    TakeNewDump();
 
-    EXPECT_EQ(ReadFile(Diag("last_kmsg")),
+    EXPECT_EQ(DiagText("last_kmsg"),
               "=== Dump occured at 2024-01-02 3:04:05 ===\n[    5.000123][    L6] hello\n");
-    EXPECT_EQ(ReadFile(Diag("last_kmdt")), "<6> [5.000123] hello\n");
-    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "cpu0 online\n");
-    EXPECT_EQ(ReadFile(Diag("last_warmreset_xbllog")), "XBL boot\r\nOCP\r\n");
-    EXPECT_FALSE(Exists(Diag("last_tzlog")));
+    EXPECT_EQ(DiagText("last_kmdt"), "<6> [5.000123] hello\n");
+    EXPECT_EQ(DiagText("last_cpusys"), "cpu0 online\n");
+    EXPECT_EQ(DiagText("last_warmreset_xbllog"), "XBL boot\r\nOCP\r\n");
     for (const char* name : {"last_kmsg", "last_kmdt", "last_cpusys", "last_warmreset_xbllog"}) {
         EXPECT_EQ(ModeOf(Diag(name)), 0644u) << name;
     }
@@ -78,27 +76,21 @@ TEST_F(DumpExtractionTest, NewRawDumpInBlackboxWritesItsFilesAndIsMarkedTaken) {
     EXPECT_TRUE(new_crash_found());
     EXPECT_EQ(mLog.count(kTag, "[2]timestamp=2024-01-02 3:04:05"), 1);
     EXPECT_EQ(mLog.count(kTag, "dump_header is version 0x2000"), 1);
-}
 
-TEST_F(DumpExtractionTest, DumpAlreadyTakenIsExtractedAgainWithoutSettingValid) {
-    MakeBlackbox();
-    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0);
-    CpusysDump(kBlackbox, SlotAt(0), "again\n");
-    Put(kBlackbox, SlotAt(0) + 16, "DESRAP");
+    // Taken already: extracted again, without setting the property or a crash.
+    reset_minidump_state();
+    CpusysDump(kBlackbox, slot, "again\n");
     ASSERT_TRUE(platform::SetProperty(kMinidumpValidProperty, "0"));
-
-    ASSERT_EQ(handle_mini_lastlog_header(), 1);
-    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
-
-    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "again\n");
+    const int marks = mLog.count(kTag, "uos_offset=");
+    TakeNewDump();
+    EXPECT_EQ(DiagText("last_cpusys"), "again\n");
     EXPECT_EQ(platform::GetProperty(kMinidumpValidProperty, ""), "0");
     EXPECT_FALSE(new_crash_found());
-    EXPECT_EQ(mLog.count(kTag, "uos_offset="), 0);
+    EXPECT_EQ(mLog.count(kTag, "uos_offset="), marks);
 }
 
 TEST_F(DumpExtractionTest, EmptyDumpTimeIsFilledWithTheRunTime) {
     MakeBlackbox();
-    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0);
     const uint64_t slot = SlotAt(0);
     DumpHeader(kBlackbox, slot, 0x2000, 1, "");
     SectionHeader(kBlackbox, slot + 88, 0, 1, "md_kmsg", slot + 0x1000, 0);
@@ -107,18 +99,16 @@ TEST_F(DumpExtractionTest, EmptyDumpTimeIsFilledWithTheRunTime) {
     ASSERT_GE(now.size(), 18u);
     ASSERT_LE(now.size(), 19u);
 
-    ASSERT_EQ(handle_mini_lastlog_header(), 1);
-    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+    TakeNewDump();
 
     std::string stamped = Get(kBlackbox, slot + 56, 20);
     EXPECT_EQ(stamped.substr(0, now.size()), now);
     EXPECT_EQ(stamped.find_first_not_of('\0', now.size()), std::string::npos);
-    EXPECT_EQ(ReadFile(Diag("last_kmsg")), "=== Dump occured at " + now + " ===\n");
+    EXPECT_EQ(DiagText("last_kmsg"), "=== Dump occured at " + now + " ===\n");
 }
 
 TEST_F(DumpExtractionTest, SectionCountZeroWalksTwentyHeaders) {
     MakeBlackbox();
-    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0);
     const uint64_t slot = SlotAt(0);
     DumpHeader(kBlackbox, slot, 0x1000, 0);  // version 1: headers right after 56 bytes
     Put(kBlackbox, slot + 0x1000, "twentieth\n");
@@ -126,33 +116,32 @@ TEST_F(DumpExtractionTest, SectionCountZeroWalksTwentyHeaders) {
     SectionHeader(kBlackbox, slot + 56, 20, 1, "md_XBL_LOG", slot + 0x1000, 10);
     SectionHeader(kBlackbox, slot + 56, 0, 1, "md_kmsg", slot + 0x1000, 0);
 
-    ASSERT_EQ(handle_mini_lastlog_header(), 1);
-    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+    TakeNewDump();
 
-    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "twentieth\n");
+    EXPECT_EQ(DiagText("last_cpusys"), "twentieth\n");
     EXPECT_FALSE(Exists(Diag("last_warmreset_xbllog")));
-    // No time line without the version 2 header.
-    EXPECT_EQ(ReadFile(Diag("last_kmsg")), "");
+    EXPECT_EQ(DiagText("last_kmsg"), "") << "no time line without the version 2 header";
 }
 
 TEST_F(DumpExtractionTest, StoredDumpsAreWalkedDownwardsWithNumberedFiles) {
-    MakeBlackbox();
-    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 3, kSlotDistance, 0);
+    MakeBlackbox("Raw_Dmp!", 0, 3);
     for (int n : {0, 9, 8, 7, 6}) CpusysDump(kBlackbox, SlotAt(n), "slot" + std::to_string(n));
+    auto files = [&] {
+        return std::vector<std::string>{DiagText("last_cpusys"), DiagText("last_cpusys_1"),
+                                        DiagText("last_cpusys_2")};
+    };
 
-    ASSERT_EQ(handle_mini_lastlog_header(), 1);
-    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
-    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "slot0");
+    TakeNewDump();
+    EXPECT_EQ(DiagText("last_cpusys"), "slot0");
     handle_stored_minidumps();
 
     // The first stored dump has late index 0 and takes the plain names.
-    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "slot9");
-    EXPECT_EQ(ReadFile(Diag("last_cpusys_1")), "slot8");
-    EXPECT_EQ(ReadFile(Diag("last_cpusys_2")), "slot7");
+    EXPECT_EQ(files(), (std::vector<std::string>{"slot9", "slot8", "slot7"}));
     EXPECT_FALSE(Exists(Diag("last_cpusys_3")));
-    EXPECT_EQ(mLog.count(kTag, "store_index 9, late_index 0"), 1);
-    EXPECT_EQ(mLog.count(kTag, "store_index 8, late_index 1"), 1);
-    EXPECT_EQ(mLog.count(kTag, "store_index 7, late_index 2"), 1);
+    for (const char* line : {"store_index 9, late_index 0", "store_index 8, late_index 1",
+                             "store_index 7, late_index 2"}) {
+        EXPECT_EQ(mLog.count(kTag, line), 1) << line;
+    }
     EXPECT_EQ(mLog.count(kTag, "store_index 6"), 0);
 
     // A history walk that passes slot 0 goes on at 9, from index 2 or 1.
@@ -161,14 +150,10 @@ TEST_F(DumpExtractionTest, StoredDumpsAreWalkedDownwardsWithNumberedFiles) {
         LastLog(kBlackbox, kArea, "cigamgol", index, 3, kSlotDistance, 0);
         ASSERT_EQ(handle_mini_lastlog_header(), 0);
         handle_stored_minidumps();
-        const std::vector<std::string> expected =
-                index == 2 ? std::vector<std::string>{"slot1", "slot0", "slot9"}
-                           : std::vector<std::string>{"slot0", "slot9", "slot8"};
-        EXPECT_EQ((std::vector<std::string>{ReadFile(Diag("last_cpusys")),
-                                            ReadFile(Diag("last_cpusys_1")),
-                                            ReadFile(Diag("last_cpusys_2"))}),
-                  expected)
-                << index;
+        using Files = std::vector<std::string>;
+        const Files expected =
+                index == 2 ? Files{"slot1", "slot0", "slot9"} : Files{"slot0", "slot9", "slot8"};
+        EXPECT_EQ(files(), expected) << index;
     }
 }
 
@@ -180,10 +165,9 @@ TEST_F(DumpExtractionTest, MinidumpPartitionIsUsedWithoutBlackbox) {
     CpusysDump(kMinidump, slot, "from minidump\n");
 
     EXPECT_STREQ(dump_partition_path(), kMinidump);
-    ASSERT_EQ(handle_mini_lastlog_header(), 1);
-    ASSERT_EQ(handle_minidump_partition(1, 2), 0);
+    TakeNewDump(1, 2);
 
-    EXPECT_EQ(ReadFile(Diag("last_cpusys_2")), "from minidump\n");
+    EXPECT_EQ(DiagText("last_cpusys_2"), "from minidump\n");
     EXPECT_FALSE(Exists(Diag("last_cpusys")));
     EXPECT_EQ(Get(kMinidump, slot + 16, 6), "DESRAP");
 
@@ -198,7 +182,6 @@ TEST_F(DumpExtractionTest, MinidumpPartitionIsUsedWithoutBlackbox) {
 
 TEST_F(DumpExtractionTest, SectionPastThePartitionEndKeepsWhatLiesInside) {
     MakeBlackbox();
-    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0);
     const uint64_t slot = SlotAt(0);
     DumpHeader(kBlackbox, slot, 0x2000, 3, "t");
     const uint64_t end = std::filesystem::file_size(Host(kBlackbox));
@@ -208,24 +191,21 @@ TEST_F(DumpExtractionTest, SectionPastThePartitionEndKeepsWhatLiesInside) {
     Put(kBlackbox, slot + 0x1000, "kept");
     SectionHeader(kBlackbox, slot + 88, 2, 1, "md_XBL_LOG", slot + 0x1000, 4);
 
-    ASSERT_EQ(handle_mini_lastlog_header(), 1);
-    ASSERT_EQ(handle_minidump_partition(0, 0), 0);
+    TakeNewDump();
 
-    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "tail");
+    EXPECT_EQ(DiagText("last_cpusys"), "tail");
     EXPECT_TRUE(Exists(Diag("last_logcat")));
-    EXPECT_EQ(ReadFile(Diag("last_logcat")), "");
-    EXPECT_EQ(ReadFile(Diag("last_warmreset_xbllog")), "kept");
+    EXPECT_EQ(DiagText("last_logcat"), "");
+    EXPECT_EQ(DiagText("last_warmreset_xbllog"), "kept");
     EXPECT_EQ(mLog.count(kTag, "section md_cpusys runs past the end of the partition"), 1);
     EXPECT_EQ(mLog.count(kTag, "0x4 bytes kept, the rest is missing"), 1);
     EXPECT_EQ(mLog.count(kTag, "section md_pmsg runs past the end of the partition"), 1);
 
     // An empty partition still makes the file; a descriptor without a size none.
     MakeImage("/dev/block/by-name/empty", 0);
-    const int fd = OpenImage("/dev/block/by-name/empty");
-    EXPECT_EQ(parse_log(fd, "md_cpusys", 0, 16, 4), 0);
-    close(fd);
+    EXPECT_EQ(ParseAt("/dev/block/by-name/empty", "md_cpusys", 0, 16, 4), 0);
     EXPECT_TRUE(Exists(Diag("last_cpusys_4")));
-    EXPECT_EQ(ReadFile(Diag("last_cpusys_4")), "");
+    EXPECT_EQ(DiagText("last_cpusys_4"), "");
     EXPECT_EQ(parse_log(-1, "md_cpusys", 0, 16, 5), -1);
     EXPECT_EQ(mLog.count(kTag, "section md_cpusys: partition size unknown"), 1);
     EXPECT_FALSE(Exists(Diag("last_cpusys_5")));
@@ -247,25 +227,23 @@ TEST_F(DumpExtractionTest, DescriptorZeroIsAFileLikeAnyOther) {
     }
     close(image);
     EXPECT_EQ(result, 0);
-    EXPECT_EQ(ReadFile(Diag("last_cpusys")), "cpu0 online\n");
+    EXPECT_EQ(DiagText("last_cpusys"), "cpu0 online\n");
 }
 
-TEST_F(DumpExtractionTest, SlotWithoutSignatureFails) {
-    MakeBlackbox();
-    LastLog(kBlackbox, kArea, "cigamgol", 4, 1, kSlotDistance, 0);
+TEST_F(DumpExtractionTest, SlotOutsideTheDumpAreaIsNeitherTakenNorMarked) {
+    // No signature in the slot: refused, nothing marked.
+    MakeBlackbox("cigamgol", 4, 1);
     ASSERT_EQ(handle_mini_lastlog_header(), 0);
     EXPECT_EQ(handle_minidump_partition(4, 3), -1);
     EXPECT_TRUE(mLog.contains(kTag, "The 3's minidump signature error\n"));
     EXPECT_EQ(Get(kBlackbox, SlotAt(4) + 16, 6), std::string(6, '\0'));
     // A slot past the end of the partition is refused before any read.
     EXPECT_EQ(handle_minidump_partition(200, 0), -1);
-}
 
-TEST_F(DumpExtractionTest, SlotOutsideTheDumpAreaIsNeitherTakenNorMarked) {
     // A slot distance from flash that puts slot 1 into the control block at
     // 0x3F0000, inside the partition.
-    MakeBlackbox();
-    LastLog(kBlackbox, kArea, "Raw_Dmp!", 1, 1, 0x2F0000, 0);
+    reset_minidump_state();
+    MakeBlackbox("Raw_Dmp!", 1, 1, 0x2F0000);
     ASSERT_EQ(handle_mini_lastlog_header(), 1);
     CpusysDump(kBlackbox, 0x3F0400, "cpu0 online\n");
     EXPECT_EQ(handle_minidump_partition(1, 0), -1);
@@ -288,16 +266,22 @@ TEST_F(DumpExtractionTest, SlotOutsideTheDumpAreaIsNeitherTakenNorMarked) {
     EXPECT_EQ(Get(kBlackbox, slot, 88), before);
 }
 
-TEST_F(DumpExtractionTest, SectionWalkStopsAtTheEndOfTheDumpArea) {
-    // Slot 0 plus the slot distance reaches 0x400 past the control block: the
-    // walk ends at the control block instead, (0x3F0000 - (slot + 56)) / 64
-    // headers.
-    MakeBlackbox();
-    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, 0x2F0000, 0);
-    ASSERT_EQ(handle_mini_lastlog_header(), 1);
+// An erased section count is bounded by the slot: in a blackbox by the control
+// block, (0x3F0000 - (slot 0 + 56)) / 64 headers when slot 1 would lie past
+// it; in a minidump partition by the slot distance, (0x2000 - 56) / 64.
+TEST_F(DumpExtractionTest, SectionWalkStopsAtTheEndOfTheSlot) {
+    MakeBlackbox("Raw_Dmp!", 0, 0, 0x2F0000);
     DumpHeader(kBlackbox, SlotAt(0), 0x1000, 0xFFFFFFFF);
-    EXPECT_EQ(handle_minidump_partition(0, 0), 0);
+    TakeNewDump();
     EXPECT_TRUE(mLog.contains(kTag, "dump says 4294967295 sections, only 48111 fit in its slot\n"));
+
+    reset_minidump_state();
+    std::filesystem::remove(Host(kBlackbox));
+    MakeImage(kMinidump, 0x10000);
+    LastLog(kMinidump, 0, "Raw_Dmp!", 0, 0, 0, 0x2000);
+    DumpHeader(kMinidump, 0x400, 0, 0xFFFFFFFF);
+    TakeNewDump();
+    EXPECT_TRUE(mLog.contains(kTag, "dump says 4294967295 sections, only 127 fit in its slot\n"));
 }
 
 TEST_F(DumpExtractionTest, LastLogHeaderResults) {
@@ -305,20 +289,18 @@ TEST_F(DumpExtractionTest, LastLogHeaderResults) {
     EXPECT_EQ(mLog.count(kTag, "open minidump partition fail"), 1);
     reset_minidump_state();
 
-    MakeBlackbox();
-    LastLog(kBlackbox, kArea, "cigamgol", 9, 10, kSlotDistance, 0);
+    MakeBlackbox("cigamgol", 9, 10);
     EXPECT_EQ(handle_mini_lastlog_header(), 0);
     EXPECT_EQ(lastlog_header().store_index, 9u);
-
-    LastLog(kBlackbox, kArea, "cigamgol", 10, 3, kSlotDistance, 0);
-    EXPECT_EQ(handle_mini_lastlog_header(), -1);
-    EXPECT_TRUE(mLog.contains(kTag, "lastlog index:10 , counts:3 error"));
-    LastLog(kBlackbox, kArea, "cigamgol", 0, 11, kSlotDistance, 0);
-    EXPECT_EQ(handle_mini_lastlog_header(), -1);
-
-    LastLog(kBlackbox, kArea, "garbage!", 0, 0, kSlotDistance, 0);
-    EXPECT_EQ(handle_mini_lastlog_header(), -1);
-    EXPECT_EQ(mLog.count(kTag, "lastlog magic"), 1);
+    // Index and counts at most 9 and 10; any other magic.
+    for (auto [magic, store, counts, line] :
+         {std::tuple{"cigamgol", 10u, 3u, "lastlog index:10 , counts:3 error"},
+          std::tuple{"cigamgol", 0u, 11u, "lastlog index:0 , counts:11 error"},
+          std::tuple{"garbage!", 0u, 0u, "lastlog magic"}}) {
+        LastLog(kBlackbox, kArea, magic, store, counts, kSlotDistance, 0);
+        EXPECT_EQ(handle_mini_lastlog_header(), -1) << line;
+        EXPECT_EQ(mLog.count(kTag, line), 1) << line;
+    }
 
     // A raw dump's header is not checked when read: the walk over the stored
     // dumps bounds itself, ten at most.
@@ -331,9 +313,7 @@ TEST_F(DumpExtractionTest, LastLogHeaderResults) {
     }
 
     // The dump area begins 20 bytes before the end of the blackbox image.
-    MakeImage(kBlackbox, 0x1000);
-    Put64(kBlackbox, 0, 0x56775AF41BCDE0F0ull);
-    Put32(kBlackbox, 24, 0x1000 - 20);
+    Blackbox(0x1000, 0x1000 - 20, 0);
     EXPECT_EQ(handle_mini_lastlog_header(), -1);
 }
 

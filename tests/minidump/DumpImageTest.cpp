@@ -23,10 +23,7 @@ class DumpImageTest : public MinidumpTest {
     void SetUp() override {
         MinidumpTest::SetUp();
         // Sparse, with room for ten 10 MiB slots below the control block.
-        MakeImage(kBlackbox, kImageSize);
-        Put64(kBlackbox, 0, 0x56775AF41BCDE0F0ull);
-        Put32(kBlackbox, 24, kArea);      // minidump_offset
-        Put32(kBlackbox, 32, 0x6F00000);  // control_content_offset
+        Blackbox(kImageSize, kArea, 0x6F00000);
     }
     std::string Data(const std::string& name, const std::string& bytes) {
         std::string path = mRoot.path() + "/" + name;
@@ -58,14 +55,10 @@ TEST_F(DumpImageTest, ArgumentsAreChecked) {
              "md_cpusys=c=1.txt"},
             &o, &error))
             << error;
-    EXPECT_EQ(o.image, "img");
-    EXPECT_TRUE(o.minidumpPartition);
-    EXPECT_EQ(o.slot, 3u);
-    EXPECT_EQ(o.version, 0x1000u);
-    EXPECT_EQ(o.bootIndex, 12u);
+    EXPECT_EQ(std::tie(o.image, o.minidumpPartition, o.slot, o.version, o.time, o.bootIndex),
+              std::make_tuple("img", true, 3u, 0x1000u, "2024-05-06 7:08:09", 12u));
     ASSERT_EQ(o.sections.size(), 2u);
-    EXPECT_EQ(o.sections[1].name, "md_cpusys");
-    EXPECT_EQ(o.sections[1].dataFile, "c=1.txt");
+    EXPECT_EQ(o.sections[1].name + " " + o.sections[1].dataFile, "md_cpusys c=1.txt");
 
     for (std::vector<std::string> bad :
          {std::vector<std::string>{"img", "--section", "a=b"},  // no slot
@@ -85,36 +78,29 @@ TEST_F(DumpImageTest, ArgumentsAreChecked) {
 
 TEST_F(DumpImageTest, NewRawDumpInBlackboxIsWhatTheBootRunTakes) {
     const std::string img = Host(kBlackbox);
-    ASSERT_EQ(Add({img, "--slot", "0", "--time", "2024-05-06 7:08:09", "--boot-index", "12",
+    ASSERT_EQ(Add({img, "--slot", "0", "--time", "2024-05-06 17:08:09", "--boot-index", "12",
                    "--section", "md_cpusys=" + Data("cpu", "cpu text\n"), "--section",
                    "md_XBL_LOG=" + Data("xbl", "xbl\r\n")}),
               0);
 
-    EXPECT_EQ(Get(kBlackbox, kArea, 8), "Raw_Dmp!");
-    EXPECT_EQ(GetLE(kBlackbox, kArea + 8, 4), 0u);
-    EXPECT_EQ(GetLE(kBlackbox, kArea + 12, 4), 0u);
-    EXPECT_EQ(GetLE(kBlackbox, kArea + 16, 8), 0x400u);
-    EXPECT_EQ(GetLE(kBlackbox, kArea + 40, 8), 0xA00000u);
-    EXPECT_EQ(GetLE(kBlackbox, kArea + 48, 8), 0x600000u);
     const uint64_t slot = kArea + 0x400;
+    EXPECT_EQ(Get(kBlackbox, kArea, 8), "Raw_Dmp!");
     EXPECT_EQ(Get(kBlackbox, slot, 8), "Raw_Dmp!");
-    EXPECT_EQ(GetLE(kBlackbox, slot + 8, 4), 0x2000u);
     EXPECT_EQ(Get(kBlackbox, slot + 16, 8), std::string(8, '\0'));
-    EXPECT_EQ(GetLE(kBlackbox, slot + 52, 4), 2u);
-    EXPECT_EQ(Get(kBlackbox, slot + 56, 20), std::string("2024-05-06 7:08:09\0\0", 20));
-    EXPECT_EQ(GetLE(kBlackbox, slot + 76, 4), 12u);
-    // Headers end at 56 + 32 + 2 * 64 = 216; the data follows at 16-byte steps.
-    EXPECT_EQ(GetLE(kBlackbox, slot + 88, 4), 1u);
-    EXPECT_EQ(GetLE(kBlackbox, slot + 88 + 12, 8), slot + 224);
-    EXPECT_EQ(GetLE(kBlackbox, slot + 88 + 20, 8), 9u);
+    EXPECT_EQ(Get(kBlackbox, slot + 56, 20), std::string("2024-05-06 17:08:09\0", 20));
     EXPECT_EQ(Get(kBlackbox, slot + 88 + 44, 10), std::string("md_cpusys\0", 10));
     EXPECT_EQ(Get(kBlackbox, slot + 224, 9), "cpu text\n");
-    EXPECT_EQ(GetLE(kBlackbox, slot + 152 + 12, 8), slot + 240);
+    // Headers end at 56 + 32 + 2 * 64 = 216; the data follows at 16-byte steps.
+    ExpectFields(kBlackbox, {U32(kArea + 8, 0), U32(kArea + 12, 0), U64(kArea + 16, 0x400),
+                             U64(kArea + 40, 0xA00000), U64(kArea + 48, 0x600000),
+                             U32(slot + 8, 0x2000), U32(slot + 52, 2), U32(slot + 76, 12),
+                             U32(slot + 88, 1), U64(slot + 88 + 12, slot + 224),
+                             U64(slot + 88 + 20, 9), U64(slot + 152 + 12, slot + 240)});
 
     ASSERT_EQ(handle_mini_lastlog_header(), 1);
     ASSERT_EQ(handle_minidump_partition(0, 0), 0);
-    EXPECT_EQ(ReadFile(std::string(kDiag) + "/last_cpusys"), "cpu text\n");
-    EXPECT_EQ(ReadFile(std::string(kDiag) + "/last_warmreset_xbllog"), "xbl\r\n");
+    EXPECT_EQ(DiagText("last_cpusys"), "cpu text\n");
+    EXPECT_EQ(DiagText("last_warmreset_xbllog"), "xbl\r\n");
 
     Json::Value area = Inspect(kBlackbox, true);
     EXPECT_EQ(area["areaOffset"].asUInt64(), kArea);
@@ -124,7 +110,7 @@ TEST_F(DumpImageTest, NewRawDumpInBlackboxIsWhatTheBootRunTakes) {
     const Json::Value& slot0 = area["slots"][0];
     EXPECT_TRUE(slot0["valid"].asBool());
     EXPECT_TRUE(slot0["parsed"].asBool()) << "taken by the boot run above";
-    EXPECT_EQ(slot0["time"].asString(), "2024-05-06 7:08:09");
+    EXPECT_EQ(slot0["time"].asString(), "2024-05-06 17:08:09");
     ASSERT_EQ(slot0["sections"].size(), 2u);
     EXPECT_EQ(slot0["sections"][1]["name"].asString(), "md_XBL_LOG");
     EXPECT_EQ(slot0["sections"][1]["size"].asUInt64(), 5u);
@@ -139,33 +125,27 @@ TEST_F(DumpImageTest, DumpsAddedInTurnAreWalkedByTheBootRun) {
                        "md_cpusys=" + Data("s", "slot" + std::to_string(slot))}),
                   0);
     }
-    EXPECT_EQ(GetLE(kBlackbox, kArea + 8, 4), 0u);
-    EXPECT_EQ(GetLE(kBlackbox, kArea + 12, 4), 3u);
+    ExpectFields(kBlackbox, {U32(kArea + 8, 0), U32(kArea + 12, 3)});
 
     ASSERT_EQ(handle_mini_lastlog_header(), 1);
     ASSERT_EQ(handle_minidump_partition(0, 0), 0);
     handle_stored_minidumps();
-    EXPECT_EQ(ReadFile(std::string(kDiag) + "/last_cpusys"), "slot9");
-    EXPECT_EQ(ReadFile(std::string(kDiag) + "/last_cpusys_1"), "slot8");
-    EXPECT_EQ(ReadFile(std::string(kDiag) + "/last_cpusys_2"), "slot7");
+    EXPECT_EQ(DiagText("last_cpusys") + DiagText("last_cpusys_1") + DiagText("last_cpusys_2"),
+              "slot9slot8slot7");
 }
 
 TEST_F(DumpImageTest, HistoryGetsANewEntry) {
-    Put(kBlackbox, kArea, "cigamgol");
-    Put32(kBlackbox, kArea + 8, 2);
-    Put32(kBlackbox, kArea + 12, 10);
+    LastLog(kBlackbox, kArea, "cigamgol", 2, 10, 0x100000, 0);
     Put64(kBlackbox, kArea + 16, 0x800);
-    Put64(kBlackbox, kArea + 40, 0x100000);
     ASSERT_EQ(Add({Host(kBlackbox), "--slot", "3", "--version", "0x1000", "--section",
                    "md_cpusys=" + Data("c", "third")}),
               0);
     EXPECT_EQ(Get(kBlackbox, kArea, 8), "cigamgol");
-    EXPECT_EQ(GetLE(kBlackbox, kArea + 8, 4), 3u);
-    EXPECT_EQ(GetLE(kBlackbox, kArea + 12, 4), 10u);
     // The history's own geometry places the slot; version 1 has no extension.
     const uint64_t slot = kArea + 0x800 + 3 * 0x100000;
+    ExpectFields(kBlackbox,
+                 {U32(kArea + 8, 3), U32(kArea + 12, 10), U64(slot + 56 + 12, slot + 128)});
     EXPECT_EQ(Get(kBlackbox, slot, 8), "Raw_Dmp!");
-    EXPECT_EQ(GetLE(kBlackbox, slot + 56 + 12, 8), slot + 128);
     EXPECT_EQ(Get(kBlackbox, slot + 128, 5), "third");
 }
 
@@ -174,9 +154,8 @@ TEST_F(DumpImageTest, MinidumpPartitionImageIsCreated) {
                    "md_cpusys=" + Data("c", "md")}),
               0);
     const uint64_t slot = 0x400 + 0x600000;
-    EXPECT_EQ(Get(kMinidump, 0, 8), "Raw_Dmp!");
+    EXPECT_EQ(Get(kMinidump, 0, 8) + Get(kMinidump, slot, 8), "Raw_Dmp!Raw_Dmp!");
     EXPECT_EQ(GetLE(kMinidump, 8, 4), 1u);
-    EXPECT_EQ(Get(kMinidump, slot, 8), "Raw_Dmp!");
 
     Json::Value area = Inspect(kMinidump, false);
     EXPECT_EQ(area["slots"][1]["offset"].asInt64(), static_cast<int64_t>(slot));
@@ -202,67 +181,43 @@ TEST_F(DumpImageTest, WriteFailuresAreReported) {
             1);
 }
 
-// A section's data from a FIFO: stat() says 0 bytes, the reader gets what the
-// other end writes. `bytes` are written at once (less than a pipe holds) and
-// the write end closed.
-class FifoWriter {
-  public:
-    FifoWriter(const std::string& path, std::string bytes) : mBytes(std::move(bytes)) {
-        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
-        mThread = std::thread([this, path] {
-            int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);  // waits for the reader
-            if (fd < 0) return;
-            mWritten = write(fd, mBytes.data(), mBytes.size());
-            close(fd);
-        });
-    }
-    ~FifoWriter() {
-        if (mThread.joinable()) mThread.join();
-    }
-    // What write() returned, once the other end has been read.
-    ssize_t written() {
-        if (mThread.joinable()) mThread.join();
-        return mWritten;
-    }
-
-  private:
-    std::string mBytes;
-    ssize_t mWritten = -1;
-    std::thread mThread;
-};
-
+// A history with 4 KiB minidump slots: slot 0 at 0x400, its data from 0x400 +
+// 160 (v2 header, one section header, 16-byte aligned), so 3936 bytes of room.
+// The data comes from a FIFO: stat() says 0 bytes, the reader gets what the
+// other end writes at once (less than a pipe holds) before closing it.
 TEST_F(DumpImageTest, DataBeyondTheSlotRoomFromAFifoIsRejected) {
-    // A history with 4 KiB minidump slots: slot 0 at 0x400, its data from
-    // 0x400 + 160 (v2 header, one section header, 16-byte aligned), so 3936
-    // bytes of room.
     MakeImage(kMinidump, 0x4000);
     LastLog(kMinidump, 0, "cigamgol", 0, 1, 0, 0x1000);
     const std::string image = Get(kMinidump, 0, 0x4000);
-
-    const std::string tooBig = mRoot.path() + "/too-big";
-    FifoWriter big(tooBig, std::string(3937, 'k'));
-    std::string err;
-    EXPECT_EQ(Add({Host(kMinidump), "--minidump-partition", "--slot", "0", "--section",
-                   "md_kmsg=" + tooBig},
-                  &err),
-              1);
-    EXPECT_EQ(big.written(), 3937);
-    EXPECT_NE(err.find(tooBig + ": more than 3936 bytes do not fit in the dump slot"),
-              std::string::npos)
-            << err;
-    EXPECT_EQ(Get(kMinidump, 0, 0x4000), image) << "nothing is written";
-
-    const std::string fits = mRoot.path() + "/fits";
-    FifoWriter exact(fits, std::string(3936, 'k'));
-    EXPECT_EQ(Add({Host(kMinidump), "--minidump-partition", "--slot", "0", "--section",
-                   "md_kmsg=" + fits},
-                  &err),
-              0)
-            << err;
-    EXPECT_EQ(exact.written(), 3936);
-    EXPECT_EQ(GetLE(kMinidump, 0x400 + 88 + 12, 8), 0x400u + 160);  // position
-    EXPECT_EQ(GetLE(kMinidump, 0x400 + 88 + 20, 8), 3936u);         // size
-    EXPECT_EQ(Get(kMinidump, 0x400 + 160, 3937), std::string(3936, 'k') + '\0');
+    for (size_t size : {3937u, 3936u}) {
+        const std::string fifo = mRoot.path() + "/fifo" + std::to_string(size);
+        ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+        ssize_t written = -1;
+        std::thread writer([&] {
+            int fd = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);  // waits for the reader
+            if (fd < 0) return;
+            written = write(fd, std::string(size, 'k').data(), size);
+            close(fd);
+        });
+        std::string err;
+        const int rc = Add({Host(kMinidump), "--minidump-partition", "--slot", "0", "--section",
+                            "md_kmsg=" + fifo},
+                           &err);
+        writer.join();
+        EXPECT_EQ(written, static_cast<ssize_t>(size));
+        if (size == 3937) {
+            EXPECT_EQ(rc, 1);
+            EXPECT_NE(err.find(fifo + ": more than 3936 bytes do not fit in the dump slot"),
+                      std::string::npos)
+                    << err;
+            EXPECT_EQ(Get(kMinidump, 0, 0x4000), image) << "nothing is written";
+        } else {
+            EXPECT_EQ(rc, 0) << err;
+            ExpectFields(kMinidump,
+                         {U64(0x400 + 88 + 12, 0x400 + 160), U64(0x400 + 88 + 20, 3936)});
+            EXPECT_EQ(Get(kMinidump, 0x400 + 160, 3937), std::string(3936, 'k') + '\0');
+        }
+    }
 }
 
 TEST_F(DumpImageTest, InspectorDoesNotTrustWhatDoesNotFit) {
@@ -277,10 +232,8 @@ TEST_F(DumpImageTest, InspectorDoesNotTrustWhatDoesNotFit) {
     std::string bytes(0x1000, '\0');
     for (char& c : bytes) c = static_cast<char>(random());
     MakeImage(kMinidump, 0);
-    Put(kMinidump, 0, bytes);
-    Put(kMinidump, 0, "Raw_Dmp!");
-    Json::Value noise = Inspect(kMinidump, false);
-    EXPECT_EQ(noise["slots"].size(), 10u);
+    Put(kMinidump, 0, "Raw_Dmp!" + bytes.substr(8));
+    EXPECT_EQ(Inspect(kMinidump, false)["slots"].size(), 10u);
     MakeImage(kMinidump, 20);
     EXPECT_FALSE(Inspect(kMinidump, false)["lastLog"]["trusted"].asBool());
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -16,6 +17,8 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "LogCapture.h"
 #include "LogRecords.h"
@@ -51,6 +54,9 @@ class MinidumpTest : public ::testing::Test {
     }
 
     std::string Host(const std::string& devicePath) const { return mRoot.path() + devicePath; }
+    // A file of the diag folder: its device path, and what it holds.
+    static std::string Diag(const std::string& name) { return std::string(kDiag) + "/" + name; }
+    std::string DiagText(const std::string& name) const { return ReadFile(Diag(name)); }
 
     // A sparse image of `size` bytes at a device path.
     void MakeImage(const std::string& devicePath, uint64_t size) const {
@@ -72,18 +78,30 @@ class MinidumpTest : public ::testing::Test {
     void PutLE(const std::string& devicePath, uint64_t offset, uint64_t value, int width) const {
         Put(devicePath, offset, LittleEndian(value, width));
     }
+    // Consecutive little-endian 32-bit words from `offset` on.
+    void PutWords(const std::string& devicePath, uint64_t offset,
+                  std::initializer_list<uint64_t> words) const {
+        for (uint64_t word : words) PutLE(devicePath, (offset += 4) - 4, word, 4);
+    }
     void Put16(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 2); }
     void Put32(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 4); }
     void Put64(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 8); }
 
+    // A blackbox image with its table header: the log content at 0x400, the
+    // dump area at `area`, the control block at `control`.
+    void Blackbox(uint64_t size, uint64_t area, uint64_t control) const {
+        MakeImage(kBlackbox, size);
+        Put64(kBlackbox, 0, 0x56775AF41BCDE0F0ull);  // log_table_header magic
+        Put32(kBlackbox, 20, 0x400);                 // log_content_offset
+        Put32(kBlackbox, 24, area);                  // minidump_offset
+        Put32(kBlackbox, 32, control);               // control_content_offset
+    }
     // A last-log header at `at`: slot 0 at 0x400, the slot distances of both
     // cases.
     void LastLog(const char* dev, uint64_t at, const char* magic, uint32_t store, uint32_t counts,
                  uint64_t blackboxDistance, uint64_t minidumpDistance) const {
         Put(dev, at, std::string(magic, 8));
-        Put32(dev, at + 8, store);
-        Put32(dev, at + 12, counts);
-        Put64(dev, at + 16, 0x400);
+        PutWords(dev, at + 8, {store, counts, 0x400, 0});
         Put64(dev, at + 40, blackboxDistance);
         Put64(dev, at + 48, minidumpDistance);
     }
@@ -118,12 +136,29 @@ class MinidumpTest : public ::testing::Test {
         return bytes;
     }
     uint64_t GetLE(const std::string& devicePath, uint64_t offset, int width) const {
-        std::string bytes = Get(devicePath, offset, width);
+        const std::string bytes = Get(devicePath, offset, width);
         uint64_t v = 0;
-        for (int i = static_cast<int>(bytes.size()) - 1; i >= 0; --i) {
-            v = (v << 8) | static_cast<uint8_t>(bytes[i]);
-        }
+        for (size_t i = bytes.size(); i-- > 0;) v = (v << 8) | static_cast<uint8_t>(bytes[i]);
         return v;
+    }
+
+    // Little-endian fields of an image: U32(offset, value), U64(offset, value).
+    using Field = std::tuple<uint64_t, int, uint64_t>;
+    static Field U32(uint64_t offset, uint64_t value) { return {offset, 4, value}; }
+    static Field U64(uint64_t offset, uint64_t value) { return {offset, 8, value}; }
+    void ExpectFields(const std::string& devicePath, const std::vector<Field>& fields) const {
+        for (auto [offset, width, value] : fields) {
+            EXPECT_EQ(GetLE(devicePath, offset, width), value) << "at 0x" << std::hex << offset;
+        }
+    }
+    // One section parsed from an image, as the dump walk calls it.
+    int ParseAt(const char* devicePath, const char* name, uint64_t offset, uint64_t size,
+                uint32_t late = 0) const {
+        const int fd = OpenImage(devicePath);
+        EXPECT_GE(fd, 0) << devicePath;
+        const int result = Minidump::parse_log(fd, name, offset, size, late);
+        if (fd >= 0) close(fd);
+        return result;
     }
 
     std::string ReadFile(const std::string& devicePath) const {
@@ -150,6 +185,17 @@ class MinidumpTest : public ::testing::Test {
     LogCapture mLog;
     mode_t mOldMask = 0;
 };
+
+// `stream` inflated in one call, which must take it whole.
+inline std::string Inflate(const std::string& stream, size_t expectedSize) {
+    std::string out(expectedSize + 1, '\0');
+    uLongf outLen = out.size();
+    EXPECT_EQ(uncompress(reinterpret_cast<Bytef*>(out.data()), &outLen,
+                         reinterpret_cast<const Bytef*>(stream.data()), stream.size()),
+              Z_OK);
+    out.resize(outLen);
+    return out;
+}
 
 // The failed-dump repair as the boot run calls it: with the blackbox headers
 // as the run has read them (all zero when the dump area is not in a blackbox).

@@ -1,4 +1,5 @@
-// Kernel printk records: "md_KMDT0x110.BIN" and "md_kmsg".
+// Kernel printk records ("md_KMDT0x110.BIN", "md_kmsg") and liblog's pmsg
+// records ("md_pmsg"), written here byte by byte, as log lines.
 #include "MinidumpTestSupport.h"
 
 namespace zelkor::tessel::testing {
@@ -19,23 +20,20 @@ class PrintkTest : public MinidumpTest {
                     int textLen = -1, int len = -1) {
         if (textLen < 0) textLen = static_cast<int>(text.size());
         if (len < 0) len = static_cast<int>((16 + text.size() + 3) / 4 * 4);
-        Put64(kMinidump, at, tsNsec);
-        Put16(kMinidump, at + 8, len);
-        Put16(kMinidump, at + 10, textLen);
-        Put(kMinidump, at + 15, std::string(1, static_cast<char>(levelByte)));
-        Put(kMinidump, at + 16, text);
+        Put(kMinidump, at,
+            LittleEndian(tsNsec, 8) + LittleEndian(len, 2) + LittleEndian(textLen, 2) +
+                    LittleEndian(0, 3) + LittleEndian(levelByte, 1) + text);
         return at + len;
     }
     std::string Parse(const char* name, uint64_t offset, uint64_t size) {
-        int fd = OpenImage(kMinidump);
-        EXPECT_GE(fd, 0);
-        parse_log(fd, name, offset, size, 0);
-        close(fd);
-        return ReadFile(std::string(kDiag) + (name[3] == 'k' ? "/last_kmsg" : "/last_kmdt"));
+        ParseAt(kMinidump, name, offset, size);
+        return DiagText(name[3] == 'k' ? "last_kmsg" : "last_kmdt");
     }
 };
 
-TEST_F(PrintkTest, KmdtLinesCarryLevelSecondsAndMicroseconds) {
+// Kmdt lines carry level, seconds and microseconds; kmsg lines have two
+// brackets and one line per text line.
+TEST_F(PrintkTest, KmdtAndKmsgLines) {
     uint64_t at = Record(0x100, 1234567891011ull, 0x03, "hello");
     // Text length 4: the dictionary behind the text is kept all the same.
     at = Record(at, 999, 0x0E, "idleSUBSYSTEM=x", 4);
@@ -44,12 +42,10 @@ TEST_F(PrintkTest, KmdtLinesCarryLevelSecondsAndMicroseconds) {
     EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at - 0x100),
               "<3> [1234.567891] hello\n<6> [0.000000] idleSUBSYSTEM=x\n"
               "<7> [5.000000] multi\nline\n");
-}
 
-TEST_F(PrintkTest, KmsgLinesHaveTwoBracketsAndOneLinePerTextLine) {
-    uint64_t at = Record(0x100, 123456789012ull, 0x04, "Call trace:");
+    at = Record(0x1000, 123456789012ull, 0x04, "Call trace:");
     at = Record(at, 123456800000ull, 0x04, " dump_backtrace+0x0/0x1c0\n show_stack");
-    EXPECT_EQ(Parse("md_kmsg", 0x100, at - 0x100),
+    EXPECT_EQ(Parse("md_kmsg", 0x1000, at - 0x1000),
               "[  123.456789][    L4] Call trace:\n"
               "[  123.456800][    L4]  dump_backtrace+0x0/0x1c0\n"
               "[  123.456800][    L4]  show_stack\n");
@@ -105,6 +101,87 @@ TEST_F(PrintkTest, ALogLongerThanTheReadWindowIsReadWhole) {
     ASSERT_GT(at - base, 2u * (128u << 10)) << "three windows at least";
     const std::string out = Parse("md_KMDT0x110.BIN", base, at - base);
     EXPECT_TRUE(out == expected) << out.size() << " bytes against " << expected.size();
+}
+
+// 2023-11-14 22:13:20 UTC.
+constexpr uint32_t kSec = 1700000000;
+
+class PmsgTest : public MinidumpTest {
+  protected:
+    std::string Decode(const std::string& section) {
+        MakeImage(kMinidump, 0x1000 + section.size());
+        Put(kMinidump, 0x1000, section);
+        EXPECT_EQ(ParseAt(kMinidump, "md_pmsg", 0x1000, section.size()), 0);
+        return DiagText("last_logcat");
+    }
+};
+
+TEST_F(PmsgTest, TextRecordsBecomeLogcatLines) {
+    std::string section = PmsgRecord(0, 1234, 5678, kSec, 123456789, 4, "MyTag", "hello world\n") +
+                          PmsgRecord(3, 1, 2, kSec + 61, 999999999, 6, "Sys", "two\nlines") +
+                          PmsgRecord(4, 7, 7, kSec, 0, 7, "DEBUG", "Abort message");
+    EXPECT_EQ(Decode(section),
+              "11-14 22:13:20.123 1234 5678 I MyTag:\thello world\n"
+              "11-14 22:14:21.999 1 2 E Sys:\ttwo\n"
+              "11-14 22:14:21.999 1 2 E Sys:\tlines\n"
+              "11-14 22:13:20.000 7 7 F DEBUG:\tAbort message\n");
+    EXPECT_EQ(ModeOf(Diag("last_logcat")), 0644u);
+    EXPECT_EQ(mLog.count(kTag, "pmsg ring"), 0) << "no pstore header here";
+}
+
+TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreSteppedOver) {
+    // Garbage, a record, a torn one, a binary (events) one, a record, a torn one.
+    const std::string second = PmsgRecord(0, 16, 17, kSec, 0, 2, "C", "second");
+    const std::string section =
+            std::string("\x01l\xff\x00zzl", 7) + PmsgRecord(0, 10, 11, kSec, 0, 3, "A", "first") +
+            PmsgRecord(0, 12, 13, kSec, 0, 5, "B", "lost in the middle").substr(0, 24) +
+            PmsgRecord(2, 14, 15, kSec, 0, 0, "", "") + second + second.substr(0, 20);
+    EXPECT_EQ(Decode(section),
+              "11-14 22:13:20.000 10 11 D A:\tfirst\n"
+              "11-14 22:13:20.000 16 17 V C:\tsecond\n");
+    EXPECT_EQ(Decode(std::string(4096, '\0')) + Decode(std::string(5, 'l')), "");
+}
+
+TEST_F(PmsgTest, ALogLongerThanTheReadWindowLosesNoRecord) {
+    // A record as a pmsg file writes it: no NUL after the message.
+    auto unterminated = [](uint16_t pid, const std::string& msg) {
+        std::string record = PmsgRecord(0, pid, pid, kSec, 0, 4, "T", msg);
+        record.pop_back();
+        return record.replace(1, 2, LittleEndian(record.size(), 2));
+    };
+    const std::string stamp = "11-14 22:13:20.000 ";
+    // One before another record, one at the very end of the data.
+    std::string section = unterminated(2, "before a record");
+    std::string expected = stamp + "2 2 I T:\tbefore a record\n";
+    for (int i = 0; i < 5000; ++i) {
+        section += PmsgRecord(0, 1, 1, kSec, 0, 4, "T", "line " + std::to_string(i));
+        expected += stamp + "1 1 I T:\tline " + std::to_string(i) + "\n";
+    }
+    ASSERT_GT(section.size(), 128u << 10);
+    section += unterminated(3, "at the end");
+    expected += stamp + "3 3 I T:\tat the end\n";
+    const std::string out = Decode(section);
+    EXPECT_TRUE(out == expected) << out.size() << " bytes against " << expected.size();
+}
+
+TEST_F(PmsgTest, PstoreRingIsReadFromItsOldestByte) {
+    std::string logical = PmsgRecord(0, 1, 1, kSec, 0, 4, "Old", "oldest") +
+                          PmsgRecord(0, 2, 2, kSec + 1, 0, 4, "New", "newest");
+    // The ring wrapped 10 bytes before the end of the newest record: its
+    // last 10 bytes are at the start of the buffer.
+    const size_t start = 10;
+    std::string ring =
+            logical.substr(logical.size() - start) + logical.substr(0, logical.size() - start);
+    // "DBGC" read as a little-endian word is the pstore signature. A start
+    // past the size used: the whole section is searched, header and all.
+    for (const std::string& section :
+         {"DBGC" + LittleEndian(start, 4) + LittleEndian(ring.size(), 4) + ring,
+          "DBGC" + LittleEndian(9, 4) + LittleEndian(8, 4) + logical}) {
+        EXPECT_EQ(Decode(section),
+                  "11-14 22:13:20.000 1 1 I Old:\toldest\n"
+                  "11-14 22:13:21.000 2 2 I New:\tnewest\n");
+    }
+    EXPECT_EQ(mLog.count(kTag, "pmsg ring start 9 size 8 do not fit"), 1);
 }
 
 }  // namespace

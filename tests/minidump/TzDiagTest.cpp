@@ -1,5 +1,6 @@
-// The trust-zone ("md_TZ_DIAG", "md_ltz", "md_TZ_IMEM") and hypervisor
-// ("md_HYP_DIAG") sections.
+// The trust-zone ("md_TZ_DIAG", "md_ltz", "md_TZ_IMEM"), hypervisor
+// ("md_HYP_DIAG") and log-key sections, and the trust-zone log translation
+// with "/vendor/etc/tzlog.dict".
 #include <filesystem>
 
 #include "MinidumpTestSupport.h"
@@ -19,69 +20,42 @@ class TzDiagTest : public MinidumpTest {
         std::filesystem::create_directories(Host("/vendor/etc"));
         std::ofstream(Host("/vendor/etc/tzlog.dict")) << "42:MOD:started\n7:MOD:value %d of %d\n";
     }
-    // A diagnostic area of major version 3 with two CPUs; the ring of
-    // `ringLen` bytes at 0x400 holds `ring`, written from `next` on.
+    // A diagnostic area of `version` with `cpus` CPUs; the ring of `ringLen`
+    // bytes at 0x400 holds `ring`, wrapped `wrap` times, written from `next` on.
     void TzDiag(uint32_t version, uint32_t cpus, const std::string& ring, uint32_t ringLen,
                 uint16_t wrap, uint16_t next) {
-        Put32(kMinidump, kAt + 0, 0x747A6461);
-        Put32(kMinidump, kAt + 4, version);
-        Put32(kMinidump, kAt + 8, cpus);
-        Put32(kMinidump, kAt + 12, 40);   // vmid table
-        Put32(kMinidump, kAt + 16, 168);  // boot info, 8 x 24 bytes
-        Put32(kMinidump, kAt + 20, 360);  // reset info
-        Put32(kMinidump, kAt + 24, 428);  // interrupts
-        Put32(kMinidump, kAt + 28, 0x400);
-        Put32(kMinidump, kAt + 32, ringLen);
-        for (uint32_t cpu = 0; cpu < 2; ++cpu) {
-            const uint64_t boot = kAt + 168 + 24 * cpu;
-            Put32(kMinidump, boot + 0, 0x10 + cpu);   // warm boot entries
-            Put32(kMinidump, boot + 4, 0x20 + cpu);   // warm boot exits
-            Put32(kMinidump, boot + 8, 0x30 + cpu);   // power collapse entries
-            Put32(kMinidump, boot + 12, 0x40 + cpu);  // power collapse exits
-            Put32(kMinidump, boot + 16, 0x80001000 + cpu);
-        }
-        Put32(kMinidump, kAt + 360, 1);  // cpu 0: SECURE_WDT
-        Put32(kMinidump, kAt + 364, 2);
-        Put32(kMinidump, kAt + 368, 99);  // cpu 1: no such reason
-        Put32(kMinidump, kAt + 372, 0);
+        // Magic, version, CPUs, then the offsets of the vmid table, the boot
+        // info (8 x 24 bytes), the reset info, the interrupts and the ring.
+        PutWords(kMinidump, kAt, {0x747A6461, version, cpus, 40, 168, 360, 428, 0x400, ringLen});
+        PutWords(kMinidump, kAt + 360, {1, 2, 99});  // SECURE_WDT twice; no such reason
         Put16(kMinidump, kAt + 0x3FC, wrap);
         Put16(kMinidump, kAt + 0x3FE, next);
         Put(kMinidump, kAt + 0x400, ring);
     }
-    void Parse(const char* name, uint64_t size, uint32_t late) {
-        int fd = OpenImage(kMinidump);
-        ASSERT_GE(fd, 0);
-        parse_log(fd, name, kAt, size, late);
-        close(fd);
+    void Parse(const char* name, uint64_t size, uint32_t late = 0) {
+        ParseAt(kMinidump, name, kAt, size, late);
     }
-    std::string Diag(const std::string& name) { return ReadFile(std::string(kDiag) + "/" + name); }
+    // The tail of "last_tzlog" from its "Diag Log :" line on.
+    std::string DiagLog() const {
+        const std::string tzlog = DiagText("last_tzlog");
+        const size_t at = tzlog.find("Diag Log :\n");
+        return at == std::string::npos ? "<no log in: " + tzlog + ">" : tzlog.substr(at + 11);
+    }
 };
 
-TEST_F(TzDiagTest, BootAndResetStatusThenTheLogAndItsTranslation) {
+TEST_F(TzDiagTest, LogIsTranslatedIntoTheOneUnnumberedParsedFile) {
     const std::string ring = "[1.0](42)\n[2.0](7 3 9)\nno time\n";
     TzDiag(0x00030001, 2, ring, 0x80, 0, ring.size());
     Parse("md_TZ_DIAG", 0x500, 2);
-
-    const std::string tzlog = Diag("last_tzlog_2");
-    const size_t boot = tzlog.find("Boot Status :\n");
-    const size_t reset = tzlog.find(
-            "  CPU #: 0\n  Reset Type Value          : 1\n"
-            "   Reset Type (reason)       : SECURE_WDT\n  Reset counter             : 0x2\n"
-            "  CPU #: 1\n  Reset Type Value          : 99\n"
-            "   Reset Type (reason)       : UNKNOWN\n  Reset counter             : 0x0\n");
-    ASSERT_NE(boot, std::string::npos) << tzlog;
-    ASSERT_NE(reset, std::string::npos) << tzlog;
-    EXPECT_LT(boot, reset);
-    EXPECT_TRUE(EndsWith(tzlog, "Diag Log :\n" + ring)) << tzlog;
-    // The translation goes to the one unnumbered parsed file.
-    EXPECT_EQ(Diag("last_tzlog_parsed"), "[1.0] MOD started\n[2.0] MODvalue 3 of 9\n");
-    EXPECT_FALSE(std::filesystem::exists(Host(std::string(kDiag) + "/last_tzlog_parsed_2")));
+    EXPECT_TRUE(EndsWith(DiagText("last_tzlog_2"), "Diag Log :\n" + ring));
+    EXPECT_EQ(DiagText("last_tzlog_parsed"), "[1.0] MOD started\n[2.0] MODvalue 3 of 9\n");
+    EXPECT_FALSE(Exists(Diag("last_tzlog_parsed_2")));
     EXPECT_EQ(ModeOf("/vendor/etc/tzlog.dict"), 0640u);
 }
 
-// The table has room for 8 CPUs: 192 bytes to the reset info make the
-// 24-byte 32-bit form, 320 bytes the 40-byte 64-bit one.
-TEST_F(TzDiagTest, BootStatusInBothForms) {
+// Boot status, then reset status. The table has room for 8 CPUs: 192 bytes to
+// the reset info make the 24-byte 32-bit form, 320 bytes the 40-byte 64-bit one.
+TEST_F(TzDiagTest, BootStatusInBothFormsThenResetStatus) {
     for (const uint32_t bootOff : {168u, 40u}) {
         const bool wide = bootOff == 40;
         TzDiag(0x00030001, 2, "x\n", 0x80, 0, 2);
@@ -89,82 +63,83 @@ TEST_F(TzDiagTest, BootStatusInBothForms) {
         std::string expected = "Boot Status :\n";
         for (uint32_t cpu = 0; cpu < 2; ++cpu) {
             const uint64_t info = kAt + bootOff + (wide ? 40 : 24) * cpu;
-            for (uint32_t field = 0; field < 4; ++field) {
-                Put32(kMinidump, info + 4 * field, 0x10 * (field + 1) + cpu);
-            }
+            PutWords(kMinidump, info, {0x10 + cpu, 0x20 + cpu, 0x30 + cpu, 0x40 + cpu});
             if (wide) {
                 Put64(kMinidump, info + 24, 0x1234567800000000ull + cpu);
             } else {
                 Put32(kMinidump, info + 16, 0x80001000 + cpu);
             }
-            expected += "  CPU #: " + std::to_string(cpu) + "\n  Warm boot jump address    : " +
-                        (wide ? "0x123456780000000" : "0x8000100") + std::to_string(cpu) +
-                        "\n  Warm boot entry / exit    : 0x1" + std::to_string(cpu) + " / 0x2" +
-                        std::to_string(cpu) + "\n  Power collapse entry / exit: 0x3" +
-                        std::to_string(cpu) + " / 0x4" + std::to_string(cpu) + "\n";
+            const std::string n = std::to_string(cpu);
+            expected += "  CPU #: " + n + "\n  Warm boot jump address    : " +
+                        (wide ? "0x123456780000000" : "0x8000100") + n +
+                        "\n  Warm boot entry / exit    : 0x1" + n + " / 0x2" + n +
+                        "\n  Power collapse entry / exit: 0x3" + n + " / 0x4" + n + "\n";
         }
-        Parse("md_TZ_DIAG", 0x500, 0);
-        EXPECT_NE(Diag("last_tzlog").find(expected + "Reset Status :\n"), std::string::npos)
-                << Diag("last_tzlog");
+        Parse("md_TZ_DIAG", 0x500);
+        EXPECT_NE(DiagText("last_tzlog")
+                          .find(expected +
+                                "Reset Status :\n  CPU #: 0\n  Reset Type Value          : 1\n"
+                                "   Reset Type (reason)       : SECURE_WDT\n"
+                                "  Reset counter             : 0x2\n"
+                                "  CPU #: 1\n  Reset Type Value          : 99\n"
+                                "   Reset Type (reason)       : UNKNOWN\n"
+                                "  Reset counter             : 0x0\n"),
+                  std::string::npos)
+                << DiagText("last_tzlog");
     }
 }
 
 TEST_F(TzDiagTest, WrappedRingIsReadOldestFirst) {
     TzDiag(0x00030001, 2, "EFGHABCD", 8, 1, 4);
-    Parse("md_TZ_DIAG", 0x500, 0);
-    const std::string tzlog = Diag("last_tzlog");
-    EXPECT_TRUE(EndsWith(tzlog, "Diag Log :\nABCDEFGH")) << tzlog;
+    Parse("md_TZ_DIAG", 0x500);
+    EXPECT_EQ(DiagLog(), "ABCDEFGH");
 
     // Translated in the same order, each line once.
     TzDiag(0x00030001, 2, "[2](42)\n[1](42)\n", 16, 1, 8);
-    Parse("md_TZ_DIAG", 0x500, 0);
-    EXPECT_TRUE(EndsWith(Diag("last_tzlog"), "Diag Log :\n[1](42)\n[2](42)\n"));
-    EXPECT_EQ(Diag("last_tzlog_parsed"), "[1] MOD started\n[2] MOD started\n");
+    Parse("md_TZ_DIAG", 0x500);
+    EXPECT_EQ(DiagLog(), "[1](42)\n[2](42)\n");
+    EXPECT_EQ(DiagText("last_tzlog_parsed"), "[1] MOD started\n[2] MOD started\n");
     EXPECT_EQ(mLog.count(kTag, "The tzlog has no time id"), 0);
 
     // A ring right behind the magic takes its positions from the magic word:
     // wrapped at 0x6461, next write at 0x747A.
     TzDiag(0x00030001, 2, "", 0, 0, 0);
-    Put32(kMinidump, kAt + 28, 4);
-    Put32(kMinidump, kAt + 32, 0x8000);
-    Put(kMinidump, kAt + 4 + 0x747A - 4, "new\n");
-    Put(kMinidump, kAt + 4 + 0x747A, "old\n");
-    Parse("md_TZ_DIAG", 0x8004, 0);
-    const std::string atStart = Diag("last_tzlog");
-    EXPECT_NE(atStart.find("Diag Log :\nold\n"), std::string::npos);
+    PutWords(kMinidump, kAt + 28, {4, 0x8000});
+    Put(kMinidump, kAt + 4 + 0x747A - 4, "new\nold\n");
+    Parse("md_TZ_DIAG", 0x8004);
+    const std::string atStart = DiagLog();
+    EXPECT_EQ(atStart.substr(0, 4), "old\n");
     EXPECT_TRUE(EndsWith(atStart, "new\n"));
-}
 
-TEST_F(TzDiagTest, LegacyAreaKeepsTextUpToItsTerminator) {
+    // A legacy area keeps its text up to the terminator.
     TzDiag(0x00020000, 2, std::string("legacy\n\0stale", 13), 0x80, 0, 0);
-    Parse("md_TZ_DIAG", 0x500, 0);
-    const std::string tzlog = Diag("last_tzlog");
-    EXPECT_TRUE(EndsWith(tzlog, "Diag Log :\nlegacy\n")) << tzlog;
+    Parse("md_TZ_DIAG", 0x500);
+    EXPECT_EQ(DiagLog(), "legacy\n");
 }
 
 TEST_F(TzDiagTest, BadMagicOrCountsAreReported) {
     TzDiag(0x00030001, 2, "x\n", 0x80, 0, 2);
     Put32(kMinidump, kAt, 0x12345678);
-    Parse("md_TZ_DIAG", 0x500, 0);
+    Parse("md_TZ_DIAG", 0x500);
     EXPECT_TRUE(mLog.contains(kTag, "tzdiag magic is 0x12345678, not 0x747A6461, wrong return\n"));
-    EXPECT_EQ(Diag("last_tzlog"), "");
+    EXPECT_EQ(DiagText("last_tzlog"), "");
 
     // 1000 CPUs and a ring past the area: what fits is shown.
     TzDiag(0x00030001, 1000, "x\n", 0xFFFFFFF0, 0, 2);
-    Parse("md_TZ_DIAG", 0x500, 0);
+    Parse("md_TZ_DIAG", 0x500);
     EXPECT_EQ(mLog.count(kTag, "tzdiag says 1000 cpus"), 1);
-    EXPECT_NE(Diag("last_tzlog").find("Diag Log :\nx\n"), std::string::npos);
+    EXPECT_EQ(DiagLog().substr(0, 2), "x\n");
 
     // An empty ring is no ring; one of a byte is that byte.
     TzDiag(0x00030001, 2, "y", 0, 0, 0);
-    Parse("md_TZ_DIAG", 0x500, 0);
+    Parse("md_TZ_DIAG", 0x500);
     EXPECT_EQ(mLog.count(kTag, "tzdiag ring at 0x400, 0x0 bytes, outside the area"), 1);
     TzDiag(0x00030001, 2, "y", 1, 0, 1);
-    Parse("md_TZ_DIAG", 0x500, 0);
-    EXPECT_TRUE(EndsWith(Diag("last_tzlog"), "Diag Log :\ny")) << Diag("last_tzlog");
+    Parse("md_TZ_DIAG", 0x500);
+    EXPECT_EQ(DiagLog(), "y");
 }
 
-TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslated) {
+TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslatedAndTzImemIsAHexDump) {
     const std::string raw(
             "[5](4\0"
             "2)\n[6](1 2)\0\0",
@@ -172,40 +147,33 @@ TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslated) {
     Put(kMinidump, kAt, raw);
     Parse("md_ltz", raw.size(), 1);
     // NUL bytes and all, as the trust zone left it.
-    EXPECT_EQ(Diag("last_tzlog_1"), raw);
+    EXPECT_EQ(DiagText("last_tzlog_1"), raw);
     // Text after the last newline is not translated; an unknown id keeps the line.
-    EXPECT_EQ(Diag("last_tzlog_parsed_1"), "[5] MOD started\n");
+    EXPECT_EQ(DiagText("last_tzlog_parsed_1"), "[5] MOD started\n");
     // Both readable by all once written.
-    EXPECT_EQ(ModeOf(std::string(kDiag) + "/last_tzlog_1"), 0644u);
-    EXPECT_EQ(ModeOf(std::string(kDiag) + "/last_tzlog_parsed_1"), 0644u);
+    EXPECT_EQ(ModeOf(Diag("last_tzlog_1")), 0644u);
+    EXPECT_EQ(ModeOf(Diag("last_tzlog_parsed_1")), 0644u);
 
     // A translation that cannot be written does not cost the log itself.
-    std::filesystem::create_directories(Host(std::string(kDiag) + "/last_tzlog_parsed"));
-    Parse("md_ltz", raw.size(), 0);
-    EXPECT_EQ(Diag("last_tzlog"), raw);
+    std::filesystem::create_directories(Host(Diag("last_tzlog_parsed")));
+    Parse("md_ltz", raw.size());
+    EXPECT_EQ(DiagText("last_tzlog"), raw);
     EXPECT_EQ(mLog.count(kTag, "chmod"), 0) << "only opened files are closed";
-}
 
-TEST_F(TzDiagTest, TzImemIsAHexDump) {
     Put(kMinidump, kAt, "TZ imem\x01");
-    Parse("md_TZ_IMEM", 8, 0);
-    EXPECT_EQ(Diag("last_tzlog"),
+    Parse("md_TZ_IMEM", 8);
+    EXPECT_EQ(DiagText("last_tzlog"),
               "00000000  54 5a 20 69 6d 65 6d 01                          |TZ imem.|\n");
 }
 
 // A hypervisor area: a 88-byte header (two CPUs here), the ring behind it.
 TEST_F(TzDiagTest, HypervisorHeaderThenItsRingOldestFirstAndNeverNumbered) {
     auto hyp = [&](uint32_t ringOff, uint16_t wrap, uint16_t next) {
-        Put32(kMinidump, kAt + 0, 0x6879706D);  // "hypm"
-        Put32(kMinidump, kAt + 4, 2);           // cpus
-        Put32(kMinidump, kAt + 8, ringOff);
+        PutWords(kMinidump, kAt, {0x6879706D, 2, ringOff});  // "hypm", CPUs, ring
         Put16(kMinidump, kAt + 12, wrap);
         Put16(kMinidump, kAt + 14, next);
-        Put32(kMinidump, kAt + 20, 3);  // stage 2 faults
-        for (uint32_t cpu = 0; cpu < 2; ++cpu) {
-            Put32(kMinidump, kAt + 24 + 8 * cpu, 0x10 + cpu);  // warm boot entries
-            Put32(kMinidump, kAt + 28 + 8 * cpu, 0x20 + cpu);  // warm boot exits
-        }
+        // Stage 2 faults; per CPU warm boot entries and exits.
+        PutWords(kMinidump, kAt + 20, {3, 0x10, 0x20, 0x11, 0x21});
     };
     const std::string header =
             "Hyp diag: 2 CPUs, stage 2 faults: 3\n"
@@ -216,31 +184,143 @@ TEST_F(TzDiagTest, HypervisorHeaderThenItsRingOldestFirstAndNeverNumbered) {
     hyp(88, 1, 6);
     Put(kMinidump, kAt + 88, "der 2\nnewer 1\nol");
     Parse("md_HYP_DIAG", 88 + 16, 3);
-    EXPECT_EQ(Diag("last_hyplog"), header + "newer 1\nolder 2\n");
+    EXPECT_EQ(DiagText("last_hyplog"), header + "newer 1\nolder 2\n");
 
     // Not wrapped: up to the next write position.
     hyp(88, 0, 12);
     Put(kMinidump, kAt + 88, "hyp says hi\nstale");
     Parse("md_HYP_DIAG", 88 + 64, 3);
-    EXPECT_EQ(Diag("last_hyplog"), header + "hyp says hi\n");
+    EXPECT_EQ(DiagText("last_hyplog"), header + "hyp says hi\n");
 
     // A ring inside the header or at the very end is outside the area; the
     // header is still written.
     hyp(84, 0, 0);
-    Parse("md_HYP_DIAG", 88 + 64, 0);
+    Parse("md_HYP_DIAG", 88 + 64);
     EXPECT_EQ(mLog.count(kTag, "hypdiag ring at 0x54 outside the area"), 1);
-    EXPECT_EQ(Diag("last_hyplog"), header);
+    EXPECT_EQ(DiagText("last_hyplog"), header);
     hyp(88, 0, 0);
-    Parse("md_HYP_DIAG", 88, 0);
+    Parse("md_HYP_DIAG", 88);
     EXPECT_EQ(mLog.count(kTag, "hypdiag ring at 0x58 outside the area"), 1);
 
     // Shorter than the header, or another magic: nothing.
-    Parse("md_HYP_DIAG", 87, 0);
+    Parse("md_HYP_DIAG", 87);
     EXPECT_EQ(mLog.count(kTag, "hypdiag area of 87 bytes has no header"), 1);
     Put32(kMinidump, kAt, 0x70797868);
-    Parse("md_HYP_DIAG", 88 + 64, 0);
+    Parse("md_HYP_DIAG", 88 + 64);
     EXPECT_EQ(mLog.count(kTag, "hypdiag magic is 0x70797868"), 1);
-    EXPECT_EQ(Diag("last_hyplog"), "");
+    EXPECT_EQ(DiagText("last_hyplog"), "");
+}
+
+// The trust zone's log-key regions gathered in "last_tzlog_key".
+using KeyRegionTest = MinidumpTest;
+
+TEST_F(KeyRegionTest, KeyRegionsStartOrAppendToTheKeyFileAndAnEmptyOneCleansIt) {
+    MakeImage(kMinidump, 0x1000);
+    Put(kMinidump, 0x100, std::string("KEY\0\x01", 5));
+    Put(kMinidump, 0x200, "IV");
+    Put(kMinidump, 0x300, "MAC");
+    const std::string keyFile = Diag("last_tzlog_key");
+
+    ParseAt(kMinidump, "md_encr_key_aes", 0x100, 3, 4);
+    ParseAt(kMinidump, "md_encr_key_iv", 0x200, 0, 4);
+    EXPECT_EQ(ReadFile(keyFile + "_4"), "");
+    EXPECT_EQ(ModeOf(keyFile + "_4"), 0644u);
+    EXPECT_TRUE(mLog.contains(kTag, "no tz log key, clean /data/vendor/diag/last_tzlog_key_4 \n"));
+    // Appending regions of other names, and one that starts a file from nothing.
+    ParseAt(kMinidump, "load.cmm", 0x300, 3, 4);
+    ParseAt(kMinidump, "md_MDMP_LOG", 0x200, 2, 4);
+    EXPECT_EQ(ReadFile(keyFile + "_4"),
+              "tz log key region load.cmm:\nMACtz log key region md_MDMP_LOG:\nIV");
+    EXPECT_FALSE(Exists(keyFile));
+
+    // The key region starts the file, whatever an earlier dump left.
+    std::ofstream(Host(keyFile)) << "left from an earlier dump\n";
+    ParseAt(kMinidump, "md_TZ_AES_KEY", 0x100, 5);
+    ParseAt(kMinidump, "md_TZ_AES_IV", 0x200, 2);
+    ParseAt(kMinidump, "md_TZ_HMAC", 0x300, 3);
+    EXPECT_EQ(ReadFile(keyFile), "tz log key region md_TZ_AES_KEY:\n" +
+                                         std::string("KEY\0\x01", 5) +
+                                         "tz log key region md_TZ_AES_IV:\nIV"
+                                         "tz log key region md_TZ_HMAC:\nMAC");
+    EXPECT_EQ(ModeOf(keyFile), 0644u);
+    EXPECT_TRUE(mLog.contains(kTag, "creat file /data/vendor/diag/last_tzlog_key \n"));
+    EXPECT_TRUE(
+            mLog.contains(kTag, "open file /data/vendor/diag/last_tzlog_key, write continue \n"));
+}
+
+class TzLogDictTest : public MinidumpTest {
+  protected:
+    void Dict(const std::string& text) {
+        std::filesystem::create_directories(Host("/vendor/etc"));
+        std::ofstream(Host("/vendor/etc/tzlog.dict"), std::ios::binary) << text;
+    }
+    std::string Translate(const std::string& text) {
+        int fd = open(Host(Diag("out")).c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
+        EXPECT_GE(fd, 0);
+        translate_tzlog(fd, text.data(), text.size());
+        close(fd);
+        return DiagText("out");
+    }
+};
+
+TEST_F(TzLogDictTest, LinesAreExpandedWithTheDictionary) {
+    Dict("42:MOD:started\n7:MOD:value %d of %d\n7:OTHER:never used\nno colon here\n"
+         "9:only one\n5:BARE:\n3:M:%d|%d|%d tail\n");
+    ASSERT_EQ(load_tzlog_dict(), 0);
+    EXPECT_EQ(Translate("[12.3](42)\n"), "[12.3] MOD started\n");
+    // The first entry of an id wins; no blank between module and format.
+    EXPECT_EQ(Translate("[1](7 3 9)\n"), "[1] MODvalue 3 of 9\n");
+    // A format that is only the newline: module, a blank, the newline.
+    EXPECT_EQ(Translate("[2](5)\n"), "[2] BARE\n");
+    // Fewer arguments than placeholders: the format stops after the last one,
+    // whose final character gives way to the newline.
+    EXPECT_EQ(Translate("[3](3 ab cd)\n"), "[3] Mab|cd\n");
+    // More arguments than placeholders: the output ends with the last one
+    // used, and its final character gives way to the newline.
+    EXPECT_EQ(Translate("[4](7 1 2 3 4)\n"), "[4] MODvalue 1 of \n");
+    // Unknown ids, with and without arguments, keep the whole line.
+    EXPECT_EQ(Translate("[5](99)\n[6](99 1)\n"), "[5] [5](99\n[6] [6](99 1\n");
+    // Ids from lines with fewer than two ':' are not in the dictionary.
+    EXPECT_EQ(Translate("[7](9)\n[8](no colon here)\n"), "[7] [7](9\n[8] [8](no colon here\n");
+}
+
+TEST_F(TzLogDictTest, LinesWithoutMarksAreSkipped) {
+    Dict("1:A:one\n");
+    ASSERT_EQ(load_tzlog_dict(), 0);
+    EXPECT_EQ(Translate("no brackets (1)\n[1] no paren\n[2](1\n[3](1)\n[4](1)"), "[3] A one\n");
+    EXPECT_EQ(mLog.count(kTag, "The tzlog has no time id in this line."), 1);
+    EXPECT_EQ(mLog.count(kTag, "The tzlog has no fatmat in this line."), 1);
+    EXPECT_EQ(Translate(""), "");
+}
+
+TEST_F(TzLogDictTest, MissingDictionaryKeepsEveryLine) {
+    EXPECT_EQ(load_tzlog_dict(), -1);
+    EXPECT_EQ(Translate("[1](42)\n"), "[1] [1](42\n");
+    // A dictionary installed later is read on the next explicit load only.
+    Dict("42:MOD:started\n");
+    ensure_tzlog_dict();
+    EXPECT_EQ(Translate("[1](42)\n"), "[1] [1](42\n");
+    clear_tzlog_dict();
+    ensure_tzlog_dict();
+    EXPECT_EQ(Translate("[1](42)\n"), "[1] MOD started\n");
+    // An explicit load replaces what was loaded.
+    Dict("42:NEW:meaning\n");
+    ASSERT_EQ(load_tzlog_dict(), 0);
+    EXPECT_EQ(Translate("[1](42)\n"), "[1] NEW meaning\n");
+}
+
+TEST_F(TzLogDictTest, LongLinesAreCutAtTheLineBuffer) {
+    Dict("1:A:" + std::string(490, 'f') + "\n");
+    ASSERT_EQ(load_tzlog_dict(), 0);
+    std::string args;
+    for (int i = 0; i < 1000; ++i) args += " 12345678";
+    std::string out = Translate("[1](1" + args + ")\n");
+    // No placeholder: the module's last letter gives way to the newline; and
+    // an unknown id with a 9000-character line is cut to 5120 characters.
+    EXPECT_EQ(out, "[1] \n");
+    out = Translate("[1](2" + args + ")\n");
+    EXPECT_EQ(out.size(), 5120u);
+    EXPECT_EQ(out.back(), '\n');
 }
 
 }  // namespace
