@@ -11,45 +11,11 @@ namespace zelkor::tessel::testing {
 
 using ndk::ScopedAStatus;
 
-ScopedAStatus TestService::echoUtf8(const std::string& value, std::string* out) {
-    *out = value;
-    return ScopedAStatus::ok();
-}
-ScopedAStatus TestService::echoInt(int32_t value, int32_t* out) {
-    *out = value;
-    return ScopedAStatus::ok();
-}
-ScopedAStatus TestService::echoBytes(const std::vector<int8_t>& value, std::vector<int8_t>* out) {
-    *out = value;
-    return ScopedAStatus::ok();
-}
-ScopedAStatus TestService::echoRecords(const std::vector<Record>& value, std::vector<Record>* out) {
-    *out = value;
-    return ScopedAStatus::ok();
-}
-
 ScopedAStatus TestService::fillOut(int32_t count, std::vector<int32_t>* values,
                                    std::vector<std::string>* names) {
     values->resize(static_cast<size_t>(count));
     for (int32_t i = 0; i < count; ++i) (*values)[static_cast<size_t>(i)] = i * i;
     for (std::string& name : *names) name += "!";
-    return ScopedAStatus::ok();
-}
-
-ScopedAStatus TestService::echoFd(const ndk::ScopedFileDescriptor& fd,
-                                  ndk::ScopedFileDescriptor* out) {
-    *out = fd.dup();
-    return ScopedAStatus::ok();
-}
-
-ScopedAStatus TestService::echoBinder(const ndk::SpAIBinder& binder, ndk::SpAIBinder* out) {
-    *out = binder;
-    return ScopedAStatus::ok();
-}
-
-ScopedAStatus TestService::sameBinder(const ndk::SpAIBinder& first, const ndk::SpAIBinder& second,
-                                      bool* out) {
-    *out = first.get() == second.get();
     return ScopedAStatus::ok();
 }
 
@@ -67,11 +33,6 @@ ScopedAStatus TestService::fail(int32_t exceptionCode, int32_t code, const std::
     return ScopedAStatus::fromExceptionCodeWithMessage(exceptionCode, message.c_str());
 }
 
-ScopedAStatus TestService::callerIds(std::vector<int32_t>* out) {
-    *out = {AIBinder_getCallingPid(), static_cast<int32_t>(AIBinder_getCallingUid()), getpid()};
-    return ScopedAStatus::ok();
-}
-
 ScopedAStatus TestService::rendezvous(int32_t parties, int32_t timeoutMs, bool* out) {
     std::unique_lock<std::mutex> lock(mLock);
     const int round = mRound;
@@ -86,10 +47,6 @@ ScopedAStatus TestService::rendezvous(int32_t parties, int32_t timeoutMs, bool* 
                              [&] { return mRound != round; });
     if (!*out) --mArrived;
     return ScopedAStatus::ok();
-}
-
-ScopedAStatus TestService::blockOneway(int32_t timeoutMs) {
-    return block(timeoutMs);
 }
 
 ScopedAStatus TestService::block(int32_t timeoutMs) {
