@@ -3,36 +3,26 @@
 // leaves behind neither resolves nor blocks a new registration.
 #include <android/binder_manager.h>
 
-#include <condition_variable>
+#include <atomic>
 #include <future>
-#include <mutex>
 
 #include "ServiceProcess.h"
+#include "WaitFor.h"
 
 namespace zelkor::tessel::testing {
 namespace {
 
 // Counts death and unlink notifications for cookies that point at it.
 struct DeathLog {
-    std::mutex lock;
-    std::condition_variable changed;
-    int died = 0;
-    int unlinked = 0;
+    std::atomic<int> died{0};
+    std::atomic<int> unlinked{0};
 
-    static void OnDied(void* cookie) { static_cast<DeathLog*>(cookie)->count(&DeathLog::died); }
-    static void OnUnlinked(void* cookie) {
-        static_cast<DeathLog*>(cookie)->count(&DeathLog::unlinked);
-    }
-    void count(int DeathLog::*counter) {
-        std::lock_guard<std::mutex> guard(lock);
-        ++(this->*counter);
-        changed.notify_all();
-    }
+    static void OnDied(void* cookie) { ++static_cast<DeathLog*>(cookie)->died; }
+    static void OnUnlinked(void* cookie) { ++static_cast<DeathLog*>(cookie)->unlinked; }
     // Waits for `count` deaths and their unlink notices.
     bool waitDied(int count) {
-        std::unique_lock<std::mutex> guard(lock);
-        return changed.wait_for(guard, std::chrono::seconds(10),
-                                [&] { return died >= count && unlinked >= count; });
+        return WaitFor([&] { return died >= count && unlinked >= count; },
+                       std::chrono::seconds(10));
     }
 };
 
@@ -64,7 +54,6 @@ TEST_F(DeathTest, CallInFlightFailsWhenTheServiceIsKilled) {
     EXPECT_FALSE(AIBinder_isAlive(binder.get()));
 
     // The link ended with the death; later calls fail at once.
-    std::lock_guard<std::mutex> guard(log.lock);
     EXPECT_EQ(log.died, 1);
     EXPECT_EQ(log.unlinked, 1);
     EXPECT_EQ(AIBinder_ping(binder.get()), STATUS_DEAD_OBJECT);
