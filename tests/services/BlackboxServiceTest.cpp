@@ -160,10 +160,8 @@ TEST_F(BlackboxServiceTest, ConfigKeysMatchExactlyAndUnchangedValuesAreNotWritte
     ASSERT_EQ(Records().size(), before + 1);
     EXPECT_NE(Records().back().find("\"setBlackboxConfig\"}"), std::string::npos);
 
-    ASSERT_TRUE(mService->setAllBlackboxConfig("t", R"({"isUartEnable": true,
-            "isOEMDebugUartLogLevel": 1})",
-                                               &result)
-                        .isOk());
+    const std::string two = "{\"isUartEnable\": true,\n \"isOEMDebugUartLogLevel\": 1}";
+    ASSERT_TRUE(mService->setAllBlackboxConfig("t", two, &result).isOk());
     EXPECT_EQ(mImage->Bytes(kConfig, 12), std::string("\1\0\0\0\0\0\0\0\1\0\0\0", 12))
             << "a missing key counts as false";
     const std::vector<std::string> malformed = {"{\"isUartEnable\": fals", "[true]", "",
