@@ -19,6 +19,12 @@ bool Holds(const ByteBuffer& buffer, const std::vector<uint8_t>& bytes) {
            (bytes.empty() || memcmp(buffer.data(), bytes.data(), bytes.size()) == 0);
 }
 
+ByteBuffer Sized(size_t size) {
+    ByteBuffer buffer;
+    buffer.resize(size);
+    return buffer;
+}
+
 TEST(ByteBufferTest, GrowingAndShrinkingKeepTheBytesWithin) {
     ByteBuffer buffer;
     EXPECT_TRUE(buffer.empty());
@@ -50,8 +56,7 @@ TEST(ByteBufferTest, GrowingAndShrinkingKeepTheBytesWithin) {
 TEST(ByteBufferTest, AssignAndMoveHandOverTheBytes) {
     std::vector<uint8_t> bytes(2 * kPooledBufferMin + 3);
     std::iota(bytes.begin(), bytes.end(), uint8_t{1});
-    ByteBuffer first;
-    first.resize(5);
+    ByteBuffer first = Sized(5);
     first.assign(bytes.data(), bytes.size());
     ASSERT_TRUE(Holds(first, bytes));
 
@@ -81,23 +86,13 @@ TEST(ByteBufferTest, AssignAndMoveHandOverTheBytes) {
 TEST(ByteBufferTest, LargeStorageLetGoIsHandedOutAgain) {
     // Given back when a buffer grows past it and when a buffer goes.
     const size_t large = 16 * kPooledBufferMin;
-    const uint8_t* first = nullptr;
-    ByteBuffer grown;
-    grown.resize(large);
-    first = grown.data();
+    ByteBuffer grown = Sized(large);
+    const uint8_t* first = grown.data();
     grown.resize(3 * large);
-    ByteBuffer next;
-    next.resize(large);
+    ByteBuffer next = Sized(large);
     EXPECT_EQ(next.data(), first);
-    const uint8_t* second = nullptr;
-    {
-        ByteBuffer gone;
-        gone.resize(2 * large);
-        second = gone.data();
-    }
-    ByteBuffer after;
-    after.resize(2 * large);
-    EXPECT_EQ(after.data(), second);
+    const uint8_t* second = Sized(2 * large).data();
+    EXPECT_EQ(Sized(2 * large).data(), second);
 }
 
 TEST(ByteBufferTest, ReserveFullOfAnOldSizeStillKeepsANewOne) {

@@ -28,6 +28,14 @@ class ServiceManagerTest : public HostRootTest {
 };
 
 TEST_F(ServiceManagerTest, OwnRegistrationIsAPrivateSocketAndLooksUpAsTheLocalObject) {
+    // Invalid registrations are refused first.
+    EXPECT_EQ(AServiceManager_addService(nullptr, kInstance), EX_ILLEGAL_ARGUMENT);
+    for (const std::string& name : {std::string(), std::string("has space/default"),
+                                    std::string(128, 'a'), std::string("..")}) {
+        EXPECT_EQ(AServiceManager_addService(mService->asBinder().get(), name.c_str()),
+                  EX_ILLEGAL_ARGUMENT)
+                << name;
+    }
     ASSERT_EQ(AServiceManager_addService(mService->asBinder().get(), kInstance), EX_NONE);
     ndk::SpAIBinder found(AServiceManager_checkService(kInstance));
     EXPECT_EQ(found.get(), mService->asBinder().get());
@@ -46,16 +54,6 @@ TEST_F(ServiceManagerTest, OwnRegistrationIsAPrivateSocketAndLooksUpAsTheLocalOb
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(SocketDir()),
                             std::filesystem::directory_iterator()),
               1);
-}
-
-TEST_F(ServiceManagerTest, InvalidRegistrationsAreRefused) {
-    ndk::SpAIBinder held = mService->asBinder();
-    EXPECT_EQ(AServiceManager_addService(nullptr, kInstance), EX_ILLEGAL_ARGUMENT);
-    for (const std::string& name : {std::string(), std::string("has space/default"),
-                                    std::string(128, 'a'), std::string("..")}) {
-        EXPECT_EQ(AServiceManager_addService(held.get(), name.c_str()), EX_ILLEGAL_ARGUMENT)
-                << name;
-    }
 }
 
 TEST_F(ServiceManagerTest, BoundedWaitGivesUpAndWaitIsWokenByALaterRegistration) {

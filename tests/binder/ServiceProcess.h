@@ -1,18 +1,29 @@
 // Runs binder_test_service in its own process on a test's host root and
-// connects to it through the service manager.
+// connects to it through the service manager. Every test gets its own host
+// root, which holds the service sockets and manifests the binder runtime uses.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "HostRootTest.h"
+#include "TempRoot.h"
 #include "TestService.h"
 #include "e2e/Subprocess.h"
+#include "platform/Platform.h"
 #include "platform/host/binder_ndk/ServiceRegistry.h"
 
 namespace zelkor::tessel::testing {
+
+class HostRootTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ASSERT_TRUE(platform::SetRoot(mRoot.path())); }
+
+    TempRoot mRoot;
+};
 
 class ServiceProcess {
   public:

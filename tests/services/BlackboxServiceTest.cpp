@@ -42,6 +42,11 @@ class BlackboxServiceTest : public BlackBoxTest {
         return label.substr(0, strnlen(label.data(), label.size()));
     }
     std::string TempFile(const std::string& name) const { return mRoot.path() + "/" + name; }
+    // A new descriptor on the emptied file `name` under the root.
+    ndk::ScopedFileDescriptor OutFd(const std::string& name) const {
+        return ndk::ScopedFileDescriptor(
+                open(TempFile(name).c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    }
 
     std::shared_ptr<BlackboxImpl> mService;
 };
@@ -120,10 +125,7 @@ TEST_F(BlackboxServiceTest, LogsAreSelectedByTypeFromTheCurrentHeadersOffsets) {
     // The whole slot, capped at 512000 bytes, to a descriptor.
     mImage->PutBytes(kSlot1 + 511999, "Z");
     mImage->PutBytes(kSlot1 + 512000, "beyond");
-    android::base::unique_fd out(
-            open(TempFile("slot.bin").c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    ASSERT_TRUE(mService->getStreamLogByPfd("t", 0, 0, ndk::ScopedFileDescriptor(dup(out.get())))
-                        .isOk());
+    ASSERT_TRUE(mService->getStreamLogByPfd("t", 0, 0, OutFd("slot.bin")).isOk());
     const std::string whole = Slurp(TempFile("slot.bin"));
     ASSERT_EQ(whole.size(), 512000u);
     EXPECT_EQ(whole.back(), 'Z');
@@ -158,10 +160,8 @@ TEST_F(BlackboxServiceTest, ConfigKeysMatchExactlyAndUnchangedValuesAreNotWritte
     ASSERT_EQ(Records().size(), before + 1);
     EXPECT_NE(Records().back().find("\"setBlackboxConfig\"}"), std::string::npos);
 
-    ASSERT_TRUE(mService->setAllBlackboxConfig("t", R"({"isUartEnable": true,
-            "isOEMDebugUartLogLevel": 1})",
-                                               &result)
-                        .isOk());
+    const std::string two = "{\"isUartEnable\": true,\n \"isOEMDebugUartLogLevel\": 1}";
+    ASSERT_TRUE(mService->setAllBlackboxConfig("t", two, &result).isOk());
     EXPECT_EQ(mImage->Bytes(kConfig, 12), std::string("\1\0\0\0\0\0\0\0\1\0\0\0", 12))
             << "a missing key counts as false";
     const std::vector<std::string> malformed = {"{\"isUartEnable\": fals", "[true]", "",
@@ -175,15 +175,12 @@ TEST_F(BlackboxServiceTest, ConfigKeysMatchExactlyAndUnchangedValuesAreNotWritte
 }
 
 TEST_F(BlackboxServiceTest, RuntimeLogAndHardwareInfoComeFromTheKernelFiles) {
-    android::base::unique_fd out(
-            open(TempFile("kmsg.out").c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    EXPECT_EQ(StatusOf(mService->getRuntimeLog("t", 0, ndk::ScopedFileDescriptor(dup(out.get())))),
-              -1)
-            << "no /dev/kmsg";
+    EXPECT_EQ(StatusOf(mService->getRuntimeLog("t", 0, OutFd("kmsg.out"))), -1) << "no /dev/kmsg";
+    EXPECT_EQ(Slurp(TempFile("kmsg.out")), "");
     std::string kmsg;
     for (int i = 0; i < 3000; ++i) kmsg += "6,1," + std::to_string(i) + ",-;line\n";
     std::ofstream(RootPath("/dev/kmsg")) << kmsg;
-    ASSERT_TRUE(mService->getRuntimeLog("t", 0, ndk::ScopedFileDescriptor(dup(out.get()))).isOk());
+    ASSERT_TRUE(mService->getRuntimeLog("t", 0, OutFd("kmsg.out")).isOk());
     EXPECT_TRUE(Slurp(TempFile("kmsg.out")) == kmsg) << "read in chunks until the end";
 
     std::string info;

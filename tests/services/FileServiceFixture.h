@@ -17,6 +17,9 @@
 
 namespace zelkor::tessel::testing {
 
+// Statuses the service answers with: -errno values and INVALID_OPERATION.
+constexpr binder_status_t kNoent = -2, kInval = -22, kOpenFailed = -17, kInvalidOp = -38;
+
 // The status a client sees: STATUS_OK or the binder status value.
 inline binder_status_t StatusOf(const ndk::ScopedAStatus& status) {
     return status.isOk() ? STATUS_OK : status.getStatus();

@@ -12,16 +12,12 @@
 namespace zelkor::tessel::testing {
 namespace {
 
-constexpr binder_status_t kNoent = -2, kInval = -22, kOpenFailed = -17, kInvalidOp = -38;
-
 TEST_F(FileServiceTest, NamesAreJoinedOnceAndALeadingSlashOrEmptyPartIsRefused) {
     LogCapture log;
-    EXPECT_EQ(StatusOf(mService->TesselWriteFile("/data/vendor/", "a.txt", "A", 0644, 0)),
-              STATUS_OK);
-    EXPECT_EQ(StatusOf(mService->TesselWriteFile("/data/vendor", "b.txt", "B", 0644, 0)),
-              STATUS_OK);
-    EXPECT_EQ(Slurp(Host("/data/vendor/a.txt")), "A");
-    EXPECT_EQ(Slurp(Host("/data/vendor/b.txt")), "B");
+    for (const char* folder : {"/data/vendor/", "/data/vendor"}) {
+        EXPECT_EQ(StatusOf(mService->TesselWriteFile(folder, "a.txt", folder, 0644, 0)), STATUS_OK);
+        EXPECT_EQ(Slurp(Host("/data/vendor/a.txt")), folder);
+    }
     // Further '/' and ".." inside a name are the client's to use.
     EXPECT_EQ(StatusOf(mService->TesselWriteFile("/data/vendor", "../c.txt", "C", 0644, 0)),
               STATUS_OK);
@@ -139,6 +135,9 @@ TEST_F(FileServiceTest, CopyIsByteForByteAndNeverOntoItself) {
     EXPECT_EQ(StatusOf(mService->CopyFile("", "/data/x")), kInval);
     EXPECT_EQ(StatusOf(mService->CopyFile("/data/src", "")), kInval);
     EXPECT_FALSE(std::filesystem::exists(Host("/data/x")));
+    Plant("/data/empty", "");
+    EXPECT_EQ(StatusOf(mService->CopyFile("/data/empty", "/data/new")), STATUS_OK);
+    EXPECT_EQ(Slurp(Host("/data/new")), "") << "an empty file is copied too";
 }
 
 TEST_F(FileServiceTest, SetPropNeedsKeyAndValueAndIgnoresTheAnswer) {

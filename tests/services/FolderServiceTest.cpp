@@ -13,8 +13,6 @@ namespace {
 
 using ::aidl::vendor::zelkor::hardware::tessel::common::FileInfo;
 
-constexpr binder_status_t kNoent = -2, kInval = -22, kInvalidOp = -38;
-
 std::vector<std::string> Names(std::vector<FileInfo> files) {
     std::vector<std::string> names;
     for (const FileInfo& f : files) names.push_back(f.name);
