@@ -4,12 +4,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <numeric>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/host/binder_ndk/BufferPool.h"
+#include "platform/host/binder_ndk/BulkCopy.h"
 
 namespace zelkor::tessel::binder {
 namespace {
@@ -114,6 +117,30 @@ TEST(ByteBufferTest, ReserveFullOfAnOldSizeStillKeepsANewOne) {
     EXPECT_EQ(memcmp(again, kMark, sizeof(kMark)), 0);
     FreeBuffer(again, size);
     free(taken);
+}
+
+TEST(BulkCopyTest, EveryDistanceAndSizeCopiesExactlyTheBytes) {
+    // Sizes around the piece size, at distances that take the piecewise path
+    // (1 to 63 bytes past the source modulo 4 KiB) and that do not.
+    const size_t kMax = (size_t{64} << 10) + 3;
+    std::vector<uint8_t> source(kMax);
+    std::iota(source.begin(), source.end(), uint8_t{7});
+    std::vector<uint8_t> target(kMax + 2 * 4096);
+    const uintptr_t base = reinterpret_cast<uintptr_t>(source.data()) % 4096;
+    for (size_t size : {size_t{0}, size_t{1}, size_t{2047}, size_t{2048}, size_t{2049},
+                        size_t{3 * 2048 + 5}, kMax}) {
+        for (uintptr_t distance : {0u, 1u, 8u, 40u, 63u, 64u, 4095u}) {
+            SCOPED_TRACE("size " + std::to_string(size) + ", distance " + std::to_string(distance));
+            std::fill(target.begin(), target.end(), uint8_t{0xEE});
+            const uintptr_t targetBase = reinterpret_cast<uintptr_t>(target.data()) % 4096;
+            const size_t at = (base + distance + 4096 - targetBase) % 4096;
+            CopyBytes(target.data() + at, source.data(), size);
+            EXPECT_TRUE(std::equal(source.begin(), source.begin() + size, target.begin() + at));
+            const auto untouched = [](uint8_t byte) { return byte == 0xEE; };
+            EXPECT_TRUE(std::all_of(target.begin(), target.begin() + at, untouched));
+            EXPECT_TRUE(std::all_of(target.begin() + at + size, target.end(), untouched));
+        }
+    }
 }
 
 }  // namespace

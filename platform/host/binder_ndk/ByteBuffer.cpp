@@ -1,10 +1,10 @@
 #include "platform/host/binder_ndk/ByteBuffer.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "platform/host/binder_ndk/BufferPool.h"
+#include "platform/host/binder_ndk/BulkCopy.h"
 
 namespace zelkor::tessel::binder {
 
@@ -40,7 +40,7 @@ void ByteBuffer::resize(size_t size) {
         // average, as a vector does.
         const size_t capacity = std::max(size, mCapacity > SIZE_MAX / 2 ? size : mCapacity * 2);
         auto* grown = static_cast<uint8_t*>(AllocateBuffer(capacity));
-        if (mSize > 0) memcpy(grown, mData, mSize);
+        CopyBytes(grown, mData, mSize);
         if (mData != nullptr) FreeBuffer(mData, mCapacity);
         mData = grown;
         mCapacity = capacity;
@@ -51,7 +51,7 @@ void ByteBuffer::resize(size_t size) {
 void ByteBuffer::assign(const uint8_t* first, size_t count) {
     mSize = 0;
     resize(count);
-    if (count > 0) memcpy(mData, first, count);
+    CopyBytes(mData, first, count);
 }
 
 }  // namespace zelkor::tessel::binder

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "platform/host/binder_ndk/BulkCopy.h"
 #include "platform/host/binder_ndk/Limits.h"
 
 namespace zelkor::tessel::binder {
@@ -190,7 +191,7 @@ binder_status_t AParcel_appendFrom(const AParcel* from, AParcel* to, int32_t sta
     std::vector<uint8_t> bytes(from->data.data() + begin, from->data.data() + begin + count);
     const size_t end = to->position + count;
     to->growTo(end);
-    if (count > 0) memcpy(to->data.data() + to->position, bytes.data(), count);
+    CopyBytes(to->data.data() + to->position, bytes.data(), count);
     to->position = end;
     return STATUS_OK;
 }
@@ -202,7 +203,7 @@ AParcel* AParcel_create() {
 binder_status_t AParcel_marshal(const AParcel* parcel, uint8_t* buffer, size_t start, size_t len) {
     if (parcel->hasObjects()) return STATUS_INVALID_OPERATION;
     if (start > parcel->data.size() || len > parcel->data.size() - start) return STATUS_BAD_VALUE;
-    if (len > 0) memcpy(buffer, parcel->data.data() + start, len);
+    CopyBytes(buffer, parcel->data.data() + start, len);
     return STATUS_OK;
 }
 

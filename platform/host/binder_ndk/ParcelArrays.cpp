@@ -1,6 +1,8 @@
 // Arrays: lengths, packed scalars, element-wise bool/char, parcelables.
 #include "platform/host/binder_ndk/Parcel.h"
 
+#include "platform/host/binder_ndk/BulkCopy.h"
+
 namespace zelkor::tessel::binder {
 
 binder_status_t WriteArrayLength(AParcel* parcel, bool isNull, int32_t length) {
@@ -36,7 +38,7 @@ binder_status_t WritePacked(AParcel* parcel, const T* array, int32_t length) {
     const size_t bytes = static_cast<size_t>(length) * sizeof(T);
     uint8_t* out = parcel->writeInplace(bytes);
     if (out == nullptr) return STATUS_NO_MEMORY;
-    memcpy(out, array, bytes);
+    CopyBytes(out, array, bytes);
     return STATUS_OK;
 }
 
@@ -55,7 +57,7 @@ binder_status_t ReadPacked(const AParcel* parcel, void* arrayData,
     const size_t bytes = static_cast<size_t>(length) * sizeof(T);
     const uint8_t* in = parcel->readInplace(bytes);
     if (in == nullptr) return STATUS_NOT_ENOUGH_DATA;
-    memcpy(buffer, in, bytes);
+    CopyBytes(buffer, in, bytes);
     return STATUS_OK;
 }
 

@@ -1,0 +1,31 @@
+#include "platform/host/binder_ndk/BulkCopy.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace zelkor::tessel::binder {
+namespace {
+
+// Below glibc's smallest `rep movsb` threshold (2 KiB for 16-byte vectors),
+// so each piece is copied with vector moves.
+constexpr size_t kPiece = 2048;
+constexpr uintptr_t kPage = 4096;
+constexpr uintptr_t kShortDistance = 64;
+
+}  // namespace
+
+void CopyBytes(void* to, const void* from, size_t count) {
+    const uintptr_t distance =
+            (reinterpret_cast<uintptr_t>(to) - reinterpret_cast<uintptr_t>(from)) % kPage;
+    if (count <= kPiece || distance == 0 || distance >= kShortDistance) {
+        if (count > 0) memcpy(to, from, count);
+        return;
+    }
+    auto* out = static_cast<uint8_t*>(to);
+    const auto* in = static_cast<const uint8_t*>(from);
+    for (size_t done = 0; done < count; done += kPiece) {
+        memcpy(out + done, in + done, count - done < kPiece ? count - done : kPiece);
+    }
+}
+
+}  // namespace zelkor::tessel::binder
