@@ -1,10 +1,11 @@
 // A binder call over the host runtime side by side with what a user would
 // write instead: a bare ping-pong over a Unix socket pair, for a small call
 // and for payloads of 64 KiB, 1 MiB and 16 MiB as byte[] and as String (the
-// socket carries the same number of payload bytes); and the runtime's copy of
-// array data at a distance where memcpy stalls, against memcpy. Both servers run in a child
-// process. Runs are named "<workload>/halvex" (host binder) and "<workload>/baseline" (socket) so
-// that bench/compare.py can pair them.
+// socket carries the same number of payload bytes). Both servers run in a
+// child process. Also the runtime's copy of array data at a distance where
+// memcpy stalls, against memcpy. Runs are named "<workload>/halvex" (host
+// binder) and "<workload>/baseline" (socket or memcpy) so that
+// bench/compare.py can pair them.
 
 #include <android-base/file.h>
 #include <android/binder_manager.h>
@@ -55,8 +56,7 @@ struct PageBuffer {
 [[noreturn]] void EchoServer(int fd) {
     PageBuffer buffer(size_t{16} << 20, 0);
     uint32_t size = 0;
-    while (buffer.bytes != nullptr && size <= (size_t{16} << 20) &&
-           android::base::ReadFully(fd, &size, sizeof(size))) {
+    while (buffer.bytes != nullptr && android::base::ReadFully(fd, &size, sizeof(size))) {
         if (size > (size_t{16} << 20) || !android::base::ReadFully(fd, buffer.bytes, size) ||
             !android::base::WriteFully(fd, &size, sizeof(size)) ||
             !android::base::WriteFully(fd, buffer.bytes, size)) {
