@@ -294,6 +294,7 @@ TEST(ParcelTest, CorruptDataIsAnError) {
     const Reader string = ReadInto<std::string>;
     const Reader strings = ReadInto<std::vector<std::string>>;
     const Reader longs = ReadInto<std::vector<int64_t>>;
+    const Reader bytes = ReadInto<std::vector<uint8_t>>;
     const Reader outLongs = [](const AParcel* parcel) {
         std::vector<int64_t> value;
         return ndk::AParcel_resizeVector(parcel, &value);
@@ -317,6 +318,13 @@ TEST(ParcelTest, CorruptDataIsAnError) {
                  {"negative string length", {-9}, string, STATUS_BAD_VALUE},
                  {"string array past the end", {0x7fffffff}, strings, STATUS_NOT_ENOUGH_DATA},
                  {"negative array length", {-2}, longs, STATUS_BAD_VALUE},
+                 {"negative byte array length", {-2}, bytes, STATUS_BAD_VALUE},
+                 {"null byte array for a vector", {-1}, bytes, STATUS_UNEXPECTED_NULL},
+                 {"large byte array past the end",
+                  {(1 << 20) + 1, 7},
+                  bytes,
+                  STATUS_NOT_ENOUGH_DATA},
+                 {"byte array past its padding", {5, 0x04030201}, bytes, STATUS_NOT_ENOUGH_DATA},
                  {"out array too long", {1 << 30}, outLongs, STATUS_BAD_VALUE},
                  {"exception without message", {EX_ILLEGAL_STATE}, status, STATUS_NOT_ENOUGH_DATA},
                  {"stack trace past the end",
@@ -346,6 +354,9 @@ TEST(ParcelTest, VectorsOfEveryElementType) {
     ExpectVectorRoundTrip<char16_t>({u'a', u'ü', 0xd800});
     ExpectVectorRoundTrip<int8_t>({-128, 0, 127, 5, 6});
     ExpectVectorRoundTrip<uint8_t>({0, 255, 1});
+    std::vector<uint8_t> large((size_t{1} << 20) + 3);
+    for (size_t i = 0; i < large.size(); ++i) large[i] = static_cast<uint8_t>(i % 251);
+    ExpectVectorRoundTrip(large);
     ExpectVectorRoundTrip<std::string>({"a", "", "ö"});
     ExpectVectorRoundTrip<int32_t>({});
     ExpectNullableVectorRoundTrip<std::optional<std::string>>({"a", std::nullopt, ""});

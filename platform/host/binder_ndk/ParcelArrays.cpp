@@ -1,6 +1,8 @@
 // Arrays: lengths, packed scalars, element-wise bool/char, parcelables.
 #include "platform/host/binder_ndk/Parcel.h"
 
+#include <android/binder_parcel_utils.h>
+
 #include "platform/host/binder_ndk/BulkCopy.h"
 
 namespace zelkor::tessel::binder {
@@ -126,6 +128,23 @@ binder_status_t AParcel_readDoubleArray(const AParcel* parcel, void* arrayData,
 binder_status_t AParcel_readByteArray(const AParcel* parcel, void* arrayData,
                                       AParcel_byteArrayAllocator allocator) {
     return ReadPacked(parcel, arrayData, allocator);
+}
+
+void ndk::internal::copyBytes(void* to, const void* from, size_t count) {
+    CopyBytes(to, from, count);
+}
+
+binder_status_t ndk::internal::readByteArrayInPlace(const AParcel* parcel, const int8_t** data,
+                                                    int32_t* length) {
+    binder_status_t status = ReadArrayLength(parcel, 1, length);
+    if (status != STATUS_OK || *length <= 0) {
+        *data = nullptr;
+        return status;
+    }
+    const uint8_t* in = parcel->readInplace(static_cast<size_t>(*length));
+    if (in == nullptr) return STATUS_NOT_ENOUGH_DATA;
+    *data = reinterpret_cast<const int8_t*>(in);
+    return STATUS_OK;
 }
 
 // char16_t elements each take an int32, like a single char.

@@ -461,33 +461,37 @@ TESSEL_NDK_PRIMITIVE_VECTOR(uint64_t, Uint64)
 TESSEL_NDK_PRIMITIVE_VECTOR(float, Float)
 TESSEL_NDK_PRIMITIVE_VECTOR(double, Double)
 TESSEL_NDK_PRIMITIVE_VECTOR(char16_t, Char)
-TESSEL_NDK_PRIMITIVE_VECTOR(int8_t, Byte)
 #undef TESSEL_NDK_PRIMITIVE_VECTOR
 
+// byte[], signed or not: the same wire form, written with the byte-array
+// call and read in place (see assignBytes).
 namespace internal {
 
-// byte[] as unsigned bytes: same wire form as int8_t.
-inline bool uint8VectorAllocator(void* vectorData, int32_t length, int8_t** outBuffer) {
-    if (length < 0) return false;
-    auto* vec = static_cast<std::vector<uint8_t>*>(vectorData);
-    vec->resize(static_cast<size_t>(length));
-    *outBuffer = reinterpret_cast<int8_t*>(vec->data());
-    return true;
-}
+// Host runtime: the next byte[] in place (length -1 for null, data null when
+// the length is not positive), the position moved past it.
+binder_status_t readByteArrayInPlace(const AParcel* parcel, const int8_t** data, int32_t* length);
 
-inline bool nullableUint8VectorAllocator(void* vectorData, int32_t length, int8_t** outBuffer) {
-    auto* vec = static_cast<std::optional<std::vector<uint8_t>>*>(vectorData);
-    if (length < 0) {
-        *vec = std::nullopt;
-        return true;
+// The runtime's bulk copy (memcpy, but never at its slow distances).
+void copyBytes(void* to, const void* from, size_t count);
+
+// From this size on a byte[] is built in one pass over memory; resize would
+// first zero what does not fit in cache. Smaller ones are in cache, and take
+// the runtime's copy.
+constexpr int32_t kOnePassByteArray = int32_t{1} << 20;
+
+template <typename Byte>
+void assignBytes(std::vector<Byte>* vec, const int8_t* data, int32_t length) {
+    const auto* first = reinterpret_cast<const Byte*>(data);
+    if (length >= kOnePassByteArray) {
+        vec->assign(first, first + length);
+        return;
     }
-    vec->emplace();
-    return uint8VectorAllocator(&vec->value(), length, outBuffer);
+    vec->resize(static_cast<size_t>(length));
+    if (length > 0) copyBytes(vec->data(), first, static_cast<size_t>(length));
 }
 
-}  // namespace internal
-
-inline binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<uint8_t>& vec) {
+template <typename Byte>
+binder_status_t writeBytes(AParcel* parcel, const std::vector<Byte>& vec) {
     if (vec.size() > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
         return STATUS_BAD_VALUE;
     }
@@ -495,20 +499,43 @@ inline binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<ui
                                   static_cast<int32_t>(vec.size()));
 }
 
-inline binder_status_t AParcel_writeVector(AParcel* parcel,
-                                           const std::optional<std::vector<uint8_t>>& vec) {
-    if (!vec) return AParcel_writeByteArray(parcel, nullptr, -1);
-    return AParcel_writeVector(parcel, *vec);
-}
+}  // namespace internal
 
-inline binder_status_t AParcel_readVector(const AParcel* parcel, std::vector<uint8_t>* vec) {
-    return AParcel_readByteArray(parcel, vec, internal::uint8VectorAllocator);
-}
+#define TESSEL_NDK_BYTE_VECTOR(BYTE)                                                            \
+    inline binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<BYTE>& vec) { \
+        return internal::writeBytes(parcel, vec);                                               \
+    }                                                                                           \
+    inline binder_status_t AParcel_writeVector(AParcel* parcel,                                 \
+                                               const std::optional<std::vector<BYTE>>& vec) {   \
+        if (!vec) return AParcel_writeByteArray(parcel, nullptr, -1);                           \
+        return internal::writeBytes(parcel, *vec);                                              \
+    }                                                                                           \
+    inline binder_status_t AParcel_readVector(const AParcel* parcel, std::vector<BYTE>* vec) {  \
+        const int8_t* data = nullptr;                                                           \
+        int32_t length = 0;                                                                     \
+        binder_status_t status = internal::readByteArrayInPlace(parcel, &data, &length);        \
+        if (status != STATUS_OK) return status;                                                 \
+        if (length < 0) return STATUS_UNEXPECTED_NULL;                                          \
+        internal::assignBytes(vec, data, length);                                               \
+        return STATUS_OK;                                                                       \
+    }                                                                                           \
+    inline binder_status_t AParcel_readVector(const AParcel* parcel,                            \
+                                              std::optional<std::vector<BYTE>>* vec) {          \
+        const int8_t* data = nullptr;                                                           \
+        int32_t length = 0;                                                                     \
+        binder_status_t status = internal::readByteArrayInPlace(parcel, &data, &length);        \
+        if (status != STATUS_OK) return status;                                                 \
+        if (length < 0) {                                                                       \
+            *vec = std::nullopt;                                                                \
+            return STATUS_OK;                                                                   \
+        }                                                                                       \
+        internal::assignBytes(&vec->emplace(), data, length);                                   \
+        return STATUS_OK;                                                                       \
+    }
 
-inline binder_status_t AParcel_readVector(const AParcel* parcel,
-                                          std::optional<std::vector<uint8_t>>* vec) {
-    return AParcel_readByteArray(parcel, vec, internal::nullableUint8VectorAllocator);
-}
+TESSEL_NDK_BYTE_VECTOR(int8_t)
+TESSEL_NDK_BYTE_VECTOR(uint8_t)
+#undef TESSEL_NDK_BYTE_VECTOR
 
 inline binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<bool>& vec) {
     if (vec.size() > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
