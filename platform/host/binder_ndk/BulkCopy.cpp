@@ -12,6 +12,12 @@ constexpr size_t kPiece = 2048;
 constexpr uintptr_t kPage = 4096;
 constexpr uintptr_t kShortDistance = 64;
 
+// The pieces go through a call to the C library's memcpy: given a size it
+// knows to be at most 2 KiB, the compiler would otherwise inline the copy as
+// `rep movsq`, which stalls at these distances just as `rep movsb` does
+// (a 64 KiB copy 8 bytes apart took 4.5 us inlined, 1.4 us through the call).
+void* (*const volatile gCopyPiece)(void*, const void*, size_t) = memcpy;
+
 }  // namespace
 
 void CopyBytes(void* to, const void* from, size_t count) {
@@ -24,7 +30,7 @@ void CopyBytes(void* to, const void* from, size_t count) {
     auto* out = static_cast<uint8_t*>(to);
     const auto* in = static_cast<const uint8_t*>(from);
     for (size_t done = 0; done < count; done += kPiece) {
-        memcpy(out + done, in + done, count - done < kPiece ? count - done : kPiece);
+        gCopyPiece(out + done, in + done, count - done < kPiece ? count - done : kPiece);
     }
 }
 
