@@ -55,17 +55,8 @@ TEST(MessageQueueTest, ImmediateMessagesRunLastInFirstOutThenTimedOnesByDueTimeA
     EXPECT_TRUE(queue.empty());
 }
 
-TEST(MessageQueueTest, FutureMessageWaitsForItsTimeUnlessTimeIsIgnored) {
-    HalvexMessageQueue queue;
-    queue.offer(Timed(7, Now() + 60 * 1000));
-    queue.setNonBlockWhenTake(true);
-    // Not due: a non-blocking take comes back empty-handed, the message stays.
-    EXPECT_EQ(queue.take(), nullptr);
-    EXPECT_EQ(queue.size(), 1u);
-    EXPECT_EQ(TakeWhat(queue, /*ignoreTime=*/true), 7);
-}
-
-TEST(MessageQueueTest, SleepingTakerWakesForAnEarlierMessageAndAtDueTime) {
+TEST(MessageQueueTest,
+     SleepingTakerWakesForAnEarlierMessageAtItsDueTimeOnlyIgnoringTimeTakesEarly) {
     HalvexMessageQueue queue;
     queue.offer(Timed(1, Now() + 60 * 1000));
     const int64_t start = Now();
@@ -76,7 +67,11 @@ TEST(MessageQueueTest, SleepingTakerWakesForAnEarlierMessageAndAtDueTime) {
     EXPECT_EQ(TakeWhat(queue), 2);
     EXPECT_GE(Now() - start, 50);
     producer.join();
+    // Not due: a non-blocking take comes back empty-handed, the message stays.
+    queue.setNonBlockWhenTake(true);
+    EXPECT_EQ(queue.take(), nullptr);
     EXPECT_EQ(queue.size(), 1u);
+    EXPECT_EQ(TakeWhat(queue, /*ignoreTime=*/true), 1);
 }
 
 TEST(MessageQueueTest, ImmediateMessageStaysAheadOfATimedOneOfferedBeforeTheTakerRuns) {
@@ -132,7 +127,7 @@ TEST(MessageQueueTest, BurstsOfferedToASleepingTakerAllArrive) {
     EXPECT_TRUE(allArrived) << "taken " << taken;
 }
 
-TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangers) {
+TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangersClearAndQuitDestroyAll) {
     HalvexMessageQueue queue;
     bool keptDestroyed = false, droppedDestroyed = false, strangerDestroyed = false;
     HalvexMessage* kept = HalvexMessage::obtain(1, new Tracked(&keptDestroyed), 1);
@@ -157,11 +152,9 @@ TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangers) {
     HalvexMessage::recycle(kept);
     EXPECT_TRUE(keptDestroyed);
     HalvexMessage::recycle(stranger);
-}
 
-TEST(MessageQueueTest, ClearAndQuitDestroyEverythingQueued) {
+    // Clearing and quitting destroy everything queued.
     bool a = false, b = false, late = false;
-    HalvexMessageQueue queue;
     queue.offer(HalvexMessage::obtain(1, new Tracked(&a), 1));
     queue.offer(Timed(2, Now() + 100000));
     queue.clear();
