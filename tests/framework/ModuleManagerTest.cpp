@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <new>
@@ -30,26 +29,16 @@ std::string CurrentThreadName() {
 // What the test modules saw, in order, from whichever thread.
 struct Events {
     std::mutex lock;
-    std::condition_variable changed;
     std::vector<std::string> inits;            // "name@thread"
     std::map<std::string, std::string> posts;  // name -> thread of OnAllModulesLoaded
     std::map<std::string, int> created;
     bool refuserAccepts = false;
 
-    void init(const std::string& name) {
-        std::lock_guard<std::mutex> l(lock);
-        inits.push_back(name + "@" + CurrentThreadName());
-    }
-    void posted(const std::string& name) {
-        {
-            std::lock_guard<std::mutex> l(lock);
-            posts[name] = CurrentThreadName();
-        }
-        changed.notify_all();
-    }
     bool waitPosts(size_t count) {
-        std::unique_lock<std::mutex> l(lock);
-        return changed.wait_for(l, std::chrono::seconds(10), [&] { return posts.size() >= count; });
+        return testing::WaitFor([&] {
+            std::lock_guard<std::mutex> l(lock);
+            return posts.size() >= count;
+        });
     }
 };
 
@@ -67,10 +56,14 @@ class TestModule : public ModuleBase {
         ++events().created[kName];
     }
     bool OnInit() override {
-        events().init(getName());
+        std::lock_guard<std::mutex> l(events().lock);
+        events().inits.push_back(getName() + "@" + CurrentThreadName());
         return kAccepts || events().refuserAccepts;
     }
-    void OnAllModulesLoaded() override { events().posted(getName()); }
+    void OnAllModulesLoaded() override {
+        std::lock_guard<std::mutex> l(events().lock);
+        events().posts[getName()] = CurrentThreadName();
+    }
     void dump(int fd, const char** args, uint32_t nargs) override {
         std::string text = "state of " + getName() + " args";
         for (uint32_t i = 0; i < nargs; ++i) text += std::string(" ") + args[i];
