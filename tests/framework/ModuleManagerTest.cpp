@@ -102,12 +102,10 @@ void DrainManager() {
 
 // What a dump with these arguments writes.
 std::string Dump(std::vector<const char*> args) {
-    int fd = memfd_create("dump", MFD_CLOEXEC);
-    EXPECT_GE(fd, 0);
+    const int fd = memfd_create("dump", MFD_CLOEXEC);
     ModuleManager::dump(fd, args.data(), args.size());
     std::string out;
-    lseek(fd, 0, SEEK_SET);
-    android::base::ReadFdToString(fd, &out);
+    EXPECT_TRUE(lseek(fd, 0, SEEK_SET) == 0 && android::base::ReadFdToString(fd, &out));
     close(fd);
     return out;
 }
@@ -178,7 +176,8 @@ TEST_F(ModuleManagerTest, LoadRunFollowsPriorityAndThreadsAndIgnoresARepeatedNam
     EXPECT_EQ(GetModuleList().at("Beta").priority, 5u);
 }
 
-TEST_F(ModuleManagerTest, RefusedModuleReloadsWithAFreshInstance) {
+TEST_F(ModuleManagerTest, RefusedOrRemovedModuleLoadsAgainWithAFreshInstance) {
+    testing::LogCapture log;
     LoadAll();
     const int created = events().created["Refuser"];
 
@@ -194,6 +193,27 @@ TEST_F(ModuleManagerTest, RefusedModuleReloadsWithAFreshInstance) {
     EXPECT_EQ(events().posts["Refuser"], "Refuser");
     EXPECT_EQ(Dump({"ModuleManager", "load", "Refuser"}),
               "Load module Refuser failed! See Logcat for details.\n");
+
+    // A removed module stops its thread (a safe removal lets work already
+    // queued there finish) and can come back.
+    HalvexHandlerThread* thread = GetModuleList().at("Gamma").instance->getModuleThread();
+    ASSERT_NE(thread, nullptr);
+    std::atomic<int> ran{0};
+    HalvexHandler handler(thread->getLooper());
+    handler.postDelayed([&ran] { ++ran; }, 60 * 60 * 1000);
+    removeModule("Gamma", true);
+    removeModule("Nope", false);
+    DrainManager();
+    EXPECT_EQ(ran.load(), 1);
+    EXPECT_EQ(GetModuleList().at("Gamma").instance, nullptr);
+    EXPECT_TRUE(GetModuleList().at("Gamma").stopped);
+    EXPECT_TRUE(log.contains("Halvex-ModuleBase", "[~ModuleBase] Bye~ Gamma"));
+    EXPECT_TRUE(log.contains("Halvex-ModuleManager", "[operator()] module Nope not found!!!"));
+
+    events().posts.erase("Gamma");
+    EXPECT_TRUE(ModuleManager::loadModule("Gamma"));
+    ASSERT_TRUE(events().waitPosts(4));
+    EXPECT_EQ(Dump({"Gamma"}).substr(0, 22), "Dumping module Gamma: ");
 }
 
 TEST_F(ModuleManagerTest, DumpCommands) {
@@ -226,31 +246,6 @@ TEST_F(ModuleManagerTest, DumpCommands) {
     for (const auto& [args, expected] : cases) {
         EXPECT_EQ(Dump(args), expected) << (args.empty() ? "" : args[0]);
     }
-}
-
-TEST_F(ModuleManagerTest, RemovedModuleStopsItsThreadAndCanComeBack) {
-    testing::LogCapture log;
-    LoadAll();
-    HalvexHandlerThread* thread = GetModuleList().at("Gamma").instance->getModuleThread();
-    ASSERT_NE(thread, nullptr);
-
-    // A safe removal lets work already queued on the module's thread finish.
-    std::atomic<int> ran{0};
-    HalvexHandler handler(thread->getLooper());
-    handler.postDelayed([&ran] { ++ran; }, 60 * 60 * 1000);
-    removeModule("Gamma", true);
-    removeModule("Nope", false);
-    DrainManager();
-    EXPECT_EQ(ran.load(), 1);
-    EXPECT_EQ(GetModuleList().at("Gamma").instance, nullptr);
-    EXPECT_TRUE(GetModuleList().at("Gamma").stopped);
-    EXPECT_TRUE(log.contains("Halvex-ModuleBase", "[~ModuleBase] Bye~ Gamma"));
-    EXPECT_TRUE(log.contains("Halvex-ModuleManager", "[operator()] module Nope not found!!!"));
-
-    events().posts.erase("Gamma");
-    EXPECT_TRUE(ModuleManager::loadModule("Gamma"));
-    ASSERT_TRUE(events().waitPosts(3));
-    EXPECT_EQ(Dump({"Gamma"}).substr(0, 22), "Dumping module Gamma: ");
 }
 
 TEST_F(ModuleManagerTest, DumpsAndLoadsFromManyThreadsWhileModulesComeAndGo) {
