@@ -175,9 +175,7 @@ TEST(MessagePoolTest, RecycledRecordComesBackClean) {
     int ran = 0;
     HalvexMessage* msg = HalvexMessage::obtain(5, new Tracked(&payloadDestroyed), 4);
     msg->name = "a label longer than the small string buffer";
-    msg->arg1 = 1;
-    msg->arg2 = 2;
-    msg->arg3 = 3;
+    msg->arg1 = msg->arg2 = msg->arg3 = 1;
     msg->when = 99;
     msg->runnable = new HalvexRunnable([&ran] { ++ran; });
     auto shared = std::make_shared<Object>();
