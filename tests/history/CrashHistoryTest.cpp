@@ -55,8 +55,6 @@ class CrashHistoryTest : public HistoryTest {
     }
 };
 
-// ---- where the history lies -------------------------------------------------
-
 TEST_F(CrashHistoryTest, InTheBlackboxWithTheBootCounterElseTheCrashHistoryPartition) {
     CrashHistoryPartition history;
     EXPECT_FALSE(open_crash_history(&history));
@@ -100,8 +98,6 @@ TEST_F(CrashHistoryTest, SmallPartitionKeepsTheRecordsThatFitAndWritesNothingPas
     EXPECT_NE(md.find("|crash 2\n"), std::string::npos) << md;
     EXPECT_EQ(md.find("|crash 3"), std::string::npos) << md;
 }
-
-// ---- appending ----------------------------------------------------------------
 
 TEST_F(CrashHistoryTest, ZeroedHistoryIsInitialisedAndFirstRecordNamesTheCrashedBoot) {
     MakeBlackbox(7);
@@ -150,7 +146,9 @@ TEST_F(CrashHistoryTest, The513thCrashOverwritesSlotZero) {
     EXPECT_EQ(Get(kCrashHistory, RecordAt(0, 1) + 32, 3), "2) ");
 
     // Oldest first: slots 1 .. 511, then slot 0.
-    const std::vector<std::string> lines = Lines(SyncedMdHistory());
+    std::vector<std::string> lines;
+    std::istringstream md(SyncedMdHistory());
+    for (std::string line; std::getline(md, line);) lines.push_back(line);
     ASSERT_EQ(lines.size(), 512u);
     EXPECT_EQ(lines.front(), "2) unkown_version|" + Now() + "|kpanic|crash 2");
     EXPECT_EQ(lines[510].substr(0, 5), "512) ");
@@ -189,8 +187,6 @@ TEST_F(CrashHistoryTest, TypesBeyondTheCountersAreNotCountedAndLongTextsAreCut) 
     EXPECT_EQ(Get(kCrashHistory, RecordAt(0, 0) + 32, text.size()), text);
 }
 
-// ---- md_history -----------------------------------------------------------------
-
 TEST_F(CrashHistoryTest, MdHistoryBeforeTheFirstLapSkipsOverlongRecords) {
     MakeHistory(3, 3);
     PutRecord(0, "first\n", 6);
@@ -200,8 +196,6 @@ TEST_F(CrashHistoryTest, MdHistoryBeforeTheFirstLapSkipsOverlongRecords) {
     EXPECT_EQ(SyncedMdHistory(), "first\nthird\n");
     EXPECT_EQ(mLog.count(kTag, "crash_history: record 1 has length 512, skipped"), 1);
 }
-
-// ---- the crash event --------------------------------------------------------------
 
 using CrashReportTest = HistoryTest;
 

@@ -82,13 +82,6 @@ class HistoryTest : public MinidumpTest {
         return events;
     }
 
-    static std::vector<std::string> Lines(const std::string& text) {
-        std::vector<std::string> lines;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
-        return lines;
-    }
-
     std::string Now() const { return Minidump::run_time_text(); }
 };
 
