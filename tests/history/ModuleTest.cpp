@@ -69,11 +69,6 @@ class ModuleTest : public HistoryTest {
         HistoryTest::TearDown();
     }
 
-    // A file standing for a block device, at a host path.
-    static void Touch(const std::string& hostPath) {
-        std::filesystem::create_directories(std::filesystem::path(hostPath).parent_path());
-        std::ofstream(hostPath) << "";
-    }
     void Link(const std::string& name, const std::string& target) {
         const std::string link = Host("/dev/block/by-name/" + name);
         std::filesystem::create_directories(std::filesystem::path(link).parent_path());
@@ -106,15 +101,15 @@ TEST_F(ModuleTest, RegisteredByNameWithPriorityZero) {
 // by its device path, and each refusal is logged.
 TEST_F(ModuleTest, ResolvedNodesAreAskedForByDevicePathInOrderAndRefusalsLogged) {
     mModule.PreparePartitions();
-    Touch(Host("/dev/block/sda17"));
-    Touch(Host("/dev/block/sdb3"));
+    WriteText("/dev/block/sda17", "");
+    WriteText("/dev/block/sdb3", "");
     TempRoot outside;
-    Touch(outside.path() + "/loop7");
+    std::ofstream(outside.path() + "/loop7") << "";
     Link("xbl_sc_logs", "../sdb3");                    // relative, inside the root
     Link("blackbox", Host("/dev/block/sda17"));        // absolute host path, inside the root
     Link("crash_history", outside.path() + "/loop7");  // a node outside the root
     Link("rawdump", Host("/dev/block/gone"));          // dangling: skipped
-    Touch(Host("/dev/block/by-name/ramdump"));         // not a link: the path itself
+    WriteText("/dev/block/by-name/ramdump", "");       // not a link: the path itself
     HalvexUtil::Reset();
     mModule.PreparePartitions();
     EXPECT_TRUE(mCore->calls().empty());
