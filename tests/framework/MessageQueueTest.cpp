@@ -225,16 +225,14 @@ TEST(RunnableTest, RunsOnceThenIsSpentAndFreesALargeCapture) {
     int ran = 0;
     Object arg;
     Object* seen = nullptr;
-    {
-        HalvexRunnable runnable([token, big, &ran, &seen](Object* o) {
-            ran += *token + big[199];
-            seen = o;
-        });
-        EXPECT_EQ(token.use_count(), 2);
-        runnable.run(&arg);
-        EXPECT_EQ(token.use_count(), 1) << "a spent job releases its captures";
-        runnable.run(&arg);
-    }
+    HalvexRunnable runnable([token, big, &ran, &seen](Object* o) {
+        ran += *token + big[199];
+        seen = o;
+    });
+    EXPECT_EQ(token.use_count(), 2);
+    runnable.run(&arg);
+    EXPECT_EQ(token.use_count(), 1) << "a spent job releases its captures";
+    runnable.run(&arg);
     EXPECT_EQ(ran, 42 + 'x');
     EXPECT_EQ(seen, &arg);
 }
