@@ -49,7 +49,9 @@ TEST_F(BootDottingTest, BootReasonsLoseTheirLastByteAndAreCutTo399) {
 
 // The ring's bookkeeping is the dotting tests' (tests/blackbox); here, the
 // record the boot run writes and the index it takes from the last record.
-TEST_F(BootDottingTest, RecordNamesTheBootReasonsAndItsIndexWrapsAfter2048) {
+TEST_F(BootDottingTest, RecordNeedsABlackboxNamesTheBootReasonsAndItsIndexWrapsAfter2048) {
+    EXPECT_FALSE(Dot());
+    EXPECT_EQ(mLog.count("BSPLogProcessor-BlackBox", "open black_box_log partition fail 2("), 1);
     MakeBlackbox(7);
     WriteText(kPowerup, "reboot\n");
     WriteText(kPoweroff, "long_press\n");
@@ -69,11 +71,6 @@ TEST_F(BootDottingTest, RecordNamesTheBootReasonsAndItsIndexWrapsAfter2048) {
         EXPECT_EQ(Get(kBlackbox, kRing, start.size()), start);
         EXPECT_EQ(GetLE(kBlackbox, kSlot + 104, 8), next);
     }
-}
-
-TEST_F(BootDottingTest, WithoutBlackboxNothingIsDotted) {
-    EXPECT_FALSE(Dot());
-    EXPECT_EQ(mLog.count("BSPLogProcessor-BlackBox", "open black_box_log partition fail 2("), 1);
 }
 
 }  // namespace

@@ -199,7 +199,7 @@ TEST_F(CrashHistoryTest, MdHistoryBeforeTheFirstLapSkipsOverlongRecords) {
 
 using CrashReportTest = HistoryTest;
 
-TEST_F(CrashReportTest, EventIdsByMainType) {
+TEST_F(CrashReportTest, EventIdsByMainTypeAndNoneWithoutOne) {
     const unsigned int ids[] = {0,         901006001, 901006003, 901006002, 901006022,
                                 901006023, 901006004, 901006006, 901006005, 901006021,
                                 901006029, 901006019, 901006020, 901006018};
@@ -208,9 +208,8 @@ TEST_F(CrashReportTest, EventIdsByMainType) {
     }
     EXPECT_EQ(crash_event_id(14), 0u);
     EXPECT_EQ(crash_event_id(0xFFFFFFFF), 0u);
-}
 
-TEST_F(CrashReportTest, SubTypeWithoutMainTypeIsNamedButNotSent) {
+    // A sub type without a main type is named but not sent.
     crash_report(CRASH_MAIN_NONE, CRASH_CORE_HANG, "core_hang", "x");
     EXPECT_TRUE(Events().empty());
     EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "core_hang");
