@@ -120,12 +120,9 @@ TEST_F(LooperTest, DueNowJobQueuesBehindEverythingSentBefore) {
     for (int round = 0; round < 200; ++round) {
         std::atomic<int> ran{0};
         int seenByMarker = -1;
-        for (int i = 0; i < 64; ++i) {
-            if (i % 2) {
-                mHandler->postDelayed([&ran] { ++ran; }, 0);
-            } else {
-                mHandler->post([&ran] { ++ran; });
-            }
+        for (int i = 0; i < 32; ++i) {
+            mHandler->post([&ran] { ++ran; });
+            mHandler->postDelayed([&ran] { ++ran; }, 0);
         }
         mHandler->postDelayed([&] { seenByMarker = ran.load(); }, 0);
         sync();
