@@ -2,6 +2,7 @@
 // event sent beside it.
 #include <filesystem>
 #include <iterator>
+#include <sstream>
 
 #include "HistoryTestSupport.h"
 #include "modules/BSPLogProcessor/CrashHistory.h"

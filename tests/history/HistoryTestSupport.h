@@ -6,7 +6,6 @@
 #include <json/json.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -72,12 +71,7 @@ class HistoryTest : public MinidumpTest {
         std::vector<Json::Value> events;
         std::ifstream in(Host("/data/vendor/pellora/events.jsonl"), std::ios::binary);
         for (std::string line; std::getline(in, line);) {
-            Json::Value event;
-            std::istringstream text(line);
-            std::string errors;
-            EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), text, &event, &errors))
-                    << errors;
-            events.push_back(event);
+            EXPECT_TRUE(Json::Reader().parse(line, events.emplace_back())) << line;
         }
         return events;
     }
