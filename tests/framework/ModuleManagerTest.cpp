@@ -31,7 +31,7 @@ struct Events {
     std::mutex lock;
     std::vector<std::string> inits;            // "name@thread"
     std::map<std::string, std::string> posts;  // name -> thread of OnAllModulesLoaded
-    std::map<std::string, int> created;
+    int created = 0;                           // instances made
     bool refuserAccepts = false;
 
     bool waitPosts(size_t count) {
@@ -48,17 +48,18 @@ Events& events() {
     return *e;
 }
 
-template <const char* kName, bool kAccepts>
+// Every test module is of this one kind; "Refuser" refuses to start unless
+// told to accept.
 class TestModule : public ModuleBase {
   public:
     TestModule() {
         std::lock_guard<std::mutex> l(events().lock);
-        ++events().created[kName];
+        ++events().created;
     }
     bool OnInit() override {
         std::lock_guard<std::mutex> l(events().lock);
         events().inits.push_back(getName() + "@" + CurrentThreadName());
-        return kAccepts || events().refuserAccepts;
+        return getName() != "Refuser" || events().refuserAccepts;
     }
     void OnAllModulesLoaded() override {
         std::lock_guard<std::mutex> l(events().lock);
@@ -71,29 +72,20 @@ class TestModule : public ModuleBase {
     }
 };
 
-template <typename M>
-struct TestRegister {
-    TestRegister(const char* registrar, const char* name, uint32_t priority) {
-        RegisterModule(registrar, name, priority, &createInstance);
-    }
-    static ModuleBase* createInstance() { return new (std::nothrow) M(); }
-};
+ModuleBase* NewTestModule() {
+    return new (std::nothrow) TestModule();
+}
 
-constexpr char kAlpha[] = "Alpha";
-constexpr char kBeta[] = "Beta";
-constexpr char kGamma[] = "Gamma";
-constexpr char kRefuser[] = "Refuser";
-using Alpha = TestModule<kAlpha, true>;
-using Beta = TestModule<kBeta, true>;
-using Gamma = TestModule<kGamma, true>;
-using Refuser = TestModule<kRefuser, false>;
-
-TestRegister<Alpha> sAlpha("AlphaRegister", kAlpha, 0);
-TestRegister<Beta> sBeta("BetaRegister", kBeta, 5);
-TestRegister<Gamma> sGamma("GammaRegister", kGamma, 1);
-TestRegister<Refuser> sRefuser("RefuserRegister", kRefuser, 2);
-// Same name again, other priority: must not replace the first entry.
-TestRegister<Gamma> sGammaAgain("GammaAgainRegister", kAlpha, 9);
+// Registered at start-up, as the daemon's own modules are.
+const bool sRegistered = [] {
+    RegisterModule("AlphaRegister", "Alpha", 0, &NewTestModule);
+    RegisterModule("BetaRegister", "Beta", 5, &NewTestModule);
+    RegisterModule("GammaRegister", "Gamma", 1, &NewTestModule);
+    RegisterModule("RefuserRegister", "Refuser", 2, &NewTestModule);
+    // Same name again, other priority: must not replace the first entry.
+    RegisterModule("GammaAgainRegister", "Alpha", 9, &NewTestModule);
+    return true;
+}();
 
 // Jobs of the manager's thread queue more jobs there: two rounds.
 void DrainManager() {
@@ -145,7 +137,7 @@ void LoadAll(bool alreadyPosted = false) {
 
 TEST_F(ModuleManagerTest, LoadRunFollowsPriorityAndThreadsAndIgnoresARepeatedName) {
     testing::LogCapture log;
-    RegisterModule("BetaCloneRegister", "Beta", 7, &TestRegister<Gamma>::createInstance);
+    RegisterModule("BetaCloneRegister", "Beta", 7, &NewTestModule);
     EXPECT_TRUE(log.contains("Halvex-ModuleRegister",
                              "[BetaCloneRegister] Can not register module! Module name MUST BE "
                              "UNIQUE!"));
@@ -174,11 +166,11 @@ TEST_F(ModuleManagerTest, LoadRunFollowsPriorityAndThreadsAndIgnoresARepeatedNam
 TEST_F(ModuleManagerTest, RefusedOrRemovedModuleLoadsAgainWithAFreshInstance) {
     testing::LogCapture log;
     LoadAll();
-    const int created = events().created["Refuser"];
+    const int created = events().created;
 
     // Refusing again still counts as a successful load command.
     EXPECT_EQ(Dump({"ModuleManager", "load", "Refuser"}), "Load module Refuser succeed!\n");
-    EXPECT_EQ(events().created["Refuser"], created + 1);
+    EXPECT_EQ(events().created, created + 1);
     DrainManager();
     EXPECT_EQ(Dump({"Refuser"}), "Module Refuser is not running\n");
 
