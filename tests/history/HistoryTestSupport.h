@@ -7,7 +7,6 @@
 
 #include <fstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "blackbox/TestImage.h"
@@ -49,10 +48,7 @@ class HistoryTest : public MinidumpTest {
         image.PutU32(0x10, bootIndex);
     }
 
-    // Little-endian words of `width` bytes each, one after the other from `at`.
-    void PutWords(const char* dev, uint64_t at, const U64s& words, int width = 4) const {
-        for (uint64_t word : words) PutLE(dev, std::exchange(at, at + width), word, width);
-    }
+    // `count` little-endian words of `width` bytes each, one after the other.
     U64s Words(const char* dev, uint64_t at, size_t count, int width = 4) const {
         U64s words;
         for (size_t i = 0; i < count; ++i) words.push_back(GetLE(dev, at + i * width, width));
