@@ -55,8 +55,7 @@ TEST(MessageQueueTest, ImmediateMessagesRunLastInFirstOutThenTimedOnesByDueTimeA
     EXPECT_TRUE(queue.empty());
 }
 
-TEST(MessageQueueTest,
-     SleepingTakerWakesForAnEarlierMessageAtItsDueTimeOnlyIgnoringTimeTakesEarly) {
+TEST(MessageQueueTest, TakerSleepsUntilTheEarliestDueTimeUnlessTimeIsIgnored) {
     HalvexMessageQueue queue;
     queue.offer(Timed(1, Now() + 60 * 1000));
     const int64_t start = Now();
@@ -127,7 +126,7 @@ TEST(MessageQueueTest, BurstsOfferedToASleepingTakerAllArrive) {
     EXPECT_TRUE(allArrived) << "taken " << taken;
 }
 
-TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangersClearAndQuitDestroyAll) {
+TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangersClearAndQuitDestroyEverything) {
     HalvexMessageQueue queue;
     bool keptDestroyed = false, droppedDestroyed = false, strangerDestroyed = false;
     HalvexMessage* kept = HalvexMessage::obtain(1, new Tracked(&keptDestroyed), 1);
