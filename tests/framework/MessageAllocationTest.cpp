@@ -20,12 +20,9 @@ constexpr int kBatch = 64;
 // all of them ran.
 void PostBatch(HalvexHandler& handler, const std::shared_ptr<HalvexHandler>& shared,
                std::atomic<int>& ran) {
-    for (int i = 0; i < kBatch; ++i) {
-        if (i % 2 == 0) {
-            handler.post([&ran] { ran.fetch_add(1); });
-        } else {
-            handler.postDelayed([shared, &ran, i] { ran.fetch_add(i % 2); }, 0);
-        }
+    for (int i = 1; i < kBatch; i += 2) {
+        handler.post([&ran] { ran.fetch_add(1); });
+        handler.postDelayed([shared, &ran, i] { ran.fetch_add(i % 2); }, 0);
     }
     ASSERT_TRUE(testing::Drain(handler));
 }

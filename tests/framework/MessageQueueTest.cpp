@@ -55,17 +55,7 @@ TEST(MessageQueueTest, ImmediateMessagesRunLastInFirstOutThenTimedOnesByDueTimeA
     EXPECT_TRUE(queue.empty());
 }
 
-TEST(MessageQueueTest, FutureMessageWaitsForItsTimeUnlessTimeIsIgnored) {
-    HalvexMessageQueue queue;
-    queue.offer(Timed(7, Now() + 60 * 1000));
-    queue.setNonBlockWhenTake(true);
-    // Not due: a non-blocking take comes back empty-handed, the message stays.
-    EXPECT_EQ(queue.take(), nullptr);
-    EXPECT_EQ(queue.size(), 1u);
-    EXPECT_EQ(TakeWhat(queue, /*ignoreTime=*/true), 7);
-}
-
-TEST(MessageQueueTest, SleepingTakerWakesForAnEarlierMessageAndAtDueTime) {
+TEST(MessageQueueTest, TakerSleepsUntilTheEarliestDueTimeUnlessTimeIsIgnored) {
     HalvexMessageQueue queue;
     queue.offer(Timed(1, Now() + 60 * 1000));
     const int64_t start = Now();
@@ -76,7 +66,11 @@ TEST(MessageQueueTest, SleepingTakerWakesForAnEarlierMessageAndAtDueTime) {
     EXPECT_EQ(TakeWhat(queue), 2);
     EXPECT_GE(Now() - start, 50);
     producer.join();
+    // Not due: a non-blocking take comes back empty-handed, the message stays.
+    queue.setNonBlockWhenTake(true);
+    EXPECT_EQ(queue.take(), nullptr);
     EXPECT_EQ(queue.size(), 1u);
+    EXPECT_EQ(TakeWhat(queue, /*ignoreTime=*/true), 1);
 }
 
 TEST(MessageQueueTest, ImmediateMessageStaysAheadOfATimedOneOfferedBeforeTheTakerRuns) {
@@ -132,7 +126,7 @@ TEST(MessageQueueTest, BurstsOfferedToASleepingTakerAllArrive) {
     EXPECT_TRUE(allArrived) << "taken " << taken;
 }
 
-TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangers) {
+TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangersClearAndQuitDestroyEverything) {
     HalvexMessageQueue queue;
     bool keptDestroyed = false, droppedDestroyed = false, strangerDestroyed = false;
     HalvexMessage* kept = HalvexMessage::obtain(1, new Tracked(&keptDestroyed), 1);
@@ -157,11 +151,9 @@ TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangers) {
     HalvexMessage::recycle(kept);
     EXPECT_TRUE(keptDestroyed);
     HalvexMessage::recycle(stranger);
-}
 
-TEST(MessageQueueTest, ClearAndQuitDestroyEverythingQueued) {
+    // Clearing and quitting destroy everything queued.
     bool a = false, b = false, late = false;
-    HalvexMessageQueue queue;
     queue.offer(HalvexMessage::obtain(1, new Tracked(&a), 1));
     queue.offer(Timed(2, Now() + 100000));
     queue.clear();
@@ -182,9 +174,7 @@ TEST(MessagePoolTest, RecycledRecordComesBackClean) {
     int ran = 0;
     HalvexMessage* msg = HalvexMessage::obtain(5, new Tracked(&payloadDestroyed), 4);
     msg->name = "a label longer than the small string buffer";
-    msg->arg1 = 1;
-    msg->arg2 = 2;
-    msg->arg3 = 3;
+    msg->arg1 = msg->arg2 = msg->arg3 = 1;
     msg->when = 99;
     msg->runnable = new HalvexRunnable([&ran] { ++ran; });
     auto shared = std::make_shared<Object>();
@@ -234,16 +224,14 @@ TEST(RunnableTest, RunsOnceThenIsSpentAndFreesALargeCapture) {
     int ran = 0;
     Object arg;
     Object* seen = nullptr;
-    {
-        HalvexRunnable runnable([token, big, &ran, &seen](Object* o) {
-            ran += *token + big[199];
-            seen = o;
-        });
-        EXPECT_EQ(token.use_count(), 2);
-        runnable.run(&arg);
-        EXPECT_EQ(token.use_count(), 1) << "a spent job releases its captures";
-        runnable.run(&arg);
-    }
+    HalvexRunnable runnable([token, big, &ran, &seen](Object* o) {
+        ran += *token + big[199];
+        seen = o;
+    });
+    EXPECT_EQ(token.use_count(), 2);
+    runnable.run(&arg);
+    EXPECT_EQ(token.use_count(), 1) << "a spent job releases its captures";
+    runnable.run(&arg);
     EXPECT_EQ(ran, 42 + 'x');
     EXPECT_EQ(seen, &arg);
 }

@@ -29,10 +29,8 @@ TEST_F(BootDottingTest, TimeTextHasABlankInsteadOfTheHoursLeadingZero) {
     bool matches = false;
     for (time_t t = before; t <= after; ++t) {
         struct tm utc {};
-        gmtime_r(&t, &utc);
-        char expected[96];
-        snprintf(expected, sizeof(expected), "%04d-%02d-%02d %d:%02d:%02d", utc.tm_year + 1900,
-                 utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec);
+        char expected[32];
+        strftime(expected, sizeof(expected), "%Y-%m-%d %-H:%M:%S", gmtime_r(&t, &utc));
         matches |= text == expected;
     }
     EXPECT_TRUE(matches) << text;
@@ -51,7 +49,9 @@ TEST_F(BootDottingTest, BootReasonsLoseTheirLastByteAndAreCutTo399) {
 
 // The ring's bookkeeping is the dotting tests' (tests/blackbox); here, the
 // record the boot run writes and the index it takes from the last record.
-TEST_F(BootDottingTest, RecordNamesTheBootReasonsAndItsIndexWrapsAfter2048) {
+TEST_F(BootDottingTest, RecordNeedsABlackboxNamesTheBootReasonsAndItsIndexWrapsAfter2048) {
+    EXPECT_FALSE(Dot());
+    EXPECT_EQ(mLog.count("BSPLogProcessor-BlackBox", "open black_box_log partition fail 2("), 1);
     MakeBlackbox(7);
     WriteText(kPowerup, "reboot\n");
     WriteText(kPoweroff, "long_press\n");
@@ -62,20 +62,15 @@ TEST_F(BootDottingTest, RecordNamesTheBootReasonsAndItsIndexWrapsAfter2048) {
     EXPECT_EQ(platform::GetProperty("vendor.blackbox.boot_index", ""), "7");
     EXPECT_EQ(mHeaders.table.boot_index, 7u);
 
-    MakeBlackbox();
-    Put64(kBlackbox, kSlot + 104, 2048);
-    ASSERT_TRUE(Dot());
-    EXPECT_EQ(Get(kBlackbox, kRing, 6), "{\"0\", ");
-    EXPECT_EQ(GetLE(kBlackbox, kSlot + 104, 8), 0u);
-    MakeBlackbox();
-    Put64(kBlackbox, kSlot + 104, 41);
-    ASSERT_TRUE(Dot());
-    EXPECT_EQ(Get(kBlackbox, kRing, 7), "{\"42\", ");
-}
-
-TEST_F(BootDottingTest, WithoutBlackboxNothingIsDotted) {
-    EXPECT_FALSE(Dot());
-    EXPECT_EQ(mLog.count("BSPLogProcessor-BlackBox", "open black_box_log partition fail 2("), 1);
+    // The index follows the slot's last one, kept in the slot.
+    for (auto [last, next] : {std::pair{2048u, 0u}, {41u, 42u}}) {
+        MakeBlackbox();
+        Put64(kBlackbox, kSlot + 104, last);
+        ASSERT_TRUE(Dot());
+        const std::string start = "{\"" + std::to_string(next) + "\", ";
+        EXPECT_EQ(Get(kBlackbox, kRing, start.size()), start);
+        EXPECT_EQ(GetLE(kBlackbox, kSlot + 104, 8), next);
+    }
 }
 
 }  // namespace

@@ -6,9 +6,7 @@
 #include <json/json.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "blackbox/TestImage.h"
@@ -50,10 +48,7 @@ class HistoryTest : public MinidumpTest {
         image.PutU32(0x10, bootIndex);
     }
 
-    // Little-endian words of `width` bytes each, one after the other from `at`.
-    void PutWords(const char* dev, uint64_t at, const U64s& words, int width = 4) const {
-        for (uint64_t word : words) PutLE(dev, std::exchange(at, at + width), word, width);
-    }
+    // `count` little-endian words of `width` bytes each, one after the other.
     U64s Words(const char* dev, uint64_t at, size_t count, int width = 4) const {
         U64s words;
         for (size_t i = 0; i < count; ++i) words.push_back(GetLE(dev, at + i * width, width));
@@ -72,21 +67,9 @@ class HistoryTest : public MinidumpTest {
         std::vector<Json::Value> events;
         std::ifstream in(Host("/data/vendor/pellora/events.jsonl"), std::ios::binary);
         for (std::string line; std::getline(in, line);) {
-            Json::Value event;
-            std::istringstream text(line);
-            std::string errors;
-            EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), text, &event, &errors))
-                    << errors;
-            events.push_back(event);
+            EXPECT_TRUE(Json::Reader().parse(line, events.emplace_back())) << line;
         }
         return events;
-    }
-
-    static std::vector<std::string> Lines(const std::string& text) {
-        std::vector<std::string> lines;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
-        return lines;
     }
 
     std::string Now() const { return Minidump::run_time_text(); }

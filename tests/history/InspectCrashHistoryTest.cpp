@@ -18,8 +18,8 @@ constexpr uint64_t kRegion = 0x400 + 512 * 0x400;
 
 class InspectCrashHistoryTest : public ::testing::Test {
   protected:
-    TestImage& MakeImage(uint64_t size = kRegion) {
-        mImage = std::make_unique<TestImage>(mRoot.path() + "/crash_history.img", size);
+    TestImage& MakeImage(uint64_t size = kRegion, const std::string& name = "crash_history.img") {
+        mImage = std::make_unique<TestImage>(mRoot.path() + "/" + name, size);
         EXPECT_TRUE(mImage->ok());
         return *mImage;
     }
@@ -127,18 +127,13 @@ TEST_F(InspectCrashHistoryTest, DamageIsListedNotTrusted) {
 }
 
 TEST_F(InspectCrashHistoryTest, ToolShowsTheHistoryOfABlackboxImageAndOfAPartitionImage) {
-    const std::string blackbox = mRoot.path() + "/blackbox.img";
-    {
-        TestImage image(blackbox, kImageSize);
-        image.PutDefaultHeaders();
-    }
-    mImage = std::make_unique<TestImage>(blackbox);
+    MakeImage(kImageSize, "blackbox.img").PutDefaultHeaders();
     // Not the default distance, so that the tool is seen to follow the header.
     mImage->PutU32(kControl + 12, 0x2000);  // crash_history_offset
     PutHeader(kControl + 0x2000, 1, 1);
     PutRecord(kControl + 0x2000, 0, 1, 1, "1)[0] b|t|kpanic|x\n", 19);
     std::string out;
-    ASSERT_EQ(Run({"inspect", blackbox, "--json"}, &out), 0) << out;
+    ASSERT_EQ(Run({"inspect", mImage->path(), "--json"}, &out), 0) << out;
     Json::Value tree;
     ASSERT_TRUE(Json::Reader().parse(out, tree)) << out;
     EXPECT_EQ(tree["crash_history"]["offset"].asUInt64(), kControl + 0x2000);

@@ -139,7 +139,9 @@ TEST_F(MinidumpMainTest, HistoryBeyondThePartitionStillClassifiesAndReports) {
     minidump_main();
 
     // The crash is reported; nothing is written past the end of the partition.
-    EXPECT_EQ(Events().size(), 1u);
+    ASSERT_EQ(Events().size(), 1u);
+    EXPECT_EQ(Events()[0]["id"].asUInt(), 901006023u);
+    EXPECT_EQ(ReadFile(kMdHistory), "");
     EXPECT_EQ(platform::GetProperty("vendor.minidump.crash_reason", ""), "other_hardreset");
     EXPECT_EQ(std::filesystem::file_size(Host(kBlackbox)), kBlackboxSize);
     EXPECT_EQ(mLog.count(kTag, "crash_history: header at 0x"), 2);
