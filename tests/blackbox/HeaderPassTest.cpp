@@ -8,19 +8,9 @@
 namespace zelkor::tessel::testing {
 namespace {
 
-using blackbox::HeaderPassMode;
-
 constexpr char kTag[] = "BSPLogProcessor-BlackBox";
 
-class HeaderPassTest : public BlackBoxTest {
-  protected:
-    // The pass, with what it printed.
-    std::string Pass(int expected_result, HeaderPassMode mode = HeaderPassMode::kRepair) {
-        std::string printed;
-        EXPECT_EQ(RunPass(mode, &printed), expected_result);
-        return printed;
-    }
-};
+using HeaderPassTest = BlackBoxTest;
 
 TEST_F(HeaderPassTest, ZeroedPartitionGetsEveryDefaultHeader) {
     TestImage expected(mRoot.path() + "/expected.img", kImageSize);
@@ -28,7 +18,7 @@ TEST_F(HeaderPassTest, ZeroedPartitionGetsEveryDefaultHeader) {
     ASSERT_TRUE(expected.ok());
     MakeImage();
 
-    const std::string out = Pass(140);
+    EXPECT_EQ(RunPass(), 140);
 
     for (uint64_t offset : {uint64_t(0), uint64_t(0x400), kSlot1, kControl}) {
         EXPECT_EQ(mImage->Bytes(offset, 140), expected.Bytes(offset, 140)) << std::hex << offset;
@@ -36,13 +26,12 @@ TEST_F(HeaderPassTest, ZeroedPartitionGetsEveryDefaultHeader) {
     // Little-endian on the partition, whatever the host.
     EXPECT_EQ(mImage->Bytes(0, 8), std::string("\xF0\xE0\xCD\x1B\xF4\x5A\x77\x56", 8));
     EXPECT_EQ(mImage->size(), kImageSize);
-    EXPECT_NE(out.find("log_table_header: header info before write: version = 4096, "
-                       "minidump_is_valid = 0x0, boot_index = 1 \n"),
-              std::string::npos)
-            << out;
-    EXPECT_NE(out.find("log_content_header: header info before write: version = 0x1000, "
-                       "dump_count = 1 \n"),
-              std::string::npos);
+    EXPECT_TRUE(Contains(mPrinted,
+                         "log_table_header: header info before write: version = 4096, "
+                         "minidump_is_valid = 0x0, boot_index = 1 \n"));
+    EXPECT_TRUE(Contains(mPrinted,
+                         "log_content_header: header info before write: version = "
+                         "0x1000, dump_count = 1 \n"));
     EXPECT_EQ(platform::GetProperty("vendor.blackbox.boot_index", ""), "1");
 }
 
@@ -54,7 +43,7 @@ TEST_F(HeaderPassTest, ValidHeadersAreKeptAndDumpCountPicksTheSlot) {
     image.PutU64(0x1001000 + 104, 77);      // dotting_count
     const std::string before = image.Bytes(0, 0x2000) + image.Bytes(0x1001000, 140);
 
-    Pass(140);
+    EXPECT_EQ(RunPass(), 140);
 
     EXPECT_EQ(mHeaders.slot_offset(), 0x1001000);
     EXPECT_EQ(mHeaders.log.kmsg_offset, 0x22000u);
@@ -74,7 +63,7 @@ TEST_F(HeaderPassTest, BadDottingMagicIsRepairedJustPastTheHeader) {
     expected.PutDefaultSlotHeader(0);
     expected.PutU32(136, 1);  // dump_process_fail is no dotting field
 
-    Pass(140);
+    EXPECT_EQ(RunPass(), 140);
 
     EXPECT_EQ(image.Bytes(kSlot1, 140), slotBefore) << "the slot start is not touched";
     EXPECT_EQ(image.Bytes(kSlot1 + 140, 140), expected.Bytes(0, 140));
@@ -85,24 +74,25 @@ TEST_F(HeaderPassTest, BadDottingMagicIsRepairedJustPastTheHeader) {
 TEST_F(HeaderPassTest, UnreachableHeadersAreReportedAndNothingWrittenOutside) {
     LogCapture log;
     TestImage& image = MakeImage(kSlot1 + 60);
-    const std::string out = Pass(-1);
+    EXPECT_EQ(RunPass(), -1);
     EXPECT_EQ(image.size(), kSlot1 + 60);
     EXPECT_EQ(image.U64(0x400), 0xE99BB480DD25E1F0u) << "headers inside the image are stamped";
     EXPECT_EQ(image.Bytes(kSlot1, 60), std::string(60, '\0'));
-    EXPECT_NE(out.find("Read log_content_header error!!!\n"), std::string::npos) << out;
-    EXPECT_NE(out.find("Read control_content_header error!!!\n"), std::string::npos);
+    EXPECT_TRUE(Contains(mPrinted, "Read log_content_header error!!!\n"));
+    EXPECT_TRUE(Contains(mPrinted, "Read control_content_header error!!!\n"));
     EXPECT_EQ(log.count(kTag, "write black_box_log_header failed 28(No space left on device)"), 1);
     EXPECT_EQ(log.count(kTag, "write control_content_header failed 28("), 1);
 
     MakeImage(0);
-    EXPECT_NE(Pass(-1).find("Read log_table_header error!!!\n"), std::string::npos);
+    EXPECT_EQ(RunPass(), -1);
+    EXPECT_TRUE(Contains(mPrinted, "Read log_table_header error!!!\n"));
     EXPECT_EQ(mImage->size(), 0u);
 
     // Slot 0 lies before the partition: 0x1000 - 0x800000 in 32 bits, sign-extended.
     MakeImage().PutDefaultHeaders(0);
     mHeaders = {};  // a short read keeps what the buffers held
     const std::string start = mImage->Bytes(0, 0x2000);
-    Pass(-1);
+    EXPECT_EQ(RunPass(), -1);
     EXPECT_EQ(mHeaders.slot_offset(), -0x7FF000);
     EXPECT_EQ(mImage->Bytes(0, 0x2000), start);
     EXPECT_EQ(log.count(kTag, "write black_box_log_header failed 22(Invalid argument)"), 1);
@@ -111,7 +101,7 @@ TEST_F(HeaderPassTest, UnreachableHeadersAreReportedAndNothingWrittenOutside) {
 TEST_F(HeaderPassTest, ReadOnlyPassRepairsInMemoryOnly) {
     LogCapture log;
     TestImage& image = MakeImage(kSlot1 + 10);
-    Pass(-1, HeaderPassMode::kReadOnly);
+    EXPECT_EQ(RunPass(blackbox::HeaderPassMode::kReadOnly), -1);
 
     EXPECT_EQ(image.Bytes(0, kSlot1 + 10), std::string(kSlot1 + 10, '\0'));
     EXPECT_EQ(mHeaders.table.magic, 0x56775AF41BCDE0F0u);

@@ -19,22 +19,15 @@ class KmsgCopyTest : public BlackBoxTest {
     void SetUp() override {
         BlackBoxTest::SetUp();
         unsetenv("ANDROID_FILE__dev_kmsg");
-        MakeImage().PutDefaultHeaders();
-        ASSERT_TRUE(mImage->ok());
-        RunPass();
+        MakeDefaultImage();
     }
     void TearDown() override { unsetenv("ANDROID_FILE__dev_kmsg"); }
 
     void WriteKmsg(const std::string& text) {
         std::ofstream(RootPath("/dev/kmsg"), std::ios::binary) << text;
     }
-    // The copy, and what it printed.
-    int64_t Copy(std::string* printed = nullptr) {
-        ::testing::internal::CaptureStdout();
-        const int64_t copied = blackbox::copy_kmsg_to_black_box(&mHeaders);
-        std::string out = ::testing::internal::GetCapturedStdout();
-        if (printed != nullptr) *printed = out;
-        return copied;
+    int64_t Copy() {
+        return Printing([&] { return blackbox::copy_kmsg_to_black_box(&mHeaders); });
     }
     // The area's text up to the first byte never written.
     std::string Area(size_t length) const {
@@ -43,7 +36,7 @@ class KmsgCopyTest : public BlackBoxTest {
     }
 };
 
-TEST_F(KmsgCopyTest, OneLinePerRecordOfAMultiRecordRead) {
+TEST_F(KmsgCopyTest, OneLinePerRecordUntilOnePast100Seconds) {
     LogCapture log;
     WriteKmsg(
             "6,1,1500000,-;first line\n SUBSYSTEM=acpi\n DEVICE=+acpi:LNXPWRBN:00\n"
@@ -55,12 +48,14 @@ TEST_F(KmsgCopyTest, OneLinePerRecordOfAMultiRecordRead) {
             "number\n6,,99000007,-;no sequence\n"
             // Blanks before the text are dropped; a NUL ends the record.
             "6,10,99000005,-; \t spaced\n" +
-            std::string("6,11,99000006,-;cut\0hidden\n6,12,9\0,-;x\n", 39));
+            std::string("6,11,99000006,-;cut\0hidden\n6,12,9\0,-;x\n", 39) +
+            "6,13,100999999,-;last kept\n6,14,101000000,-;too late\n6,15,5000000,-;after\n");
     const std::string expected =
             "[    1.500000][ -] first line\n[    2.000001][ T42] second\n"
             "[   99.000000][ c] third\n[   99.000001][ T12345678901] widest\n"
-            "[   99.000005][ -] spaced\n[   99.000006][ -] cut\n";
+            "[   99.000005][ -] spaced\n[   99.000006][ -] cut\n[  100.999999][ -] last kept\n";
     EXPECT_EQ(Copy(), static_cast<int64_t>(expected.size()));
+    EXPECT_EQ(mPrinted, "time >= 100s, stop write.\n");
     EXPECT_EQ(Area(expected.size()), expected);
     EXPECT_EQ(mImage->Bytes(kSlot1 + 52, 11), std::string("boot_kmesg\0", 11));
     EXPECT_EQ(mImage->Bytes(kSlot1 + 72, 10), std::string("dotting 1\0", 10));
@@ -78,14 +73,6 @@ TEST_F(KmsgCopyTest, OverlongRecordIsCutAndAnUnterminatedLastOneKept) {
     EXPECT_EQ(Area(expected.size()), expected);
 }
 
-TEST_F(KmsgCopyTest, StopsAtTheFirstRecordPast100Seconds) {
-    WriteKmsg("6,1,100999999,-;last kept\n6,2,101000000,-;too late\n6,3,5000000,-;after\n");
-    std::string printed;
-    Copy(&printed);
-    EXPECT_EQ(Area(100), "[  100.999999][ -] last kept\n");
-    EXPECT_EQ(printed, "time >= 100s, stop write.\n");
-}
-
 TEST_F(KmsgCopyTest, StopsWhenTheAreaIsFull) {
     // Records longer than half a read, so that they straddle read boundaries.
     const std::string message(5000, 'm');
@@ -97,9 +84,8 @@ TEST_F(KmsgCopyTest, StopsWhenTheAreaIsFull) {
     WriteKmsg(kmsg);
     mImage->PutBytes(kSlot1 + kDottingArea, "D");  // first byte of the dotting area
 
-    std::string printed;
-    EXPECT_EQ(Copy(&printed), 0x500000);
-    EXPECT_EQ(printed, "size >= 1M, stop write.\n");
+    EXPECT_EQ(Copy(), 0x500000);
+    EXPECT_EQ(mPrinted, "size >= 1M, stop write.\n");
     EXPECT_EQ(mImage->Bytes(kArea, 0x500000), lines.substr(0, 0x500000));
     EXPECT_EQ(mImage->Bytes(kSlot1 + kDottingArea, 1), "D");
 }
@@ -115,29 +101,29 @@ TEST_F(KmsgCopyTest, UntrustedAreaIsBoundedByTheSlotAndThePartition) {
     EXPECT_EQ(mImage->size(), kArea + 100);
     EXPECT_EQ(Area(100), line.substr(0, 100));
 
-    mHeaders.log.kmsg_offset = kSlotSize;
+    ASSERT_EQ(truncate(mImage->path().c_str(), kImageSize), 0);
+    mHeaders.log.kmsg_offset = kSlotSize;  // the slot's end, inside the partition
     EXPECT_EQ(Copy(), -1);
     EXPECT_EQ(log.count(kTag, "kmsg area out of range"), 1);
 }
 
-TEST_F(KmsgCopyTest, InitsDescriptorIsUsedAndLeftOpen) {
-    LogCapture log;
-    WriteKmsg("6,1,7000000,kern;from init\n");
-    int fd = open(RootPath("/dev/kmsg").c_str(), O_RDONLY | O_CLOEXEC);
-    setenv("ANDROID_FILE__dev_kmsg", std::to_string(fd).c_str(), 1);
-    Copy();
-    EXPECT_EQ(Area(100), "[    7.000000][ kern] from init\n");
-    EXPECT_EQ(log.count(kTag, "android_get_control_file failed"), 0);
-    EXPECT_GE(fcntl(fd, F_GETFD), 0) << "init's descriptor is not ours to close";
-    close(fd);
-}
-
-TEST_F(KmsgCopyTest, MissingSourcesStopBeforeAnyWrite) {
+// Init's descriptor is used and left open; without it, /dev/kmsg is opened, and
+// without that or the partition nothing is written.
+TEST_F(KmsgCopyTest, KernelLogSources) {
     LogCapture log;
     const std::string slotBefore = mImage->Bytes(kSlot1, 140);
     EXPECT_EQ(Copy(), -1);
     EXPECT_TRUE(log.contains(kTag, "open /dev/kmsg fail 2(No such file or directory)\n"));
     EXPECT_EQ(mImage->Bytes(kSlot1, 140), slotBefore);
+
+    WriteKmsg("6,1,7000000,kern;from init\n");
+    int fd = open(RootPath("/dev/kmsg").c_str(), O_RDONLY | O_CLOEXEC);
+    setenv("ANDROID_FILE__dev_kmsg", std::to_string(fd).c_str(), 1);
+    Copy();
+    EXPECT_EQ(Area(100), "[    7.000000][ kern] from init\n");
+    EXPECT_EQ(log.count(kTag, "android_get_control_file failed"), 1) << "init's descriptor taken";
+    EXPECT_GE(fcntl(fd, F_GETFD), 0) << "init's descriptor is not ours to close";
+    close(fd);
 
     std::remove(mImage->path().c_str());
     EXPECT_EQ(Copy(), -1);
