@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -122,27 +121,6 @@ TEST_F(InspectTest, UntrustedHeadersAreReportedNotFollowed) {
     EXPECT_TRUE(tree["log_content_header"]["valid"].asBool());
     EXPECT_TRUE(HasError(tree, "black_box_log_header at 0x1000 lies outside the file"));
     EXPECT_TRUE(HasError(tree, "control_content_header at 0x9800000 lies outside the file"));
-}
-
-// Random images, half of them with planted magics in front of random
-// offsets: every offset a header gives is checked before it is followed.
-TEST_F(InspectTest, RandomImagesCompleteWithErrors) {
-    std::mt19937_64 random(20240611);
-    for (int round = 0; round < 64; ++round) {
-        const uint64_t size = random() % 0x20000;
-        std::string bytes(size, '\0');
-        for (auto& byte : bytes) byte = static_cast<char>(random());
-        Image(size).PutBytes(0, bytes);
-        if (round % 2 == 1 && size >= 0x1000) {
-            const uint32_t content = static_cast<uint32_t>(random() % size);
-            mImage->PutU64(0, 0x56775AF41BCDE0F0);
-            mImage->PutU32(0x14, content);
-            mImage->PutU64(content, 0xE99BB480DD25E1F0);
-        }
-        const Json::Value tree = Inspect();
-        EXPECT_FALSE(tree["valid"].asBool()) << "round " << round;
-        EXPECT_FALSE(tree["errors"].empty());
-    }
 }
 
 TEST(JsonTextTest, RendersAnyTreeAsIndentedLines) {
