@@ -2,12 +2,14 @@
 // the development private key.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <string>
 
 #include "DevKey.h"
+#include "TempRoot.h"
 #include "modules/HardWareInfo/HwInfoCrypto.h"
 #include "modules/HardWareInfo/hwInfoModule.h"
 
@@ -66,8 +68,8 @@ TEST(HwInfoCryptoTest, RecordsDecryptWithThePrivateKeyUpTo245Bytes) {
 // One record in the region: 344 characters of base64, a newline and a NUL,
 // never past the partition's end.
 TEST(HwInfoCryptoTest, ARecordIsWrittenWholeOrNotAtAll) {
-    char path[] = "/tmp/hwinfo-region.XXXXXX";
-    const int fd = mkstemp(path);
+    TempRoot root;
+    const int fd = open((root.path() + "/region").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     ASSERT_GE(fd, 0);
     ASSERT_EQ(ftruncate(fd, 1000), 0);
     EXPECT_EQ(HardWareInfoModule::WriteEncryptData(fd, "[SOC_ID]: 557\n"), 346);
@@ -84,7 +86,6 @@ TEST(HwInfoCryptoTest, ARecordIsWrittenWholeOrNotAtAll) {
     ASSERT_EQ(lseek(fd, 0, SEEK_SET), 0);
     EXPECT_EQ(HardWareInfoModule::WriteEncryptData(fd, std::string(246, 'x').c_str()), -1);
     close(fd);
-    unlink(path);
 }
 
 }  // namespace
