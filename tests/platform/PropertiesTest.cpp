@@ -23,17 +23,6 @@ class PropertiesTest : public ::testing::Test {
     testing::TempRoot mRoot;
 };
 
-TEST_F(PropertiesTest, SetThenGetWithDefaults) {
-    EXPECT_EQ(GetProperty("vendor.test.unset", "dflt"), "dflt");
-    ASSERT_TRUE(SetProperty("vendor.minidump.is.valid", "1"));
-    EXPECT_EQ(GetProperty("vendor.minidump.is.valid", ""), "1");
-    ASSERT_TRUE(SetProperty("vendor.minidump.is.valid", "0"));
-    EXPECT_EQ(GetProperty("vendor.minidump.is.valid", ""), "0");
-    // An empty value reads as unset, as on a device.
-    ASSERT_TRUE(SetProperty("vendor.test.empty", ""));
-    EXPECT_EQ(GetProperty("vendor.test.empty", "dflt"), "dflt");
-}
-
 TEST_F(PropertiesTest, OversizedOrForeignFilesAreNotValues) {
     const std::string dir = mRoot.path() + "/dev/__properties__";
     EXPECT_EQ(GetProperty("vendor.test.any", "dflt"), "dflt") << "no store folder yet";
@@ -51,21 +40,26 @@ TEST_F(PropertiesTest, OversizedOrForeignFilesAreNotValues) {
     }
 }
 
+// Each value as true (1), false (0) or neither (-1, the default holds).
 TEST_F(PropertiesTest, BoolValues) {
-    for (const char* yes : {"1", "y", "yes", "on", "true"}) {
-        ASSERT_TRUE(SetProperty("persist.test.flag", yes));
-        EXPECT_TRUE(GetBoolProperty("persist.test.flag", false)) << yes;
+    const std::pair<const char*, int> cases[] = {{"1", 1},    {"y", 1},     {"yes", 1},   {"on", 1},
+                                                 {"true", 1}, {"0", 0},     {"n", 0},     {"no", 0},
+                                                 {"off", 0},  {"false", 0}, {"maybe", -1}};
+    for (const auto& [value, meaning] : cases) {
+        ASSERT_TRUE(SetProperty("persist.test.flag", value));
+        EXPECT_EQ(GetBoolProperty("persist.test.flag", false), meaning == 1) << value;
+        EXPECT_EQ(GetBoolProperty("persist.test.flag", true), meaning != 0) << value;
     }
-    for (const char* no : {"0", "n", "no", "off", "false"}) {
-        ASSERT_TRUE(SetProperty("persist.test.flag", no));
-        EXPECT_FALSE(GetBoolProperty("persist.test.flag", true)) << no;
-    }
-    ASSERT_TRUE(SetProperty("persist.test.flag", "maybe"));
-    EXPECT_TRUE(GetBoolProperty("persist.test.flag", true));
-    EXPECT_FALSE(GetBoolProperty("persist.test.flag", false));
 }
 
-TEST_F(PropertiesTest, RejectsWhatADeviceRejects) {
+TEST_F(PropertiesTest, SetAndGetAsOnADevice) {
+    EXPECT_EQ(GetProperty("vendor.test.unset", "dflt"), "dflt");
+    ASSERT_TRUE(SetProperty("vendor.minidump.is.valid", "1"));
+    ASSERT_TRUE(SetProperty("vendor.minidump.is.valid", "0"));
+    EXPECT_EQ(GetProperty("vendor.minidump.is.valid", ""), "0");
+    // An empty value reads as unset.
+    ASSERT_TRUE(SetProperty("vendor.test.empty", ""));
+    EXPECT_EQ(GetProperty("vendor.test.empty", "dflt"), "dflt");
     for (const char* bad : {"", ".a", "a.", "a..b", "a/b", "../etc/passwd", "a b", "a\nb"}) {
         EXPECT_FALSE(SetProperty(bad, "1")) << bad;
         EXPECT_EQ(GetProperty(bad, "none"), "none") << bad;
