@@ -15,6 +15,9 @@
 
 namespace zelkor::tessel::testing {
 
+// The tag of every log line the blackbox code writes.
+constexpr char kTag[] = "BSPLogProcessor-BlackBox";
+
 class BlackBoxTest : public ::testing::Test {
   protected:
     void SetUp() override { ASSERT_TRUE(platform::SetRoot(mRoot.path())); }

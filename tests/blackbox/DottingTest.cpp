@@ -9,7 +9,6 @@
 namespace zelkor::tessel::testing {
 namespace {
 
-constexpr char kTag[] = "BSPLogProcessor-BlackBox";
 constexpr uint64_t kArea = kSlot1 + kDottingArea;
 constexpr uint64_t kRingStart = kSlot1 + 116;
 constexpr uint64_t kWriteOffset = kSlot1 + 128;

@@ -8,8 +8,6 @@
 namespace zelkor::tessel::testing {
 namespace {
 
-constexpr char kTag[] = "BSPLogProcessor-BlackBox";
-
 using HeaderPassTest = BlackBoxTest;
 
 TEST_F(HeaderPassTest, ZeroedPartitionGetsEveryDefaultHeader) {

@@ -11,7 +11,6 @@
 namespace zelkor::tessel::testing {
 namespace {
 
-constexpr char kTag[] = "BSPLogProcessor-BlackBox";
 constexpr uint64_t kArea = kSlot1 + kKmsgArea;
 
 class KmsgCopyTest : public BlackBoxTest {
