@@ -33,7 +33,7 @@ class HwInfoReadTest : public ::testing::Test {
     HardWareInfoModule mModule;
 };
 
-// Items are found by their exact key.
+// Items are found by their exact key and read from their line or property.
 TEST_F(HwInfoReadTest, FileItemsTakeTheirLineAndPropertyItemsTheirValue) {
     LogCapture log;
     const auto valueOf = [&](const char* key) {

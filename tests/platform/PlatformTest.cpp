@@ -56,7 +56,6 @@ TEST_F(PropertiesTest, BoolValues) {
 }
 
 TEST_F(PropertiesTest, SetAndGetAsOnADevice) {
-    EXPECT_EQ(GetProperty("vendor.test.unset", "dflt"), "dflt");
     ASSERT_TRUE(SetProperty("vendor.minidump.is.valid", "1"));
     ASSERT_TRUE(SetProperty("vendor.minidump.is.valid", "0"));
     EXPECT_EQ(GetProperty("vendor.minidump.is.valid", ""), "0");
