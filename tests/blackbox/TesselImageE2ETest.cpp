@@ -65,9 +65,9 @@ TEST_F(TesselImageE2ETest, CreatedImagesAndTheirInspection) {
     EXPECT_NE(out.find("\n  valid: false\n"), std::string::npos);
 }
 
-// Nothing but a regular file or a block device is an image: a FIFO never
-// holds a command up, and every refusal names the file and why, with exit
-// status 1 (2 for a bad argument, with one usage line).
+// A bad argument exits with status 2 and one usage line; a refusal with status
+// 1, naming the file and why. Nothing but a regular file or a block device is
+// an image: a FIFO never holds a command up.
 TEST_F(TesselImageE2ETest, RefusalsNameTheFileAndBadArgumentsTheUsage) {
     const std::string fifo = File("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -83,10 +83,11 @@ TEST_F(TesselImageE2ETest, RefusalsNameTheFileAndBadArgumentsTheUsage) {
     const std::string notImage = ": not a regular file or block device";
     const std::string notFile = ": is a folder, not a file";
     const auto add = [](const std::string& file, const char* slot, const std::string& kmsg) {
-        return std::vector<std::string>{"dump",           "add", file, "--slot", slot, "--section",
-                                        "md_kmsg=" + kmsg};
+        const std::string section = "md_kmsg=" + kmsg;
+        return std::vector<std::string>{"dump", "add", file, "--slot", slot, "--section", section};
     };
     const std::string image = File("x.img");
+    const std::string missing = File("missing.img");
     struct Case {
         std::vector<std::string> args;
         int status;
@@ -97,9 +98,7 @@ TEST_F(TesselImageE2ETest, RefusalsNameTheFileAndBadArgumentsTheUsage) {
             {{"inspect"}, 2, "usage: tessel-image inspect FILE [--json]"},
             {{"blackbox", "create", "a", "b"}, 2, ""},
             {{"--help"}, 0, ""},
-            {{"inspect", File("missing.img")},
-             1,
-             File("missing.img") + ": No such file or directory"},
+            {{"inspect", missing}, 1, missing + ": No such file or directory"},
             {{"blackbox", "create", File("no/such/dir.img")}, 1, ""},
             {{"inspect", fifo}, 1, fifo + notImage},
             {{"inspect", dir}, 1, dir + notFile},
