@@ -28,7 +28,8 @@ TEST_F(HeaderPassTest, ZeroedPartitionGetsEveryDefaultHeader) {
     EXPECT_EQ(RunPass(), 140);
 
     for (uint64_t offset : {uint64_t(0), uint64_t(0x400), kSlot1, kControl}) {
-        EXPECT_EQ(mImage->Bytes(offset, 140), expected.Bytes(offset, 140)) << std::hex << offset;
+        EXPECT_TRUE(mImage->Bytes(offset, 140) == expected.Bytes(offset, 140))
+                << std::hex << offset;
     }
     EXPECT_EQ(mImage->size(), kImageSize);
     EXPECT_TRUE(Contains(mPrinted,
@@ -53,7 +54,7 @@ TEST_F(HeaderPassTest, ValidHeadersAreKeptAndDumpCountPicksTheSlot) {
     EXPECT_EQ(mHeaders.slot_offset(), 0x1001000);
     EXPECT_EQ(mHeaders.log.kmsg_offset, 0x22000u);
     EXPECT_EQ(mHeaders.log.dotting_count, 77u);
-    EXPECT_EQ(image.Bytes(0, 0x2000) + image.Bytes(0x1001000, 140), before) << "rewritten";
+    EXPECT_TRUE(image.Bytes(0, 0x2000) + image.Bytes(0x1001000, 140) == before) << "rewritten";
     EXPECT_EQ(platform::GetProperty("vendor.blackbox.boot_index", ""), "4000000000");
 }
 
@@ -71,7 +72,7 @@ TEST_F(HeaderPassTest, BadDottingMagicIsRepairedJustPastTheHeader) {
     EXPECT_EQ(RunPass(), 140);
 
     EXPECT_EQ(image.Bytes(kSlot1, 140), slotBefore) << "the slot start is not touched";
-    EXPECT_EQ(image.Bytes(kSlot1 + 140, 140), expected.Bytes(0, 140));
+    EXPECT_TRUE(image.Bytes(kSlot1 + 140, 140) == expected.Bytes(0, 140));
     EXPECT_EQ(mHeaders.log.ring_start, -1);
     EXPECT_EQ(mHeaders.log.dotting_count, 0u);
 }
@@ -82,7 +83,7 @@ TEST_F(HeaderPassTest, UnreachableHeadersAreReportedAndNothingWrittenOutside) {
     EXPECT_EQ(RunPass(), -1);
     EXPECT_EQ(image.size(), kSlot1 + 60);
     EXPECT_EQ(image.U64(0x400), 0xE99BB480DD25E1F0u) << "headers inside the image are stamped";
-    EXPECT_EQ(image.Bytes(kSlot1, 60), std::string(60, '\0'));
+    EXPECT_TRUE(image.Bytes(kSlot1, 60) == std::string(60, '\0'));
     EXPECT_TRUE(Contains(mPrinted, "Read log_content_header error!!!\n"));
     EXPECT_TRUE(Contains(mPrinted, "Read control_content_header error!!!\n"));
     EXPECT_EQ(log.count(kTag, "write black_box_log_header failed 28(No space left on device)"), 1);
@@ -99,7 +100,7 @@ TEST_F(HeaderPassTest, UnreachableHeadersAreReportedAndNothingWrittenOutside) {
     const std::string start = mImage->Bytes(0, 0x2000);
     EXPECT_EQ(RunPass(), -1);
     EXPECT_EQ(mHeaders.slot_offset(), -0x7FF000);
-    EXPECT_EQ(mImage->Bytes(0, 0x2000), start);
+    EXPECT_TRUE(mImage->Bytes(0, 0x2000) == start);
     EXPECT_EQ(log.count(kTag, "write black_box_log_header failed 22(Invalid argument)"), 1);
 }
 
@@ -108,7 +109,7 @@ TEST_F(HeaderPassTest, ReadOnlyPassRepairsInMemoryOnly) {
     TestImage& image = MakeImage(kSlot1 + 10);
     EXPECT_EQ(RunPass(blackbox::HeaderPassMode::kReadOnly), -1);
 
-    EXPECT_EQ(image.Bytes(0, kSlot1 + 10), std::string(kSlot1 + 10, '\0'));
+    EXPECT_TRUE(image.Bytes(0, kSlot1 + 10) == std::string(kSlot1 + 10, '\0'));
     EXPECT_EQ(mHeaders.table.magic, 0x56775AF41BCDE0F0u);
     EXPECT_EQ(mHeaders.control.hwinfo_offset, 0x9882000u);
     EXPECT_STREQ(mHeaders.log.cur_name, "boot_kmesg");
@@ -281,7 +282,7 @@ TEST_F(DottingTest, UntrustedOffsetsNeverWriteOutsideTheArea) {
     RunPass();
     EXPECT_EQ(Dot(std::string(30, 'z')), 140);
     EXPECT_TRUE(log.contains(kTag, "write string failed! error: 28(No space left on device)\n"));
-    EXPECT_EQ(mImage->Bytes(kArea + kDottingAreaSize - 5, 13), std::string(13, '\0'));
+    EXPECT_TRUE(mImage->Bytes(kArea + kDottingAreaSize - 5, 13) == std::string(13, '\0'));
     // A boot phase that fills the area exactly carries on from ring_start,
     // which is still -1; the next record then has nowhere to go.
     Dot("12345");
@@ -368,7 +369,7 @@ TEST_F(KmsgCopyTest, StopsWhenTheAreaIsFull) {
 
     EXPECT_EQ(Copy(), 0x500000);
     EXPECT_EQ(mPrinted, "size >= 1M, stop write.\n");
-    EXPECT_EQ(mImage->Bytes(kArea, 0x500000), lines.substr(0, 0x500000));
+    EXPECT_TRUE(mImage->Bytes(kArea, 0x500000) == lines.substr(0, 0x500000));
     EXPECT_EQ(mImage->Bytes(kSlot1 + kDottingArea, 1), "D");
 }
 
@@ -396,7 +397,7 @@ TEST_F(KmsgCopyTest, KernelLogSources) {
     const std::string slotBefore = mImage->Bytes(kSlot1, 140);
     EXPECT_EQ(Copy(), -1);
     EXPECT_TRUE(log.contains(kTag, "open /dev/kmsg fail 2(No such file or directory)\n"));
-    EXPECT_EQ(mImage->Bytes(kSlot1, 140), slotBefore);
+    EXPECT_TRUE(mImage->Bytes(kSlot1, 140) == slotBefore);
 
     WriteKmsg("6,1,7000000,kern;from init\n");
     int fd = open(RootPath("/dev/kmsg").c_str(), O_RDONLY | O_CLOEXEC);
