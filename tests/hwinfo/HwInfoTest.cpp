@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "DevKey.h"
 #include "LogCapture.h"
@@ -80,12 +81,10 @@ std::string Encode(const std::string& bytes) {
 }
 
 TEST(HwInfoCryptoTest, Base64IsTheStandardAlphabetWithPadding) {
-    EXPECT_EQ(Encode(""), "");
-    EXPECT_EQ(Encode("f"), "Zg==");
-    EXPECT_EQ(Encode("fo"), "Zm8=");
-    EXPECT_EQ(Encode("foo"), "Zm9v");
-    EXPECT_EQ(Encode("foobar"), "Zm9vYmFy");
-    EXPECT_EQ(Encode(std::string("\xfb\xff\xbf", 3)), "+/+/");
+    const std::pair<std::string, const char*> cases[] = {
+            {"", ""},        {"f", "Zg=="},          {"fo", "Zm8="},
+            {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}, {"\xfb\xff\xbf", "+/+/"}};
+    for (const auto& [bytes, text] : cases) EXPECT_EQ(Encode(bytes), text) << text;
     EXPECT_EQ(HwInfo::base64_encode(nullptr, -1), nullptr);
 }
 
