@@ -7,7 +7,6 @@
 
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "TempRoot.h"
 #include "TestImage.h"
@@ -15,6 +14,9 @@
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::testing {
+
+// The tag of every log line the blackbox code writes.
+constexpr char kTag[] = "BSPLogProcessor-BlackBox";
 
 class BlackBoxTest : public ::testing::Test {
   protected:
@@ -32,22 +34,41 @@ class BlackBoxTest : public ::testing::Test {
         return *mImage;
     }
 
-    // The header pass over the image, into mHeaders; what it printed goes to
-    // `printed` when given.
-    int RunPass(blackbox::HeaderPassMode mode = blackbox::HeaderPassMode::kRepair,
-                std::string* printed = nullptr) {
+    // What `run` returns; what it printed goes to mPrinted.
+    template <typename Run>
+    auto Printing(Run run) {
         ::testing::internal::CaptureStdout();
-        int fd = open(mImage->path().c_str(), O_RDWR | O_CLOEXEC);
-        int result = blackbox::handle_black_box_headers(fd, &mHeaders, mode);
-        close(fd);
-        std::string out = ::testing::internal::GetCapturedStdout();
-        if (printed != nullptr) *printed = std::move(out);
+        auto result = run();
+        mPrinted = ::testing::internal::GetCapturedStdout();
         return result;
+    }
+
+    // The header pass over the image, into mHeaders.
+    int RunPass(blackbox::HeaderPassMode mode = blackbox::HeaderPassMode::kRepair) {
+        return Printing([&] {
+            int fd = open(mImage->path().c_str(), O_RDWR | O_CLOEXEC);
+            int result = blackbox::handle_black_box_headers(fd, &mHeaders, mode);
+            close(fd);
+            return result;
+        });
+    }
+
+    // A partition with the default headers, through the header pass.
+    void MakeDefaultImage() {
+        MakeImage().PutDefaultHeaders();
+        ASSERT_TRUE(mImage->ok());
+        RunPass();
     }
 
     TempRoot mRoot;
     std::unique_ptr<TestImage> mImage;
     blackbox::BlackBoxHeaders mHeaders;
+    std::string mPrinted;
 };
+
+inline ::testing::AssertionResult Contains(const std::string& text, const std::string& part) {
+    if (text.find(part) != std::string::npos) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "no \"" << part << "\" in:\n" << text;
+}
 
 }  // namespace zelkor::tessel::testing

