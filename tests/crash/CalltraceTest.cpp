@@ -51,7 +51,7 @@ class CalltraceTest : public CrashTest {
 TEST_F(CalltraceTest, RealArm64OopsGivesItsFirstEightFrames) {
     NewDump(true);
     Write(kLastKmsg, std::string("[  100.000000][    T1] init: starting service\n") + kRealOops);
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_KERNEL, CRASH_KPANIC, "kpanic",
+    EXPECT_VERDICT(Parse(), CRASH_KPANIC,
                    "[  163.745001][  T163] Unable to handle kernel NULL pointer dereference at "
                    "virtual address 0000000000000000");
     EXPECT_EQ(crash_stacktrace(), kRealTrace);
