@@ -197,6 +197,12 @@ TEST_F(ZipFileTest, FailingInputsFailTheFlushWhileTheArchiveStillCloses) {
     auto entries = Read("/data/out/partial.zip");
     EXPECT_EQ(entries.size(), 9u);
     ExpectWhole(entries, {"/data/log/vanished.txt", "/data/log/fifo", "/data/log/entry/dangling"});
+    // One failing input alone, loose or in a folder, fails the close too.
+    for (const char* input : {"/data/log/vanished.txt", "/data/log/entry"}) {
+        ZipFile alone({input}, 0);
+        ASSERT_TRUE(alone.create("/data/out/alone.zip"));
+        EXPECT_FALSE(alone.close()) << input;
+    }
 }
 
 }  // namespace
