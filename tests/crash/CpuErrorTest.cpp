@@ -37,7 +37,6 @@ TEST_F(CrashTest, CpusysEdacStatusCountsOnlyAfterTheInterrupt) {
 }
 
 TEST_F(CrashTest, PanicIsKpanicUnlessACpuErrorExplainsIt) {
-    NewDump(true);
     const std::string panic = "[ 9.0][ T1] Kernel panic - not syncing: Asynchronous SError\n";
     Write(kLastKmsg, panic);
     EXPECT_VERDICT(Parse(), CRASH_KPANIC,

@@ -15,9 +15,13 @@ namespace zelkor::tessel::testing {
 using namespace Minidump;
 
 // The minidump tests' root (its ReadFile, Exists, log capture), with text
-// files written whole.
+// files written whole; this run took a new dump unless a test says otherwise.
 class CrashTest : public MinidumpTest {
   protected:
+    void SetUp() override {
+        MinidumpTest::SetUp();
+        NewDump(true);
+    }
     void Write(const std::string& devicePath, const std::string& text) const {
         std::filesystem::create_directories(std::filesystem::path(Host(devicePath)).parent_path());
         std::ofstream out(Host(devicePath), std::ios::binary | std::ios::trunc);

@@ -8,14 +8,12 @@ constexpr char kPanicKmsg[] =
         "[  812.004511][  T412] Kernel panic - not syncing: Oops: Fatal exception\n";
 
 TEST_F(CrashTest, NothingAnywhereIsNoCrash) {
-    NewDump(true);
     Write(kPowerupReasonNode, "hard_reset\n");
     EXPECT_TRUE(NoCrash(After(kXblScLogsPartition, std::string(4096, '\xff'))));
     EXPECT_EQ(crash_stacktrace(), "");
 }
 
 TEST_F(CrashTest, UefiLogIsTriedFirstAndItsTableOrderDecides) {
-    NewDump(true);
     Write(kLastKmsg, kPanicKmsg);
     EXPECT_VERDICT(After(kUefiLog0, "B - 1000 - PON by SMPL\r\n"), CRASH_SMPL,
                    "B - 1000 - PON by SMPL");
@@ -30,13 +28,11 @@ TEST_F(CrashTest, DumpFilesAreReadOnlyWhenThisRunTookANewDump) {
     Write(kLastWarmresetXbllog, "XBLRamDump_MiniDump failed\r\n");
     NewDump(false);
     EXPECT_TRUE(NoCrash(Parse()));
-
     NewDump(true);
     EXPECT_EQ(Parse().subType, CRASH_DUMP_PROCESS_FAIL);
 }
 
 TEST_F(CrashTest, WarmResetLogRanksFailedDumpSmplComboKeysThenOcp) {
-    NewDump(true);
     Write(kLastKmsg, kPanicKmsg);
     EXPECT_VERDICT(After(kLastWarmresetXbllog,
                          "PM_OCP\r\nReset by PWR & Resin S2\r\nPON Reset. trigger 0x1\r\n"
@@ -60,7 +56,6 @@ TEST_F(CrashTest, WarmResetLogRanksFailedDumpSmplComboKeysThenOcp) {
 }
 
 TEST_F(CrashTest, KernelLogBugLineBeatsKeywordsAndKeywordsGoByTableOrder) {
-    NewDump(true);
     EXPECT_VERDICT(After(kLastKmsg,
                          "[   10.000000][    T1] Trigger a crash\n"
                          "[   11.000000][    T1] QCOM Apps Watchdog bark! Now = 11.0\n"
@@ -78,7 +73,6 @@ TEST_F(CrashTest, KernelLogBugLineBeatsKeywordsAndKeywordsGoByTableOrder) {
 }
 
 TEST_F(CrashTest, BinaryAndOverlongKernelLogsAreReadInBoundedPieces) {
-    NewDump(true);
     // Half a MiB without a line end, NUL and erased bytes, then a BUG line
     // whose text follows a NUL: all of it is looked at, 511 bytes at a time.
     std::string log(512 * 1024, '\xff');
@@ -91,7 +85,6 @@ TEST_F(CrashTest, BinaryAndOverlongKernelLogsAreReadInBoundedPieces) {
 }
 
 TEST_F(CrashTest, QuietKernelLogLeavesItToTheTrustZone) {
-    NewDump(true);
     Write(kLastKmsg, "[    1.0][    T1] quiet\n");
     // Enciphered: the status line never appears.
     Write(kLastTzlog, "\x9a\x10\xfe garbage NON_SECURE_WDT\n");
