@@ -52,8 +52,7 @@ TEST_F(CrashTest, PanicIsKpanicUnlessACpuErrorExplainsIt) {
                    "ERXMISC0_EL1 = 0x30000000");
     // ...unless "last_cpusys" has one first.
     Write(kLastCpusys, "EDAC PPI interrupt received\nERXSTATUS_EL1: ce000002\n");
-    EXPECT_EQ(Parse().subType, CRASH_CPU_EDAC_CORRECT);
-    EXPECT_EQ(Parse().detail, "ERXSTATUS_EL1: ce000002");
+    EXPECT_VERDICT(Parse(), CRASH_CPU_EDAC_CORRECT, "ERXSTATUS_EL1: ce000002");
 
     // The kernel log's own CPU errors come first, by table order, not
     // position, wherever they stand around the panic.
