@@ -49,9 +49,8 @@ class CalltraceTest : public CrashTest {
 };
 
 TEST_F(CalltraceTest, RealArm64OopsGivesItsFirstEightFrames) {
-    NewDump(true);
     Write(kLastKmsg, std::string("[  100.000000][    T1] init: starting service\n") + kRealOops);
-    EXPECT_VERDICT(Parse(), CRASH_MAIN_KERNEL, CRASH_KPANIC, "kpanic",
+    EXPECT_VERDICT(Parse(), CRASH_KPANIC,
                    "[  163.745001][  T163] Unable to handle kernel NULL pointer dereference at "
                    "virtual address 0000000000000000");
     EXPECT_EQ(crash_stacktrace(), kRealTrace);
@@ -77,7 +76,6 @@ TEST_F(CalltraceTest, OtherContextsAreSkippedAndFramelessLinesMarked) {
 }
 
 TEST_F(CalltraceTest, TraceStartsAfterTheCrashLineAndStaysBounded) {
-    NewDump(true);
     // The warning's trace comes before the crash and is not the crash's.
     Write(kLastKmsg,
           "[ 1.0][  T10] WARNING: CPU: 0 PID: 10 at kernel/foo.c:1\n"

@@ -1,6 +1,6 @@
 // Stamping the UEFI logs, keeping the log of an "other" reset by boot index,
 // and pruning the kept copies.
-#include <cstdio>
+#include <regex>
 
 #include "CrashTestSupport.h"
 #include "modules/BSPLogProcessor/GeneralLogUtils.h"
@@ -9,15 +9,11 @@ namespace zelkor::tessel::testing {
 namespace {
 
 // "=== Dump occured at 2024-05-06 13:04:05 ===", twenty blanks and a newline;
-// an hour below 10 has a blank in place of the leading zero.
+// an hour below 10 has a single digit.
 bool IsStamp(const std::string& line) {
-    int y, mo, d, h, mi, sec, end = -1;
-    if (sscanf(line.c_str(), "=== Dump occured at %4d-%2d-%2d%3d:%2d:%2d ===%n", &y, &mo, &d, &h,
-               &mi, &sec, &end) != 6 ||
-        end < 0 || line.size() < 31 || line[30] != ' ') {
-        return false;
-    }
-    return line.substr(end) == std::string(20, ' ') + "\n";
+    static const std::regex kStamp(
+            "=== Dump occured at \\d{4}-\\d\\d-\\d\\d \\d{1,2}:\\d\\d:\\d\\d === {20}\n");
+    return std::regex_match(line, kStamp);
 }
 
 constexpr char kKept[] = "Other_Ufilog_";
@@ -74,14 +70,14 @@ TEST_F(LogUtilsTest, OnlyTheFiveHighestBootIndexesStay) {
 }
 
 TEST_F(LogUtilsTest, BootIndexIsTheFirstNumberOfItsLine) {
-    Write("/dev/logfs/a.txt", "boot 7\nslot 12: boot_index = 40\nboot_index 3\n");
-    EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/a.txt"), 12);
-    Write("/dev/logfs/a.txt", "boot_index: none\n");
-    EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/a.txt"), -1);
-    Write("/dev/logfs/a.txt", "boot_index 99999999999\n");
-    EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/a.txt"), -1);
-    Write("/dev/logfs/a.txt", "no index at all 5\n");
-    EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/a.txt"), -1);
+    const auto indexOf = [&](const std::string& text) {
+        Write("/dev/logfs/a.txt", text);
+        return GeneralLogUtils::get_boot_index("/dev/logfs/a.txt");
+    };
+    EXPECT_EQ(indexOf("boot 7\nslot 12: boot_index = 40\nboot_index 3\n"), 12);
+    EXPECT_EQ(indexOf("boot_index: none\n"), -1);
+    EXPECT_EQ(indexOf("boot_index 99999999999\n"), -1);
+    EXPECT_EQ(indexOf("no index at all 5\n"), -1);
     EXPECT_EQ(GeneralLogUtils::get_boot_index("/dev/logfs/missing.txt"), -1);
 }
 

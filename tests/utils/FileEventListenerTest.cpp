@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
-#include <thread>
 
 #include "LogCapture.h"
 #include "TempRoot.h"

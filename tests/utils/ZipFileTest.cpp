@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -88,16 +87,19 @@ class ZipFileTest : public ::testing::Test {
         while (std::getline(lines, line)) entries.push_back(line);
         return entries;
     }
-    // Every file entry holds the bytes of the file it names, but those of
+    // Every entry is flagged UTF-8, deflated (8) and dated today; a folder's
+    // is empty, a file's holds the bytes of the file it names, but those of
     // `failed`, which are empty.
     static void ExpectWhole(const std::vector<std::string>& entries,
                             const std::set<std::string>& failed = {}) {
         for (const auto& e : entries) {
-            if (failed.count(NameOf(e)) != 0) {
-                EXPECT_EQ(e.substr(e.rfind('|', e.rfind('|') - 1)), "|0|nofile") << e;
-            } else if (NameOf(e).back() != '/') {
-                EXPECT_EQ(e.substr(e.rfind('|')), "|same") << e;
-            }
+            const std::string name = NameOf(e);
+            const bool dir = name.back() == '/', lost = failed.count(name) != 0;
+            const std::string size = e.substr(name.size() + 7, e.rfind('|') - name.size() - 7);
+            EXPECT_EQ(e, name + "|1|8|1|" + (dir || lost ? "0" : size) +
+                                 (dir    ? "|-"
+                                  : lost ? "|nofile"
+                                         : "|same"));
         }
     }
 
@@ -105,19 +107,7 @@ class ZipFileTest : public ::testing::Test {
     LogCapture mLog{ANDROID_LOG_VERBOSE};
 };
 
-TEST_F(ZipFileTest, FolderGivesItsEntryThenEveryFileWithTheEntryFormat) {
-    // UTF-8 flag, deflate, dated today, size.
-    auto entries = Zip({"/data/log/entry"}, 0);
-    ASSERT_EQ(entries.size(), 5u);
-    EXPECT_EQ(entries[0], "/data/log/entry/|1|8|1|0|-");
-    EXPECT_EQ(std::set<std::string>(entries.begin() + 1, entries.end()),
-              (std::set<std::string>{"/data/log/entry/a.txt|1|8|1|14|same",
-                                     "/data/log/entry/sub/b.bin|1|8|1|1048576|same",
-                                     "/data/log/entry/sub/deeper/c.log|1|8|1|300000|same",
-                                     "/data/log/entry/empty|1|8|1|0|same"}));
-}
-
-TEST_F(ZipFileTest, TailDepthNamesEntriesByTheirLastComponents) {
+TEST_F(ZipFileTest, FolderGivesItsEntryThenItsFilesNamedByTheTailDepth) {
     const std::vector<std::string> both = {"/data/log/single.txt", "/data/log/entry"};
     const struct {
         std::vector<std::string> inputs;
@@ -125,6 +115,7 @@ TEST_F(ZipFileTest, TailDepthNamesEntriesByTheirLastComponents) {
         std::string base;    // where the named files lie
         std::string prefix;  // of every name
     } cases[] = {
+            {{"/data/log/entry"}, 0, "/", "/data/log/"},
             {both, -1, "/", "/data/log/"},
             {both, 1, "/data/log", ""},
             {both, 2, "/data", "log/"},
@@ -136,7 +127,8 @@ TEST_F(ZipFileTest, TailDepthNamesEntriesByTheirLastComponents) {
         SCOPED_TRACE(c.prefix + " " + std::to_string(c.depth));
         // The inputs' own entries come first, in input order.
         std::vector<std::string> expected;
-        if (c.inputs.size() == 2) expected = {c.prefix + "single.txt", c.prefix + "entry/"};
+        if (c.inputs.size() == 2) expected = {c.prefix + "single.txt"};
+        if (c.inputs.back().back() != '/') expected.push_back(c.prefix + "entry/");
         for (const char* file : {"a.txt", "sub/b.bin", "sub/deeper/c.log", "empty"}) {
             expected.push_back(c.prefix + "entry/" + file);
         }
@@ -144,10 +136,9 @@ TEST_F(ZipFileTest, TailDepthNamesEntriesByTheirLastComponents) {
         std::vector<std::string> names;
         for (const auto& e : entries) names.push_back(NameOf(e));
         ASSERT_EQ(names.size(), expected.size());
-        EXPECT_TRUE(std::equal(expected.begin(), expected.end() - 4, names.begin()));
-        std::sort(names.begin(), names.end());
-        std::sort(expected.begin(), expected.end());
-        EXPECT_EQ(names, expected);
+        EXPECT_EQ(std::vector(names.begin(), names.end() - 4),
+                  std::vector(expected.begin(), expected.end() - 4));
+        EXPECT_EQ(std::set(names.begin(), names.end()), std::set(expected.begin(), expected.end()));
         ExpectWhole(entries);
     }
 }
@@ -204,6 +195,12 @@ TEST_F(ZipFileTest, FailingInputsFailTheFlushWhileTheArchiveStillCloses) {
     auto entries = Read("/data/out/partial.zip");
     EXPECT_EQ(entries.size(), 9u);
     ExpectWhole(entries, {"/data/log/vanished.txt", "/data/log/fifo", "/data/log/entry/dangling"});
+    // One failing input alone, loose or in a folder, fails the close too.
+    for (const char* input : {"/data/log/vanished.txt", "/data/log/entry"}) {
+        ZipFile alone({input}, 0);
+        ASSERT_TRUE(alone.create("/data/out/alone.zip"));
+        EXPECT_FALSE(alone.close()) << input;
+    }
 }
 
 }  // namespace
