@@ -499,38 +499,41 @@ binder_status_t writeBytes(AParcel* parcel, const std::vector<Byte>& vec) {
                                   static_cast<int32_t>(vec.size()));
 }
 
+// Reads a byte[] into *vec; a null one leaves *vec as it was and sets *isNull.
+template <typename Byte>
+binder_status_t readBytes(const AParcel* parcel, std::vector<Byte>* vec, bool* isNull) {
+    const int8_t* data = nullptr;
+    int32_t length = 0;
+    binder_status_t status = readByteArrayInPlace(parcel, &data, &length);
+    if (status != STATUS_OK) return status;
+    *isNull = length < 0;
+    if (!*isNull) assignBytes(vec, data, length);
+    return STATUS_OK;
+}
+
 }  // namespace internal
 
-#define TESSEL_NDK_BYTE_VECTOR(BYTE)                                                            \
-    inline binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<BYTE>& vec) { \
-        return internal::writeBytes(parcel, vec);                                               \
-    }                                                                                           \
-    inline binder_status_t AParcel_writeVector(AParcel* parcel,                                 \
-                                               const std::optional<std::vector<BYTE>>& vec) {   \
-        if (!vec) return AParcel_writeByteArray(parcel, nullptr, -1);                           \
-        return internal::writeBytes(parcel, *vec);                                              \
-    }                                                                                           \
-    inline binder_status_t AParcel_readVector(const AParcel* parcel, std::vector<BYTE>* vec) {  \
-        const int8_t* data = nullptr;                                                           \
-        int32_t length = 0;                                                                     \
-        binder_status_t status = internal::readByteArrayInPlace(parcel, &data, &length);        \
-        if (status != STATUS_OK) return status;                                                 \
-        if (length < 0) return STATUS_UNEXPECTED_NULL;                                          \
-        internal::assignBytes(vec, data, length);                                               \
-        return STATUS_OK;                                                                       \
-    }                                                                                           \
-    inline binder_status_t AParcel_readVector(const AParcel* parcel,                            \
-                                              std::optional<std::vector<BYTE>>* vec) {          \
-        const int8_t* data = nullptr;                                                           \
-        int32_t length = 0;                                                                     \
-        binder_status_t status = internal::readByteArrayInPlace(parcel, &data, &length);        \
-        if (status != STATUS_OK) return status;                                                 \
-        if (length < 0) {                                                                       \
-            *vec = std::nullopt;                                                                \
-            return STATUS_OK;                                                                   \
-        }                                                                                       \
-        internal::assignBytes(&vec->emplace(), data, length);                                   \
-        return STATUS_OK;                                                                       \
+#define TESSEL_NDK_BYTE_VECTOR(BYTE)                                                             \
+    inline binder_status_t AParcel_writeVector(AParcel* parcel, const std::vector<BYTE>& vec) {  \
+        return internal::writeBytes(parcel, vec);                                                \
+    }                                                                                            \
+    inline binder_status_t AParcel_writeVector(AParcel* parcel,                                  \
+                                               const std::optional<std::vector<BYTE>>& vec) {    \
+        if (!vec) return AParcel_writeByteArray(parcel, nullptr, -1);                            \
+        return internal::writeBytes(parcel, *vec);                                               \
+    }                                                                                            \
+    inline binder_status_t AParcel_readVector(const AParcel* parcel, std::vector<BYTE>* vec) {   \
+        bool isNull = false;                                                                     \
+        binder_status_t status = internal::readBytes(parcel, vec, &isNull);                      \
+        return status == STATUS_OK && isNull ? STATUS_UNEXPECTED_NULL : status;                  \
+    }                                                                                            \
+    inline binder_status_t AParcel_readVector(const AParcel* parcel,                             \
+                                              std::optional<std::vector<BYTE>>* vec) {           \
+        std::vector<BYTE> bytes;                                                                 \
+        bool isNull = false;                                                                     \
+        binder_status_t status = internal::readBytes(parcel, &bytes, &isNull);                   \
+        if (status == STATUS_OK) *vec = isNull ? std::nullopt : std::optional(std::move(bytes)); \
+        return status;                                                                           \
     }
 
 TESSEL_NDK_BYTE_VECTOR(int8_t)
