@@ -44,11 +44,23 @@ binder_status_t WritePacked(AParcel* parcel, const T* array, int32_t length) {
     return STATUS_OK;
 }
 
+// A packed array's length and, when it is positive, its elements in place;
+// the position moves past them.
+binder_status_t ReadPackedInPlace(const AParcel* parcel, size_t elementBytes, int32_t* length,
+                                  const uint8_t** elements) {
+    *elements = nullptr;
+    binder_status_t status = ReadArrayLength(parcel, elementBytes, length);
+    if (status != STATUS_OK || *length <= 0) return status;
+    *elements = parcel->readInplace(static_cast<size_t>(*length) * elementBytes);
+    return *elements == nullptr ? STATUS_NOT_ENOUGH_DATA : STATUS_OK;
+}
+
 template <typename T>
 binder_status_t ReadPacked(const AParcel* parcel, void* arrayData,
                            bool (*allocator)(void*, int32_t, T**)) {
     int32_t length = 0;
-    binder_status_t status = ReadArrayLength(parcel, sizeof(T), &length);
+    const uint8_t* in = nullptr;
+    binder_status_t status = ReadPackedInPlace(parcel, sizeof(T), &length, &in);
     if (status != STATUS_OK) return status;
     T* buffer = nullptr;
     if (!allocator(arrayData, length, &buffer)) {
@@ -56,10 +68,7 @@ binder_status_t ReadPacked(const AParcel* parcel, void* arrayData,
     }
     if (length <= 0) return STATUS_OK;
     if (buffer == nullptr) return STATUS_NO_MEMORY;
-    const size_t bytes = static_cast<size_t>(length) * sizeof(T);
-    const uint8_t* in = parcel->readInplace(bytes);
-    if (in == nullptr) return STATUS_NOT_ENOUGH_DATA;
-    CopyBytes(buffer, in, bytes);
+    CopyBytes(buffer, in, static_cast<size_t>(length) * sizeof(T));
     return STATUS_OK;
 }
 
@@ -136,15 +145,10 @@ void ndk::internal::copyBytes(void* to, const void* from, size_t count) {
 
 binder_status_t ndk::internal::readByteArrayInPlace(const AParcel* parcel, const int8_t** data,
                                                     int32_t* length) {
-    binder_status_t status = ReadArrayLength(parcel, 1, length);
-    if (status != STATUS_OK || *length <= 0) {
-        *data = nullptr;
-        return status;
-    }
-    const uint8_t* in = parcel->readInplace(static_cast<size_t>(*length));
-    if (in == nullptr) return STATUS_NOT_ENOUGH_DATA;
+    const uint8_t* in = nullptr;
+    binder_status_t status = ReadPackedInPlace(parcel, 1, length, &in);
     *data = reinterpret_cast<const int8_t*>(in);
-    return STATUS_OK;
+    return status;
 }
 
 // char16_t elements each take an int32, like a single char.
