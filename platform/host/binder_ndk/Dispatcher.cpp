@@ -224,9 +224,7 @@ void Dispatcher::acceptAll(const std::shared_ptr<Entry>& entry) {
             if (errno != EAGAIN && errno != EWOULDBLOCK) PLOG(ERROR) << "binder accept";
             return;
         }
-        int one = 1;
-        setsockopt(connection.get(), SOL_SOCKET, SO_PASSCRED, &one, sizeof(one));
-        EnlargeSendBuffer(connection.get());
+        SetUpConnectionEnd(connection.get(), ConnectionEnd::kServing);
         serveConnection(std::move(connection), entry->target, 0, 0);
     }
 }

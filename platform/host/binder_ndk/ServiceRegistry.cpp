@@ -195,7 +195,7 @@ BinderRef LookupService(const std::string& instance) {
     ucred owner{};
     if (!PeerCredentials(connection.get(), &owner)) return nullptr;
     fcntl(connection.get(), F_SETFL, fcntl(connection.get(), F_GETFL) | O_NONBLOCK);
-    EnlargeSendBuffer(connection.get());
+    SetUpConnectionEnd(connection.get(), ConnectionEnd::kCalling);
     // The owner's pid leads the key, as for objects received in parcels, and
     // keeps a reused inode number from matching an older service's proxy.
     const std::string key = std::to_string(owner.pid) + ":sm:" + std::to_string(st.st_dev) + ":" +

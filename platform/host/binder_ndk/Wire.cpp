@@ -178,14 +178,16 @@ bool MakeConnectionPair(unique_fd* serving, unique_fd* peer) {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, sv) != 0) return false;
     serving->reset(sv[0]);
     peer->reset(sv[1]);
-    int one = 1;
-    setsockopt(serving->get(), SOL_SOCKET, SO_PASSCRED, &one, sizeof(one));
-    EnlargeSendBuffer(serving->get());
-    EnlargeSendBuffer(peer->get());
+    SetUpConnectionEnd(serving->get(), ConnectionEnd::kServing);
+    SetUpConnectionEnd(peer->get(), ConnectionEnd::kCalling);
     return true;
 }
 
-void EnlargeSendBuffer(int fd) {
+void SetUpConnectionEnd(int fd, ConnectionEnd end) {
+    if (end == ConnectionEnd::kServing) {
+        int one = 1;
+        setsockopt(fd, SOL_SOCKET, SO_PASSCRED, &one, sizeof(one));
+    }
     // The kernel caps the value at net.core.wmem_max without an error; a
     // host with a low cap keeps working, only with more wake-ups per frame.
     int bytes = static_cast<int>(kConnectionSendBuffer);

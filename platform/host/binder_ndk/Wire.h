@@ -74,9 +74,11 @@ IoStatus ReceiveFrame(int fd, Frame* frame, Deadline firstByte);
 // sender credentials.
 bool MakeConnectionPair(android::base::unique_fd* serving, android::base::unique_fd* peer);
 
-// Asks for kConnectionSendBuffer on a connection (both ends of a pair get it
-// from MakeConnectionPair).
-void EnlargeSendBuffer(int fd);
+// Sets up one end of a connection (MakeConnectionPair does both): every end
+// asks for kConnectionSendBuffer, and the serving end asks the kernel for the
+// credentials of each request's sender (SO_PASSCRED).
+enum class ConnectionEnd { kServing, kCalling };
+void SetUpConnectionEnd(int fd, ConnectionEnd end);
 
 // The kernel-checked credentials of the process at the other end of the
 // connected socket `fd`; false when the socket has none.
