@@ -66,6 +66,14 @@ TEST_F(ServiceManagerTest, BoundedWaitGivesUpAndWaitIsWokenByALaterRegistration)
     ASSERT_EQ(AServiceManager_addService(mService->asBinder().get(), kInstance), EX_NONE);
     ASSERT_EQ(waiter.wait_for(std::chrono::seconds(10)), std::future_status::ready);
     EXPECT_EQ(waiter.get().get(), mService->asBinder().get());
+
+    // A root that has gone is not made again by a wait.
+    const std::string gone = mRoot.path() + "/gone";
+    ASSERT_TRUE(std::filesystem::create_directory(gone));
+    ASSERT_TRUE(platform::SetRoot(gone));
+    std::filesystem::remove(gone);
+    EXPECT_FALSE(binder::WaitForService(kInstance, std::chrono::steady_clock::now()));
+    EXPECT_FALSE(std::filesystem::exists(gone));
 }
 
 TEST_F(ServiceManagerTest, WaitIsWokenByAnotherProcessWhoseProxyCannotBeRegistered) {

@@ -53,9 +53,12 @@ bool ValidNameChar(char c) {
            c == '.' || c == '-' || c == '/';
 }
 
-// Creates the folder if needed and opens it for *at() calls.
+// Creates the folder if needed and opens it for *at() calls. Only below an
+// existing root: a root that has gone (a test's, say, while a lookup of the
+// process was still waiting) is not made again.
 unique_fd OpenDirectory(const std::string& dir) {
     std::error_code error;
+    if (!std::filesystem::is_directory(zelkor::tessel::platform::Root(), error)) return {};
     std::filesystem::create_directories(dir, error);
     unique_fd fd(open(dir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (fd.get() >= 0) chmod(dir.c_str(), 0700);
