@@ -53,16 +53,25 @@ bool ValidNameChar(char c) {
            c == '.' || c == '-' || c == '/';
 }
 
-// Creates the folder if needed and opens it for *at() calls. Only below an
-// existing root: a root that has gone (a test's, say, while a lookup of the
-// process was still waiting) is not made again.
-unique_fd OpenDirectory(const std::string& dir) {
-    std::error_code error;
-    if (!std::filesystem::is_directory(zelkor::tessel::platform::Root(), error)) return {};
-    std::filesystem::create_directories(dir, error);
-    unique_fd fd(open(dir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (fd.get() >= 0) chmod(dir.c_str(), 0700);
-    return fd;
+// The service manager's folder, as a device path.
+constexpr char kServiceFolder[] = "/dev/binderfs/sm";
+
+// The service folder, made if needed (private to its owner) and opened for
+// *at() calls. It is made one level at a time from the open root, never above
+// it: a root that has gone (a test's, say, while a lookup of the process was
+// still waiting) is not made again, even when it goes between the steps.
+unique_fd OpenServiceDirectory() {
+    unique_fd dir(open(zelkor::tessel::platform::Root().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    std::string_view rest = std::string_view(kServiceFolder).substr(1);
+    while (dir.get() >= 0 && !rest.empty()) {
+        const size_t slash = rest.find('/');
+        const std::string level(rest.substr(0, slash));
+        rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+        mkdirat(dir.get(), level.c_str(), 0700);
+        if (rest.empty()) fchmodat(dir.get(), level.c_str(), 0700, 0);
+        dir.reset(openat(dir.get(), level.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    }
+    return dir;
 }
 
 // A sockaddr naming `name` inside the folder open as `dirFd`.
@@ -95,7 +104,7 @@ BinderRef OwnService(const std::string& instance, dev_t dev, ino_t ino) {
 
 std::string ServiceDirectory() {
     if (zelkor::tessel::platform::Root().empty()) return {};
-    return zelkor::tessel::platform::DevicePath("/dev/binderfs/sm");
+    return zelkor::tessel::platform::DevicePath(kServiceFolder);
 }
 
 std::string SocketNameFor(std::string_view instance) {
@@ -121,7 +130,7 @@ binder_exception_t PublishService(const std::string& instance, LocalBinder* bind
         LOG(ERROR) << "cannot register " << instance << ": no host root";
         return EX_ILLEGAL_STATE;
     }
-    unique_fd dirFd = OpenDirectory(dir);
+    unique_fd dirFd = OpenServiceDirectory();
     unique_fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (dirFd.get() < 0 || listener.get() < 0) {
         PLOG(ERROR) << "cannot register " << instance;
@@ -230,7 +239,7 @@ std::vector<std::string> RegisteredServices() {
 BinderRef WaitForService(const std::string& instance, Deadline deadline) {
     const std::string dir = ServiceDirectory();
     if (SocketNameFor(instance).empty() || dir.empty()) return nullptr;
-    unique_fd dirFd = OpenDirectory(dir);
+    unique_fd dirFd = OpenServiceDirectory();
     unique_fd notify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     // Watch first, then look: a registration between the two still wakes us.
     if (dirFd.get() < 0 || notify.get() < 0 ||
