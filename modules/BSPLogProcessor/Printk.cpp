@@ -109,13 +109,14 @@ void ForEachRecord(const Section& in, const std::function<void(const PrintkRecor
             MD_LOGE("read mini partition printk buf err=%d(%s)", errno, strerror(errno));
             return;
         }
-        const bool complete = static_cast<size_t>(n) == bodyLen;
-        if (!complete) MD_LOGE("Uncomplete block found.");
-
         std::string_view text(reinterpret_cast<const char*>(body), static_cast<size_t>(n));
         text = text.substr(0, text.find('\0'));
         emit({tsNsec, level, text});
-        if (!complete) return;
+        // A record cut off by the end of the section is the log's last.
+        if (static_cast<size_t>(n) < bodyLen) {
+            MD_LOGE("Uncomplete block found.");
+            return;
+        }
         pos += len;
     }
 }
