@@ -15,9 +15,16 @@ class TempRoot {
         char* dir = mkdtemp(tmpl);
         mPath = dir != nullptr ? dir : "";
     }
+    // A binder thread of the test process may still be making the service
+    // folder inside the root while it goes (a lookup that was waiting when
+    // the test ended): the root is then not empty when its own turn comes, so
+    // removal is tried again until the root is gone. Once the root folder
+    // itself is removed nothing can be made inside it any more.
     ~TempRoot() {
-        std::error_code ignored;
-        std::filesystem::remove_all(mPath, ignored);
+        std::error_code error;
+        for (int attempt = 0; attempt < 10 && std::filesystem::exists(mPath, error); ++attempt) {
+            std::filesystem::remove_all(mPath, error);
+        }
     }
     TempRoot(const TempRoot&) = delete;
     TempRoot& operator=(const TempRoot&) = delete;
