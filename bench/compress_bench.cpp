@@ -17,8 +17,8 @@
 
 #include "BenchImage.h"
 #include "BenchMain.h"
-#include "modules/BSPLogProcessor/BlockDeflate.h"
 #include "modules/BSPLogProcessor/Minidump.h"
+#include "modules/BSPLogProcessor/minidump/BlockDeflate.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::bench {

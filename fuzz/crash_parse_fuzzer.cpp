@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "FuzzRoot.h"
-#include "modules/BSPLogProcessor/CrashParse.h"
 #include "modules/BSPLogProcessor/Minidump.h"
+#include "modules/BSPLogProcessor/crash/CrashParse.h"
 #include "platform/Properties.h"
 
 using namespace zelkor::tessel;

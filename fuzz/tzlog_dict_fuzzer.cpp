@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "FuzzRoot.h"
-#include "modules/BSPLogProcessor/TzLogDict.h"
+#include "modules/BSPLogProcessor/minidump/TzLogDict.h"
 
 using namespace zelkor::tessel;
 

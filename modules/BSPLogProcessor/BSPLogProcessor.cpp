@@ -17,8 +17,8 @@
 
 #include "framework/HalvexUtil.h"
 #include "framework/ModuleManager.h"
-#include "modules/BSPLogProcessor/GeneralLogUtils.h"
 #include "modules/BSPLogProcessor/MinidumpMain.h"
+#include "modules/BSPLogProcessor/crash/GeneralLogUtils.h"
 #include "platform/HalvexLog.h"
 #include "platform/Platform.h"
 

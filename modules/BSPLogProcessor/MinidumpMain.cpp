@@ -4,12 +4,12 @@
 
 #include <cstring>
 
-#include "modules/BSPLogProcessor/BootDotting.h"
-#include "modules/BSPLogProcessor/CrashHistory.h"
-#include "modules/BSPLogProcessor/FallbackHistory.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
-#include "modules/BSPLogProcessor/PendingCrash.h"
+#include "modules/BSPLogProcessor/history/BootDotting.h"
+#include "modules/BSPLogProcessor/history/CrashHistory.h"
+#include "modules/BSPLogProcessor/history/FallbackHistory.h"
+#include "modules/BSPLogProcessor/minidump/PendingCrash.h"
 #include "modules/blackbox/BlackBoxKmsg.h"
 #include "platform/Properties.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "minidump/MinidumpTestSupport.h"
-#include "modules/BSPLogProcessor/CrashParse.h"
+#include "modules/BSPLogProcessor/crash/CrashParse.h"
 #include "platform/Properties.h"
 
 namespace zelkor::tessel::testing {

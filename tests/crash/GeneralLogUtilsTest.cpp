@@ -3,7 +3,7 @@
 #include <regex>
 
 #include "CrashTestSupport.h"
-#include "modules/BSPLogProcessor/GeneralLogUtils.h"
+#include "modules/BSPLogProcessor/crash/GeneralLogUtils.h"
 
 namespace zelkor::tessel::testing {
 namespace {

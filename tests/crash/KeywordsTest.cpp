@@ -2,8 +2,8 @@
 // like, and near misses that must not match.
 #include <gtest/gtest.h>
 
-#include "modules/BSPLogProcessor/CrashKeywords.h"
-#include "modules/BSPLogProcessor/CrashTypes.h"
+#include "modules/BSPLogProcessor/crash/CrashKeywords.h"
+#include "modules/BSPLogProcessor/crash/CrashTypes.h"
 
 namespace zelkor::tessel::testing {
 namespace {

@@ -8,8 +8,8 @@
 #include <filesystem>
 
 #include "BootRunRoot.h"
-#include "modules/BSPLogProcessor/CrashHistory.h"
 #include "modules/BSPLogProcessor/Minidump.h"
+#include "modules/BSPLogProcessor/history/CrashHistory.h"
 #include "platform/Platform.h"
 
 namespace zelkor::tessel::testing {

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "BootRunRoot.h"
-#include "modules/BSPLogProcessor/PendingCrash.h"
+#include "modules/BSPLogProcessor/minidump/PendingCrash.h"
 
 namespace zelkor::tessel::testing {
 namespace {

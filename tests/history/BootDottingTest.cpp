@@ -1,6 +1,6 @@
 // The run's time text, the boot info nodes and the boot dotting record.
 #include "HistoryTestSupport.h"
-#include "modules/BSPLogProcessor/BootDotting.h"
+#include "modules/BSPLogProcessor/history/BootDotting.h"
 
 namespace zelkor::tessel::testing {
 namespace {

@@ -5,8 +5,8 @@
 #include <sstream>
 
 #include "HistoryTestSupport.h"
-#include "modules/BSPLogProcessor/CrashHistory.h"
-#include "modules/BSPLogProcessor/CrashReport.h"
+#include "modules/BSPLogProcessor/history/CrashHistory.h"
+#include "modules/BSPLogProcessor/history/CrashReport.h"
 
 namespace zelkor::tessel::testing {
 namespace {

@@ -1,6 +1,6 @@
 // The dump history ("MNDPHIST") that stands in for the crash history.
 #include "HistoryTestSupport.h"
-#include "modules/BSPLogProcessor/FallbackHistory.h"
+#include "modules/BSPLogProcessor/history/FallbackHistory.h"
 
 namespace zelkor::tessel::testing {
 namespace {

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "MinidumpTestSupport.h"
-#include "modules/BSPLogProcessor/BlockDeflate.h"
+#include "modules/BSPLogProcessor/minidump/BlockDeflate.h"
 
 namespace zelkor::tessel::testing {
 namespace {

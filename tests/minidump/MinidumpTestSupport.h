@@ -24,7 +24,7 @@
 #include "LogRecords.h"
 #include "TempRoot.h"
 #include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/TzLogDict.h"
+#include "modules/BSPLogProcessor/minidump/TzLogDict.h"
 #include "modules/blackbox/BlackBoxHeaders.h"
 #include "platform/Platform.h"
 

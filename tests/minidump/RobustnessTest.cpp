@@ -7,7 +7,7 @@
 #include <random>
 
 #include "MinidumpTestSupport.h"
-#include "modules/BSPLogProcessor/SectionStream.h"
+#include "modules/BSPLogProcessor/minidump/SectionStream.h"
 
 namespace zelkor::tessel::testing {
 namespace {

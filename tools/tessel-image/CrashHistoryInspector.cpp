@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "modules/BSPLogProcessor/CrashHistoryLayout.h"
-#include "modules/BSPLogProcessor/CrashTypes.h"
+#include "modules/BSPLogProcessor/crash/CrashTypes.h"
+#include "modules/BSPLogProcessor/history/CrashHistoryLayout.h"
 #include "tools/tessel-image/ImageFile.h"
 
 namespace zelkor::tessel::image {
