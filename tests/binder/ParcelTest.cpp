@@ -134,8 +134,10 @@ TEST(ParcelTest, ScalarsRoundTripAtPlatformSizes) {
 TEST(ParcelTest, AsciiRunsOfEveryLengthAroundOtherCharacters) {
     // ASCII is widened and narrowed several bytes at a time: runs of every
     // length against characters whose units look ASCII in one byte ("Ł" is
-    // 0x0141), take two bytes, three, or a surrogate pair.
-    for (const std::string other : {"Ł", "é", "€", "𝄞"}) {
+    // 0x0141), take two bytes, three, or a surrogate pair, and against a NUL,
+    // which ends nothing.
+    for (const std::string& other : {std::string("Ł"), std::string("é"), std::string("€"),
+                                     std::string("𝄞"), std::string(1, '\0')}) {
         for (size_t before = 0; before < 40; ++before) {
             for (size_t after : {size_t{0}, size_t{3}, size_t{9}, size_t{17}, size_t{33}}) {
                 const std::string text =
@@ -143,7 +145,7 @@ TEST(ParcelTest, AsciiRunsOfEveryLengthAroundOtherCharacters) {
                 Parcel parcel = StringParcel(text);
                 EXPECT_EQ(NextInt(parcel), int32_t(before + after + (other == "𝄞" ? 4 : 2)));
                 Rewind(parcel);
-                EXPECT_EQ(NextString(parcel), text) << before << " " << after;
+                EXPECT_TRUE(NextString(parcel) == text) << before << " " << after;
             }
         }
     }

@@ -11,7 +11,6 @@
 
 #include <atomic>
 #include <future>
-#include <limits>
 #include <tuple>
 
 #include "ServiceProcess.h"
@@ -46,16 +45,7 @@ class Callback : public aidl::tessel::test::BnCallback {
     std::promise<void>* mDestroyed;
 };
 
-TEST_F(RoundTripTest, ValuesAndOutArrays) {
-    for (const std::string& text :
-         {std::string("héllo wörld € 𝄞"), std::string(), std::string("nul\0inside", 10)}) {
-        std::string out;
-        ASSERT_TRUE(mService->echoUtf8(text, &out).isOk());
-        EXPECT_EQ(out, text);
-    }
-    int32_t i = 0;
-    ASSERT_TRUE(mService->echoInt(std::numeric_limits<int32_t>::min(), &i).isOk());
-    EXPECT_EQ(i, std::numeric_limits<int32_t>::min());
+TEST_F(RoundTripTest, ArraysAndOutArrays) {
     for (size_t size : {size_t{1} << 20, size_t{0}}) {
         std::vector<int8_t> bytes(size);
         for (size_t j = 0; j < bytes.size(); ++j) bytes[j] = static_cast<int8_t>(j * 7);
