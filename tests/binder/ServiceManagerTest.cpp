@@ -76,20 +76,6 @@ TEST_F(ServiceManagerTest, BoundedWaitGivesUpAndWaitIsWokenByALaterRegistration)
     EXPECT_FALSE(std::filesystem::exists(gone));
 }
 
-TEST_F(ServiceManagerTest, WaitIsWokenByAnotherProcessWhoseProxyCannotBeRegistered) {
-    auto waiter = std::async(std::launch::async, [] {
-        return ndk::SpAIBinder(AServiceManager_waitForService(TestServiceInstance().c_str()));
-    });
-    ServiceProcess process(mRoot.path());
-    ASSERT_EQ(waiter.wait_for(std::chrono::seconds(10)), std::future_status::ready)
-            << process.errors();
-    ndk::SpAIBinder binder = waiter.get();
-    EXPECT_TRUE(AIBinder_isRemote(binder.get()));
-    EXPECT_EQ(AIBinder_ping(binder.get()), STATUS_OK);
-    EXPECT_EQ(AServiceManager_addService(binder.get(), "tessel.test.Relay/default"),
-              EX_UNSUPPORTED_OPERATION);
-}
-
 TEST_F(ServiceManagerTest, DeclarationsComeFromManifestFragments) {
     WriteFile(mRoot.path() + "/vendor/etc/vintf/manifest/tessel.xml", R"(
 <manifest version="1.0" type="device">

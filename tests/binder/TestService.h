@@ -15,7 +15,6 @@ namespace zelkor::tessel::testing {
 
 class TestService : public aidl::tessel::test::BnTestService {
   public:
-    using Record = aidl::tessel::test::Record;
     using ICallback = aidl::tessel::test::ICallback;
     using Status = ndk::ScopedAStatus;
 
@@ -24,9 +23,6 @@ class TestService : public aidl::tessel::test::BnTestService {
     }
     Status echoInt(int32_t value, int32_t* out) override { return Echo(value, out); }
     Status echoBytes(const std::vector<int8_t>& value, std::vector<int8_t>* out) override {
-        return Echo(value, out);
-    }
-    Status echoRecords(const std::vector<Record>& value, std::vector<Record>* out) override {
         return Echo(value, out);
     }
     Status echoFd(const ndk::ScopedFileDescriptor& fd, ndk::ScopedFileDescriptor* out) override {

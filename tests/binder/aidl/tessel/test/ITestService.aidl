@@ -1,13 +1,11 @@
 package tessel.test;
 
 import tessel.test.ICallback;
-import tessel.test.Record;
 
 interface ITestService {
     @utf8InCpp String echoUtf8(@utf8InCpp String value);
     int echoInt(int value);
     byte[] echoBytes(in byte[] value);
-    Record[] echoRecords(in Record[] value);
     // values gets `count` entries i*i; names comes back with "!" appended.
     void fillOut(int count, out int[] values, inout String[] names);
 
