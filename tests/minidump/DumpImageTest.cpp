@@ -16,14 +16,14 @@ using namespace Minidump;
 using image::DumpAddOptions;
 
 constexpr uint64_t kArea = 0x200000;
-constexpr uint64_t kImageSize = 0x7000000;
+constexpr uint64_t kDumpImageSize = 0x7000000;
 
 class DumpImageTest : public MinidumpTest {
   protected:
     void SetUp() override {
         MinidumpTest::SetUp();
         // Sparse, with room for ten 10 MiB slots below the control block.
-        Blackbox(kImageSize, kArea, 0x6F00000);
+        Blackbox(kDumpImageSize, kArea, 0x6F00000);
     }
     std::string Data(const std::string& name, const std::string& bytes) {
         std::string path = mRoot.path() + "/" + name;
@@ -222,8 +222,8 @@ TEST_F(DumpImageTest, DataBeyondTheSlotRoomFromAFifoIsRejected) {
 
 TEST_F(DumpImageTest, InspectorDoesNotTrustWhatDoesNotFit) {
     ASSERT_EQ(Add({Host(kBlackbox), "--slot", "0", "--section", "md_cpusys=" + Data("c", "x")}), 0);
-    Put64(kBlackbox, kArea + 0x400 + 88 + 12, kImageSize - 4);  // position
-    Put64(kBlackbox, kArea + 0x400 + 88 + 20, 16);              // size
+    Put64(kBlackbox, kArea + 0x400 + 88 + 12, kDumpImageSize - 4);  // position
+    Put64(kBlackbox, kArea + 0x400 + 88 + 20, 16);                  // size
     Json::Value area = Inspect(kBlackbox, true);
     EXPECT_FALSE(area["slots"][0]["sections"][0]["trusted"].asBool());
 
