@@ -150,7 +150,7 @@ TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslatedAndTzImemIsAHexDump) {
     Put(kMinidump, kAt, raw);
     Parse("md_ltz", raw.size(), 1);
     // NUL bytes and all, as the trust zone left it.
-    EXPECT_EQ(DiagText("last_tzlog_1"), raw);
+    EXPECT_TRUE(DiagText("last_tzlog_1") == raw) << DiagText("last_tzlog_1").size();
     // Text after the last newline is not translated; an unknown id keeps the line.
     EXPECT_EQ(DiagText("last_tzlog_parsed_1"), "[5] MOD started\n");
     // Both readable by all once written.
@@ -160,7 +160,7 @@ TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslatedAndTzImemIsAHexDump) {
     // A translation that cannot be written does not cost the log itself.
     std::filesystem::create_directories(Host(Diag("last_tzlog_parsed")));
     Parse("md_ltz", raw.size());
-    EXPECT_EQ(DiagText("last_tzlog"), raw);
+    EXPECT_TRUE(DiagText("last_tzlog") == raw) << DiagText("last_tzlog").size();
     EXPECT_EQ(mLog.count(kTag, "chmod"), 0) << "only opened files are closed";
 
     Put(kMinidump, kAt, "TZ imem\x01");
@@ -238,10 +238,11 @@ TEST_F(TzDiagTest, KeyRegionsStartOrAppendToTheKeyFileAndAnEmptyOneCleansIt) {
     ParseAt(kMinidump, "md_TZ_AES_KEY", 0x100, 5);
     ParseAt(kMinidump, "md_TZ_AES_IV", 0x200, 2);
     ParseAt(kMinidump, "md_TZ_HMAC", 0x300, 3);
-    EXPECT_EQ(ReadFile(keyFile), "tz log key region md_TZ_AES_KEY:\n" +
-                                         std::string("KEY\0\x01", 5) +
-                                         "tz log key region md_TZ_AES_IV:\nIV"
-                                         "tz log key region md_TZ_HMAC:\nMAC");
+    EXPECT_TRUE(ReadFile(keyFile) == "tz log key region md_TZ_AES_KEY:\n" +
+                                             std::string("KEY\0\x01", 5) +
+                                             "tz log key region md_TZ_AES_IV:\nIV"
+                                             "tz log key region md_TZ_HMAC:\nMAC")
+            << ReadFile(keyFile).size();
     EXPECT_EQ(ModeOf(keyFile), 0644u);
     EXPECT_TRUE(mLog.contains(kTag, "creat file /data/vendor/diag/last_tzlog_key \n"));
     EXPECT_TRUE(
