@@ -23,6 +23,7 @@
 #include "LogCapture.h"
 #include "LogRecords.h"
 #include "TempRoot.h"
+#include "blackbox/TestImage.h"
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/minidump/TzLogDict.h"
 #include "modules/blackbox/BlackBoxHeaders.h"
@@ -60,19 +61,13 @@ class MinidumpTest : public ::testing::Test {
 
     // A sparse image of `size` bytes at a device path.
     void MakeImage(const std::string& devicePath, uint64_t size) const {
-        std::filesystem::create_directories(std::filesystem::path(Host(devicePath)).parent_path());
-        int fd = open(Host(devicePath).c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
-        ASSERT_GE(fd, 0);
-        ASSERT_EQ(ftruncate(fd, static_cast<off_t>(size)), 0);
-        close(fd);
+        EXPECT_TRUE(TestImage(Host(devicePath), size).ok()) << devicePath;
     }
 
     void Put(const std::string& devicePath, uint64_t offset, const std::string& bytes) const {
-        int fd = open(Host(devicePath).c_str(), O_WRONLY);
-        ASSERT_GE(fd, 0) << devicePath;
-        ASSERT_EQ(pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset)),
-                  static_cast<ssize_t>(bytes.size()));
-        close(fd);
+        TestImage image(Host(devicePath));
+        image.PutBytes(offset, bytes);
+        EXPECT_TRUE(image.ok()) << devicePath;
     }
     // Little-endian integers, byte by byte.
     void PutLE(const std::string& devicePath, uint64_t offset, uint64_t value, int width) const {
@@ -127,19 +122,10 @@ class MinidumpTest : public ::testing::Test {
     }
 
     std::string Get(const std::string& devicePath, uint64_t offset, size_t len) const {
-        std::string bytes(len, '\0');
-        int fd = open(Host(devicePath).c_str(), O_RDONLY);
-        EXPECT_GE(fd, 0) << devicePath;
-        ssize_t n = pread(fd, bytes.data(), len, static_cast<off_t>(offset));
-        close(fd);
-        bytes.resize(n < 0 ? 0 : static_cast<size_t>(n));
-        return bytes;
+        return TestImage(Host(devicePath)).Bytes(offset, len);
     }
     uint64_t GetLE(const std::string& devicePath, uint64_t offset, int width) const {
-        const std::string bytes = Get(devicePath, offset, width);
-        uint64_t v = 0;
-        for (size_t i = bytes.size(); i-- > 0;) v = (v << 8) | static_cast<uint8_t>(bytes[i]);
-        return v;
+        return TestImage(Host(devicePath)).Le(offset, width);
     }
 
     // Little-endian fields of an image: U32(offset, value), U64(offset, value).

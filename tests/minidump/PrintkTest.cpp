@@ -13,17 +13,12 @@ class PrintkTest : public MinidumpTest {
         MinidumpTest::SetUp();
         MakeImage(kMinidump, 0x10000);
     }
-    // One record at `at`: header, text, padding to a 4-byte boundary unless
-    // `len` says otherwise; the text length field is the text's unless given.
-    // Returns the next record's offset.
-    uint64_t Record(uint64_t at, uint64_t tsNsec, uint8_t levelByte, const std::string& text,
-                    int textLen = -1, int len = -1) {
-        if (textLen < 0) textLen = static_cast<int>(text.size());
-        if (len < 0) len = static_cast<int>((16 + text.size() + 3) / 4 * 4);
-        Put(kMinidump, at,
-            LittleEndian(tsNsec, 8) + LittleEndian(len, 2) + LittleEndian(textLen, 2) +
-                    LittleEndian(0, 3) + LittleEndian(levelByte, 1) + text);
-        return at + len;
+    // One record at `at`, padded to a 4-byte boundary; returns the next
+    // record's offset.
+    uint64_t Record(uint64_t at, uint64_t tsNsec, uint8_t levelByte, const std::string& text) {
+        const std::string record = PrintkRecord(tsNsec, levelByte, text, 4);
+        Put(kMinidump, at, record);
+        return at + record.size();
     }
     std::string Parse(const char* name, uint64_t offset, uint64_t size) {
         ParseAt(kMinidump, name, offset, size);
@@ -36,7 +31,9 @@ class PrintkTest : public MinidumpTest {
 TEST_F(PrintkTest, KmdtAndKmsgLines) {
     uint64_t at = Record(0x100, 1234567891011ull, 0x03, "hello");
     // Text length 4: the dictionary behind the text is kept all the same.
-    at = Record(at, 999, 0x0E, "idleSUBSYSTEM=x", 4);
+    const uint64_t idle = at;
+    at = Record(at, 999, 0x0E, "idleSUBSYSTEM=x");
+    Put16(kMinidump, idle + 10, 4);
     // Only the low three bits of the last header byte are the level.
     at = Record(at, 5000000000ull, 0xFF, "multi\nline");
     EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at - 0x100),
@@ -70,7 +67,8 @@ TEST_F(PrintkTest, TruncatedHeaderAndTextKeepWhatWasRead) {
     EXPECT_EQ(mLog.count(kTag, "Uncomplete head found."), 1);
 
     // A record announcing 40 bytes of text, of which the section holds 5.
-    Record(at, 3000000, 0x02, "cut here", 40, 56);
+    Record(at, 3000000, 0x02, "cut here");
+    Put16(kMinidump, at + 8, 56);
     EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at + 16 + 5 - 0x100),
               "<2> [0.002000] whole\n<2> [0.003000] cut h\n");
     EXPECT_EQ(mLog.count(kTag, "Uncomplete block found."), 1);
