@@ -173,10 +173,11 @@ TEST(KillDuringBootRunE2ETest, CrashTakenUpAgainSkipsTheStepsItsNoteListsAsDone)
     EXPECT_EQ(root.MdHistory().size(), 1u);
     EXPECT_FALSE(std::filesystem::exists(root.Host(Minidump::kPendingCrashFile)));
 
-    // A note naming another dump is not taken up.
+    // A note naming another dump is not taken up, and does not outlive the run.
     root.Put(Minidump::kPendingCrashFile, tag + " " + inBlackbox + " " + slot + " 7 0 -1" + time);
     root.Boot();
     EXPECT_EQ(root.MdHistory().size(), 1u);
+    EXPECT_FALSE(std::filesystem::exists(root.Host(Minidump::kPendingCrashFile)));
 }
 
 }  // namespace
