@@ -29,7 +29,7 @@ class PrintkTest : public MinidumpTest {
 // Kmdt lines carry level, seconds and microseconds; kmsg lines have two
 // brackets and one line per text line.
 TEST_F(PrintkTest, KmdtAndKmsgLines) {
-    uint64_t at = Record(0x100, 1234567891011ull, 0x03, "hello");
+    uint64_t at = Record(0x100, 999999999999ull, 0x03, "hello");
     // Text length 4: the dictionary behind the text is kept all the same.
     const uint64_t idle = at;
     at = Record(at, 999, 0x0E, "idleSUBSYSTEM=x");
@@ -37,7 +37,7 @@ TEST_F(PrintkTest, KmdtAndKmsgLines) {
     // Only the low three bits of the last header byte are the level.
     at = Record(at, 5000000000ull, 0xFF, "multi\nline");
     EXPECT_EQ(Parse("md_KMDT0x110.BIN", 0x100, at - 0x100),
-              "<3> [1234.567891] hello\n<6> [0.000000] idleSUBSYSTEM=x\n"
+              "<3> [999.999999] hello\n<6> [0.000000] idleSUBSYSTEM=x\n"
               "<7> [5.000000] multi\nline\n");
 
     at = Record(0x1000, 123456789012ull, 0x04, "Call trace:");
@@ -128,12 +128,17 @@ TEST_F(PmsgTest, TextRecordsBecomeLogcatLines) {
 }
 
 TEST_F(PmsgTest, GarbageTornRecordsAndBinaryLogsAreSteppedOver) {
-    // Garbage, a record, a torn one, a binary (events) one, a record, a torn one.
+    // Garbage, a record, a torn one, binary (events, stats, security) ones
+    // that would read as text, priorities outside verbose to fatal, a
+    // nanosecond field of a whole second, a record, a torn one.
     const std::string second = PmsgRecord(0, 16, 17, kSec, 0, 2, "C", "second");
-    const std::string section =
+    std::string section =
             std::string("\x01l\xff\x00zzl", 7) + PmsgRecord(0, 10, 11, kSec, 0, 3, "A", "first") +
-            PmsgRecord(0, 12, 13, kSec, 0, 5, "B", "lost in the middle").substr(0, 24) +
-            PmsgRecord(2, 14, 15, kSec, 0, 0, "", "") + second + second.substr(0, 20);
+            PmsgRecord(0, 12, 13, kSec, 0, 5, "B", "lost in the middle").substr(0, 24);
+    for (uint8_t binaryLog : {2, 5, 6})
+        section += PmsgRecord(binaryLog, 1, 1, kSec, 0, 4, "X", "x");
+    for (uint8_t prio : {1, 8}) section += PmsgRecord(0, 1, 1, kSec, 0, prio, "X", "x");
+    section += PmsgRecord(0, 1, 1, kSec, 1000000000, 4, "X", "x") + second + second.substr(0, 20);
     EXPECT_EQ(Decode(section),
               "11-14 22:13:20.000 10 11 D A:\tfirst\n"
               "11-14 22:13:20.000 16 17 V C:\tsecond\n");

@@ -79,15 +79,17 @@ TEST_F(TzDiagTest, BootStatusInBothFormsThenResetStatus) {
                         "\n  Power collapse entry / exit: 0x3" + n + " / 0x4" + n + "\n";
         }
         Parse("md_TZ_DIAG", 0x500);
-        EXPECT_NE(DiagText("last_tzlog")
-                          .find(expected +
-                                "Reset Status :\n  CPU #: 0\n  Reset Type Value          : 1\n"
-                                "   Reset Type (reason)       : SECURE_WDT\n"
-                                "  Reset counter             : 0x2\n"
-                                "  CPU #: 1\n  Reset Type Value          : 99\n"
-                                "   Reset Type (reason)       : UNKNOWN\n"
-                                "  Reset counter             : 0x0\n"),
-                  std::string::npos)
+        EXPECT_EQ(DiagText("last_tzlog")
+                          .rfind("TZ diag version 0x30001, 2 CPUs\n" + expected +
+                                         "Reset Status :\n  CPU #: 0\n  Reset Type Value          "
+                                         ": 1\n"
+                                         "   Reset Type (reason)       : SECURE_WDT\n"
+                                         "  Reset counter             : 0x2\n"
+                                         "  CPU #: 1\n  Reset Type Value          : 99\n"
+                                         "   Reset Type (reason)       : UNKNOWN\n"
+                                         "  Reset counter             : 0x0\n",
+                                 0),
+                  0u)
                 << DiagText("last_tzlog");
     }
 }
