@@ -116,20 +116,6 @@ TEST_F(LooperTest, DelayedJobsRunInDueOrderAndCanBeRemoved) {
     EXPECT_EQ(order.values(), (std::vector<int>{-1, 0, 1, 2}));
 }
 
-TEST_F(LooperTest, DueNowJobQueuesBehindEverythingSentBefore) {
-    for (int round = 0; round < 200; ++round) {
-        std::atomic<int> ran{0};
-        int seenByMarker = -1;
-        for (int i = 0; i < 32; ++i) {
-            mHandler->post([&ran] { ++ran; });
-            mHandler->postDelayed([&ran] { ++ran; }, 0);
-        }
-        mHandler->postDelayed([&] { seenByMarker = ran.load(); }, 0);
-        sync();
-        ASSERT_EQ(seenByMarker, 64) << "round " << round;
-    }
-}
-
 TEST(LooperLifecycleTest, HandlerWithoutLooperWarnsAndDrops) {
     LogCapture log;
     HalvexHandler handler(nullptr);
