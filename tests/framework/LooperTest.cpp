@@ -74,8 +74,10 @@ TEST_F(LooperTest, PriorityMessagesOvertakeOlderOnesAndWakeTheLoopAndCallbackGet
     sync();
     EXPECT_EQ(order.values(), (std::vector<int>{3, 2, 1}));
 
-    // One also wakes a loop waiting on a delayed job.
+    // One also wakes a loop asleep until a delayed job is due; it is sent
+    // only once the loop sleeps, or it would be seen without any wake-up.
     mHandler->postDelayed([] {}, kHour);
+    ASSERT_TRUE(WaitFor([&] { return mThread->getLooper()->getQueue()->isPolling(); }));
     handler.sendMessage(HalvexMessage::obtain(4, nullptr, HalvexMessage::FLAG_PRIORITY));
     EXPECT_TRUE(WaitFor([&] { return order.values().size() == 4; }));
 }
