@@ -80,21 +80,6 @@ TEST_F(LocalBroadcastTest, DeliversOnManagerThreadOnlyToExactActionAndMatchingIn
     EXPECT_TRUE(logs.contains(kLocalTag, why + "0 but this broadcast is 1"));
 }
 
-TEST_F(LocalBroadcastTest, BroadcastsSentBeforeDeliveryShareOneWakeUpAndKeepOrder) {
-    Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.one", "zelkor.test.two"}));
-    testing::Hold hold(*ModuleManager::GetManagerHandler());  // broadcasts pile up
-    HalvexMessageQueue* queue = ModuleManager::GetManagerHandler()->getLooper()->getQueue();
-    size_t before = queue->size();
-
-    EXPECT_TRUE(Bus().sendBroadcast(Intent("zelkor.test.two"), false));
-    EXPECT_TRUE(Bus().sendBroadcast(Intent("zelkor.test.one"), false));
-    EXPECT_EQ(queue->size(), before + 1);
-    hold.release();
-    ASSERT_TRUE(DrainManagerThread());
-
-    EXPECT_EQ(mFirst.actions(), (std::vector<std::string>{"zelkor.test.two", "zelkor.test.one"}));
-}
-
 TEST_F(LocalBroadcastTest, ReceiverRegisteredTwiceOrForOneActionTwiceIsDeliveredOnce) {
     LogCapture logs;
     Bus().registerReceiver(&mFirst, IntentFilter({"zelkor.test.a"}));

@@ -17,14 +17,19 @@ namespace {
 constexpr int kBatch = 64;
 
 // Posts one batch of small jobs, of the kinds modules post, and waits until
-// all of them ran.
+// all of them ran. A job due now queues behind everything sent before it, so
+// the last one sees the whole batch done.
 void PostBatch(HalvexHandler& handler, const std::shared_ptr<HalvexHandler>& shared,
                std::atomic<int>& ran) {
+    const int before = ran.load();
     for (int i = 1; i < kBatch; i += 2) {
         handler.post([&ran] { ran.fetch_add(1); });
         handler.postDelayed([shared, &ran, i] { ran.fetch_add(i % 2); }, 0);
     }
+    int seen = -1;
+    handler.postDelayed([&ran, &seen] { seen = ran.load(); }, 0);
     ASSERT_TRUE(testing::Drain(handler));
+    ASSERT_EQ(seen - before, kBatch);
 }
 
 TEST(MessageAllocationTest, SteadyPostingAllocatesNothingAfterWarmUp) {
@@ -40,6 +45,7 @@ TEST(MessageAllocationTest, SteadyPostingAllocatesNothingAfterWarmUp) {
         testing::Hold hold(handler);
         for (int i = 0; i < 4 * kBatch; ++i) handler.postDelayed([&ran] { ran.fetch_add(1); }, 0);
     }
+    ASSERT_TRUE(testing::Drain(handler));
     PostBatch(handler, shared, ran);
     const int warm = ran.load();
 

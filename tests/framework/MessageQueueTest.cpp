@@ -46,10 +46,12 @@ int TakeWhat(HalvexMessageQueue& queue, bool ignoreTime = false) {
 TEST(MessageQueueTest, ImmediateMessagesRunLastInFirstOutThenTimedOnesByDueTimeAndArrival) {
     HalvexMessageQueue queue;
     const int64_t base = Now() - 1000;
-    for (auto [what, when] : {std::pair{10, 30}, {20, 10}, {30, 30}, {40, 20}, {50, 10}}) {
-        queue.offer(Timed(what, base + when));
+    // Timed messages offered after immediate ones, all already due, still
+    // queue behind them (when 0: immediate).
+    for (auto [what, when] :
+         {std::pair{10, 30}, {1, 0}, {20, 10}, {30, 30}, {2, 0}, {40, 20}, {3, 0}, {50, 10}}) {
+        queue.offer(when == 0 ? HalvexMessage::obtain(what) : Timed(what, base + when));
     }
-    for (int what : {1, 2, 3}) queue.offer(HalvexMessage::obtain(what));
     EXPECT_EQ(queue.size(), 8u);
     for (int expected : {3, 2, 1, 20, 50, 40, 10, 30}) EXPECT_EQ(TakeWhat(queue), expected);
     EXPECT_TRUE(queue.empty());
@@ -71,30 +73,6 @@ TEST(MessageQueueTest, TakerSleepsUntilTheEarliestDueTimeUnlessTimeIsIgnored) {
     EXPECT_EQ(queue.take(), nullptr);
     EXPECT_EQ(queue.size(), 1u);
     EXPECT_EQ(TakeWhat(queue, /*ignoreTime=*/true), 1);
-}
-
-TEST(MessageQueueTest, ImmediateMessageStaysAheadOfATimedOneOfferedBeforeTheTakerRuns) {
-    // The taker sleeps until a far due time. An immediate message wakes it and,
-    // before it runs, a message due well before the far one arrives: the
-    // immediate one must still come out first rather than wait behind it.
-    HalvexMessageQueue queue;
-    queue.offer(Timed(1, Now() + 60 * 60 * 1000));
-    std::atomic<int> first{-1};
-    testing::Latch taken;
-    std::thread taker([&] {
-        first = TakeWhat(queue);
-        taken.open();
-    });
-    const bool asleep = testing::WaitFor([&] { return queue.isPolling(); });
-    queue.offer(HalvexMessage::obtain(2));
-    queue.offer(Timed(3, Now() + 5000));
-    const bool took = taken.wait();
-    queue.setNonBlockWhenTake(true);  // releases a taker still asleep
-    taker.join();
-    EXPECT_TRUE(asleep);
-    EXPECT_TRUE(took);
-    EXPECT_EQ(first.load(), 2);
-    EXPECT_EQ(queue.size(), 2u);
 }
 
 TEST(MessageQueueTest, BurstsOfferedToASleepingTakerAllArrive) {

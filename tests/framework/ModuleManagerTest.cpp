@@ -158,9 +158,6 @@ TEST_F(ModuleManagerTest, LoadRunFollowsPriorityAndThreadsAndIgnoresARepeatedNam
     EXPECT_TRUE(log.contains("Halvex-ModuleManager",
                              "[_loadModules] Module \"Refuser\" ignored because OnInit returned "
                              "false"));
-    EXPECT_EQ(GetModuleList().at("Refuser").instance, nullptr);
-    EXPECT_EQ(GetModuleList().at("Alpha").priority, 0u) << "the first registration stays";
-    EXPECT_EQ(GetModuleList().at("Beta").priority, 5u);
 }
 
 TEST_F(ModuleManagerTest, RefusedOrRemovedModuleLoadsAgainWithAFreshInstance) {
@@ -192,8 +189,7 @@ TEST_F(ModuleManagerTest, RefusedOrRemovedModuleLoadsAgainWithAFreshInstance) {
     removeModule("Nope", false);
     DrainManager();
     EXPECT_EQ(ran.load(), 1);
-    EXPECT_EQ(GetModuleList().at("Gamma").instance, nullptr);
-    EXPECT_TRUE(GetModuleList().at("Gamma").stopped);
+    EXPECT_EQ(Dump({"Gamma"}), "Module Gamma is not running\n");
     EXPECT_TRUE(log.contains("Halvex-ModuleBase", "[~ModuleBase] Bye~ Gamma"));
     EXPECT_TRUE(log.contains("Halvex-ModuleManager", "[operator()] module Nope not found!!!"));
 
