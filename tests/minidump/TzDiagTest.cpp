@@ -164,6 +164,11 @@ TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslatedAndTzImemIsAHexDump) {
     Parse("md_ltz", raw.size());
     EXPECT_TRUE(DiagText("last_tzlog") == raw) << DiagText("last_tzlog").size();
     EXPECT_EQ(mLog.count(kTag, "chmod"), 0) << "only opened files are closed";
+    // A log that cannot be made is left out: nothing is written to or closed.
+    std::filesystem::create_directories(Host(Diag("last_tzlog_3")));
+    for (const char* section : {"md_ltz", "md_TZ_IMEM"}) Parse(section, raw.size(), 3);
+    EXPECT_EQ(mLog.count(kTag, "open /data/vendor/diag/last_tzlog_3 fail 21"), 2);
+    EXPECT_EQ(mLog.count(kTag, "chmod") + mLog.count(kTag, "write last log file fail"), 0);
 
     Put(kMinidump, kAt, "TZ imem\x01");
     Parse("md_TZ_IMEM", 8);
