@@ -169,5 +169,21 @@ TEST_F(FileServiceTest, PartitionSizeComesFromTheCoreService) {
     HalvexUtil::SetTesselCore(nullptr);
 }
 
+TEST_F(FileServiceTest, VirtualCameraCallsAnswerOkAndDoNothing) {
+    const auto entries = [&] {
+        return std::distance(std::filesystem::recursive_directory_iterator(mRoot.path()), {});
+    };
+    const auto before = entries();
+    bool results[] = {true, true, true, true};
+    EXPECT_EQ(StatusOf(mService->OnFrameData({1, 2, 3}, 3, &results[0])), STATUS_OK);
+    EXPECT_EQ(StatusOf(mService->ConnectVirtualCamera(&results[1])), STATUS_OK);
+    EXPECT_EQ(StatusOf(mService->SetVirtualCameraConfig(1920, 1080, 30.0, &results[2])), STATUS_OK);
+    EXPECT_EQ(StatusOf(mService->DisconnectVirtualCamera(&results[3])), STATUS_OK);
+    EXPECT_EQ(StatusOf(mService->RegisterVCameraCallback(nullptr)), STATUS_OK);
+    EXPECT_EQ(StatusOf(mService->UnregisterVCameraCallback()), STATUS_OK);
+    for (bool result : results) EXPECT_FALSE(result);
+    EXPECT_EQ(entries(), before);
+}
+
 }  // namespace
 }  // namespace zelkor::tessel::testing
