@@ -21,7 +21,7 @@ ssize_t ByteSource::Read(void* out, size_t len) {
         ++mIndex;
         mDone = 0;
     }
-    if (mIndex >= mRanges.size() || len == 0) return 0;
+    if (mIndex >= mRanges.size()) return 0;
     const ByteRange& range = mRanges[mIndex];
     uint64_t left = range.size - mDone;
     size_t want = left < len ? static_cast<size_t>(left) : len;
@@ -68,7 +68,8 @@ void OutBuffer::Printf(const char* fmt, ...) {
 }
 
 void OutBuffer::Flush() {
-    if (mFailed || mPending.empty()) return;
+    // After a failed write nothing is kept (Append takes no more).
+    if (mPending.empty()) return;
     if (!android::base::WriteFully(mFd, mPending.data(), mPending.size())) {
         MD_LOGE("write last log file fail %d(%s)\n", errno, strerror(errno));
         mFailed = true;
