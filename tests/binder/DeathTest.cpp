@@ -1,5 +1,5 @@
-// The death of a service's process: calls in flight fail with
-// STATUS_DEAD_OBJECT at once, death recipients fire, the stale socket it
+// The death of a service's process: death recipients fire, calls in flight
+// and later ones fail with STATUS_DEAD_OBJECT at once, the stale socket it
 // leaves behind neither resolves nor blocks a new registration.
 #include <android/binder_manager.h>
 
@@ -33,31 +33,6 @@ ndk::ScopedAIBinder_DeathRecipient MakeRecipient() {
 }
 
 using DeathTest = ServiceTest;
-
-TEST_F(DeathTest, CallInFlightFailsWhenTheServiceIsKilled) {
-    DeathLog log;
-    auto recipient = MakeRecipient();
-    ndk::SpAIBinder binder = mService->asBinder();
-    ASSERT_EQ(AIBinder_linkToDeath(binder.get(), recipient.get(), &log), STATUS_OK);
-
-    auto call = std::async(std::launch::async, [this] { return mService->block(60000); });
-    bool blocked = false;
-    ASSERT_TRUE(mService->waitUntilBlocked(10000, &blocked).isOk());
-    ASSERT_TRUE(blocked);
-    mProcess->kill();
-
-    ASSERT_EQ(call.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    ndk::ScopedAStatus status = call.get();
-    EXPECT_EQ(status.getExceptionCode(), EX_TRANSACTION_FAILED);
-    EXPECT_EQ(status.getStatus(), STATUS_DEAD_OBJECT);
-    EXPECT_TRUE(log.waitDied(1));
-    EXPECT_FALSE(AIBinder_isAlive(binder.get()));
-
-    // The link ended with the death; later calls fail at once.
-    EXPECT_EQ(log.died, 1);
-    EXPECT_EQ(log.unlinked, 1);
-    EXPECT_EQ(AIBinder_ping(binder.get()), STATUS_DEAD_OBJECT);
-}
 
 TEST_F(DeathTest, IdleProxyLearnsOfTheDeathAndCallsOnlyLinkedRecipients) {
     DeathLog kept;
@@ -105,6 +80,15 @@ TEST_F(DeathTest, UnnoticedDeathFailsCallsAndItsStaleSocketIsReplaced) {
     ASSERT_TRUE(service->echoInt(8, &value).isOk());
     EXPECT_EQ(value, 8);
     EXPECT_NE(service->asBinder().get(), mService->asBinder().get());
+
+    // A call in flight when the new one is killed fails at once.
+    auto call = std::async(std::launch::async, [&] { return service->block(60000); });
+    bool blocked = false;
+    ASSERT_TRUE(service->waitUntilBlocked(10000, &blocked).isOk());
+    ASSERT_TRUE(blocked);
+    restarted.kill();
+    ASSERT_EQ(call.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(call.get().getStatus(), STATUS_DEAD_OBJECT);
 }
 
 }  // namespace

@@ -123,10 +123,9 @@ TEST_F(MalformedInputTest, BadCallsAreErrorsOnAConnectionThatStaysUp) {
          std::vector<Case>{// A wrong interface token, or none.
                            {kEchoUtf8, "evil.IImpostor", {1, 0x78}, STATUS_BAD_TYPE},
                            {kEchoUtf8, "", {5}, STATUS_BAD_TYPE},
-                           // Lengths beyond the data, negative lengths, missing arguments.
+                           // Arguments that do not read; ParcelTest has every way an
+                           // argument can fail to.
                            {kEchoBytes, token, {0x7fffffff, 1}, STATUS_NOT_ENOUGH_DATA},
-                           {kEchoUtf8, token, {1000, 0x00610061}, STATUS_NOT_ENOUGH_DATA},
-                           {kEchoBytes, token, {-7}, STATUS_BAD_VALUE},
                            {kEchoInt, token, {}, STATUS_NOT_ENOUGH_DATA},
                            {0x00ffff00, token, {}, STATUS_UNKNOWN_TRANSACTION}}) {
         EXPECT_EQ(CallStatus(fd.get(), c.code, c.descriptor, c.words), c.status)

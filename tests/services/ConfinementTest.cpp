@@ -28,25 +28,12 @@ TEST_F(FileServiceTest, ClientPathsResolveAsIfTheRootWereSlash) {
     }
     // /proc inside the root does not exist, and magic links are refused.
     EXPECT_LT(platform::OpenClientPath("/data/magic/hostname", O_RDONLY), 0);
-
-    std::string name;
-    android::base::unique_fd parent(platform::OpenClientParent("/data/vendor/..", &name));
-    ASSERT_TRUE(parent.ok());
-    EXPECT_EQ(name, "data");
-    EXPECT_EQ(platform::ClientPathOf(parent.get()), "/");
-    parent.reset(platform::OpenClientParent("/../..", &name));
-    ASSERT_TRUE(parent.ok());
-    EXPECT_EQ(name, ".") << "the root's own parent is the root";
-    parent.reset(platform::OpenClientParent("/data/vendor/", &name));
-    EXPECT_EQ(name, "vendor");
-    EXPECT_EQ(platform::ClientPathOf(parent.get()), "/data");
 }
 
 // A link flipped between a folder inside the root and the outside folder
 // while writes and deletions run through it.
 TEST_F(FileServiceTest, ALinkSwappedDuringCallsStillLeadsNowhereOutside) {
     std::filesystem::create_directories(Host("/data/real"));
-    ASSERT_EQ(symlink(mOutside.path().c_str(), Host("/data/evil").c_str()), 0);
     ASSERT_EQ(symlink("real", Host("/data/flip").c_str()), 0);
     std::atomic<bool> stop{false};
     std::thread flipper([&] {
