@@ -20,11 +20,12 @@ constexpr uint64_t SlotAt(uint64_t n) {
 
 class DumpExtractionTest : public MinidumpTest {
   protected:
-    // The blackbox with a last-log header of `magic`.
+    // The blackbox with a last-log header of `magic`; its minidump slot
+    // distance is never used in a blackbox.
     void MakeBlackbox(const char* magic = "Raw_Dmp!", uint32_t store = 0, uint32_t counts = 0,
                       uint64_t distance = kSlotDistance) {
         Blackbox(0x400000, kArea, 0x3F0000);
-        LastLog(kBlackbox, kArea, magic, store, counts, distance, 0);
+        LastLog(kBlackbox, kArea, magic, store, counts, distance, 0x1000);
     }
     // A dump holding one md_cpusys section with `text`.
     void CpusysDump(const char* dev, uint64_t slot, const std::string& text) {
@@ -40,8 +41,7 @@ class DumpExtractionTest : public MinidumpTest {
 };
 
 TEST_F(DumpExtractionTest, NewRawDumpInBlackboxWritesItsFilesAndIsMarkedTaken) {
-    Blackbox(0x400000, kArea, 0x3F0000);
-    LastLog(kBlackbox, kArea, "Raw_Dmp!", 0, 0, kSlotDistance, 0x1000);
+    MakeBlackbox();
     const uint64_t slot = SlotAt(0);
     // A v2 dump without a time: the run's time is written into it.
     DumpHeader(kBlackbox, slot, 0x2000, 6, "", 41);
@@ -171,8 +171,12 @@ TEST_F(DumpExtractionTest, SectionPastThePartitionEndKeepsWhatLiesInside) {
     EXPECT_EQ(mLog.count(kTag, "section md_cpusys runs past the end of the partition"), 1);
     EXPECT_EQ(mLog.count(kTag, "0x4 bytes kept, the rest is missing"), 1);
     EXPECT_EQ(mLog.count(kTag, "section md_pmsg runs past the end of the partition"), 1);
+}
 
-    // An empty partition still makes the file; a descriptor without a size none.
+// One section taken alone: an empty partition still makes the file, a
+// descriptor without a size none. Started with standard input closed, the run
+// gets descriptor 0 for the first file it opens: a file like any other.
+TEST_F(DumpExtractionTest, SectionFileFromAnEmptyPartitionOrOnDescriptorZero) {
     MakeImage("/dev/block/by-name/empty", 0);
     EXPECT_EQ(ParseAt("/dev/block/by-name/empty", "md_cpusys", 0, 16, 4), 0);
     EXPECT_TRUE(Exists(Diag("last_cpusys_4")));
@@ -180,11 +184,7 @@ TEST_F(DumpExtractionTest, SectionPastThePartitionEndKeepsWhatLiesInside) {
     EXPECT_EQ(parse_log(-1, "md_cpusys", 0, 16, 5), -1);
     EXPECT_EQ(mLog.count(kTag, "section md_cpusys: partition size unknown"), 1);
     EXPECT_FALSE(Exists(Diag("last_cpusys_5")));
-}
 
-TEST_F(DumpExtractionTest, DescriptorZeroIsAFileLikeAnyOther) {
-    // Started with standard input closed, the run gets descriptor 0 for the
-    // first file it opens.
     MakeImage(kMinidump, 0x1000);
     Put(kMinidump, 0x100, "cpu0 online\n");
     const int image = OpenImage(kMinidump);

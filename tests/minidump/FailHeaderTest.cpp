@@ -64,8 +64,6 @@ TEST_F(FailHeaderTest, RepairRebuildsHeadersAndCopiesTheBootLoaderLog) {
                 std::string("md_XBL_LOG") + std::string(10, '\0'));
     EXPECT_TRUE(Get(kBlackbox, kSlot3 + 152, 13000) == Get(kBlackbox, kXblSource, 13000));
     EXPECT_TRUE(Get(kBlackbox, kSlot3 + 152 + 12999, 2) == "Z\xEE");
-    EXPECT_TRUE(mLog.contains(kTag, "begin parser generate_xbl_ramdump_log"));
-    EXPECT_TRUE(mLog.contains(kTag, "finish parser generate_xbl_ramdump_log"));
 
     // The run then finds a valid history.
     EXPECT_EQ(handle_mini_lastlog_header(), 0);
@@ -104,7 +102,6 @@ TEST_F(FailHeaderTest, SlotOutsideThePartitionStopsBeforeTheIndexUpdate) {
     Put32(kMinidump, 8, 2);  // store index 2: 20 MiB in, past the end
     EXPECT_EQ(RepairFailedDump(), -1);
     EXPECT_EQ(mLog.count(kTag, "handle dump fail header fail"), 1);
-    EXPECT_EQ(mLog.count(kTag, "update lastlog header fail"), 0);
     EXPECT_EQ(Get(kMinidump, 0, 8), "cigamgol");
     EXPECT_EQ(GetLE(kMinidump, 8, 4), 2u);
 
@@ -163,10 +160,7 @@ TEST_F(FailHeaderTest, DefaultMapRepairStaysInsideTheDumpArea) {
             continue;
         }
         ++failures;
-        EXPECT_EQ(mLog.count(kTag, "[handle_minidump_fail_header]write dump_header  err=34("),
-                  failures);
         EXPECT_EQ(mLog.count(kTag, "handle dump fail header fail 34("), failures);
-        EXPECT_EQ(mLog.count(kTag, "update lastlog header fail"), 0);
         // The last-log header inside the area was repaired, its index kept;
         // the next step of the run reads it and rejects the index.
         EXPECT_EQ(GetLE(kBlackbox, kArea + 8, 4), storeIndex);

@@ -69,18 +69,20 @@ class MinidumpTest : public ::testing::Test {
         image.PutBytes(offset, bytes);
         EXPECT_TRUE(image.ok()) << devicePath;
     }
-    // Little-endian integers, byte by byte.
-    void PutLE(const std::string& devicePath, uint64_t offset, uint64_t value, int width) const {
-        Put(devicePath, offset, LittleEndian(value, width));
+    // Little-endian integers; consecutive 32-bit words from `offset` on.
+    void Put16(const std::string& p, uint64_t o, uint64_t v) const {
+        Put(p, o, LittleEndian(v, 2));
     }
-    // Consecutive little-endian 32-bit words from `offset` on.
+    void Put32(const std::string& p, uint64_t o, uint64_t v) const {
+        Put(p, o, LittleEndian(v, 4));
+    }
+    void Put64(const std::string& p, uint64_t o, uint64_t v) const {
+        Put(p, o, LittleEndian(v, 8));
+    }
     void PutWords(const std::string& devicePath, uint64_t offset,
                   std::initializer_list<uint64_t> words) const {
-        for (uint64_t word : words) PutLE(devicePath, (offset += 4) - 4, word, 4);
+        for (uint64_t word : words) Put32(devicePath, (offset += 4) - 4, word);
     }
-    void Put16(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 2); }
-    void Put32(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 4); }
-    void Put64(const std::string& p, uint64_t o, uint64_t v) const { PutLE(p, o, v, 8); }
 
     // A blackbox image with its table header: the log content at 0x400, the
     // dump area at `area`, the control block at `control`.
@@ -150,10 +152,6 @@ class MinidumpTest : public ::testing::Test {
     std::string ReadFile(const std::string& devicePath) const {
         std::ifstream in(Host(devicePath), std::ios::binary);
         return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
-    static bool EndsWith(const std::string& text, const std::string& suffix) {
-        return text.size() >= suffix.size() &&
-               text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
     }
     bool Exists(const std::string& devicePath) const {
         return std::filesystem::exists(Host(devicePath));

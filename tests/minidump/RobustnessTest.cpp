@@ -8,6 +8,7 @@
 
 #include "MinidumpTestSupport.h"
 #include "modules/BSPLogProcessor/minidump/SectionStream.h"
+#include "modules/BSPLogProcessor/minidump/SectionWriters.h"
 
 namespace zelkor::tessel::testing {
 namespace {
@@ -172,6 +173,25 @@ TEST_F(RobustnessTest, OutputGoesOutAsItGrowsAndAFailedWriteDropsTheRest) {
     }
     close(full);
     EXPECT_EQ(mLog.count(kTag, "write last log file fail 28"), 1);
+}
+
+// A partition read that fails inside a section (an I/O error on the flash) is
+// an error the writers log, not the end of the section's data.
+TEST_F(RobustnessTest, UnreadablePartitionIsLoggedAndWritesNothing) {
+    // Written but not readable through this descriptor: every read fails
+    // with EBADF, as a failing flash read would fail with EIO.
+    MakeImage(kMinidump, 4096);
+    const int in = open(Host(kMinidump).c_str(), O_WRONLY | O_CLOEXEC);
+    const int out = open(Host(Diag("out")).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_GE(in, 0);
+    ASSERT_GE(out, 0);
+    const Section section{in, "md_cpusys", 0, 4096};
+    WriteText(section, out);
+    WriteHexDump(section, out);
+    close(in);
+    close(out);
+    EXPECT_EQ(mLog.count(kTag, "read section fail 9(Bad file descriptor)"), 2);
+    EXPECT_EQ(DiagText("out"), "");
 }
 
 }  // namespace

@@ -39,72 +39,46 @@ class TzDiagTest : public MinidumpTest {
         ParseAt(kMinidump, name, kAt, size, late);
     }
     // The tail of "last_tzlog" from its "Diag Log :" line on.
-    std::string DiagLog() const {
-        const std::string tzlog = DiagText("last_tzlog");
+    std::string DiagLog(const std::string& file = "last_tzlog") const {
+        const std::string tzlog = DiagText(file);
         const size_t at = tzlog.find("Diag Log :\n");
         return at == std::string::npos ? "<no log in: " + tzlog + ">" : tzlog.substr(at + 11);
     }
 };
 
-TEST_F(TzDiagTest, LogIsTranslatedIntoTheOneUnnumberedParsedFile) {
-    const std::string ring = "[1.0](42)\n[2.0](7 3 9)\nno time\n";
-    TzDiag(0x00030001, 2, ring, 0x80, 0, ring.size());
-    Parse("md_TZ_DIAG", 0x500, 2);
-    EXPECT_TRUE(EndsWith(DiagText("last_tzlog_2"), "Diag Log :\n" + ring));
-    EXPECT_EQ(DiagText("last_tzlog_parsed"), "[1.0] MOD started\n[2.0] MODvalue 3 of 9\n");
-    EXPECT_FALSE(Exists(Diag("last_tzlog_parsed_2")));
-    EXPECT_EQ(ModeOf("/vendor/etc/tzlog.dict"), 0640u);
-}
-
-// Boot status, then reset status. The table has room for 8 CPUs: 192 bytes to
-// the reset info make the 24-byte 32-bit form, 320 bytes the 40-byte 64-bit one.
-TEST_F(TzDiagTest, BootStatusInBothFormsThenResetStatus) {
-    for (const uint32_t bootOff : {168u, 40u}) {
-        const bool wide = bootOff == 40;
-        TzDiag(0x00030001, 2, "x\n", 0x80, 0, 2);
-        Put32(kMinidump, kAt + 16, bootOff);
-        std::string expected = "Boot Status :\n";
-        for (uint32_t cpu = 0; cpu < 2; ++cpu) {
-            const uint64_t info = kAt + bootOff + (wide ? 40 : 24) * cpu;
-            PutWords(kMinidump, info, {0x10 + cpu, 0x20 + cpu, 0x30 + cpu, 0x40 + cpu});
-            if (wide) {
-                Put64(kMinidump, info + 24, 0x1234567800000000ull + cpu);
-            } else {
-                Put32(kMinidump, info + 16, 0x80001000 + cpu);
-            }
-            const std::string n = std::to_string(cpu);
-            expected += "  CPU #: " + n + "\n  Warm boot jump address    : " +
-                        (wide ? "0x123456780000000" : "0x8000100") + n +
-                        "\n  Warm boot entry / exit    : 0x1" + n + " / 0x2" + n +
-                        "\n  Power collapse entry / exit: 0x3" + n + " / 0x4" + n + "\n";
-        }
-        Parse("md_TZ_DIAG", 0x500);
-        EXPECT_EQ(DiagText("last_tzlog")
-                          .rfind("TZ diag version 0x30001, 2 CPUs\n" + expected +
-                                         "Reset Status :\n  CPU #: 0\n  Reset Type Value          "
-                                         ": 1\n"
-                                         "   Reset Type (reason)       : SECURE_WDT\n"
-                                         "  Reset counter             : 0x2\n"
-                                         "  CPU #: 1\n  Reset Type Value          : 99\n"
-                                         "   Reset Type (reason)       : UNKNOWN\n"
-                                         "  Reset counter             : 0x0\n",
-                                 0),
-                  0u)
-                << DiagText("last_tzlog");
+// The ring oldest first in the numbered "last_tzlog", translated into the one
+// unnumbered "last_tzlog_parsed".
+TEST_F(TzDiagTest, RingIsCopiedOldestFirstAndTranslated) {
+    const std::string lines = "[1.0](42)\n[2.0](7 3 9)\nno time\n";
+    struct Case {
+        uint32_t version, cpus;
+        std::string ring;
+        uint32_t ringLen;
+        uint16_t wrap, next;
+        std::string log, parsed;
+    } cases[] = {
+            {0x30001, 2, lines, 0x80, 0, 31, lines, "[1.0] MOD started\n[2.0] MODvalue 3 of 9\n"},
+            // Wrapped: from the next write position on, then the start; each
+            // line translated once.
+            {0x30001, 2, "EFGHABCD", 8, 1, 4, "ABCDEFGH", ""},
+            {0x30001, 2, "[2](42)\n[1](42)\n", 16, 1, 8, "[1](42)\n[2](42)\n",
+             "[1] MOD started\n[2] MOD started\n"},
+            // A legacy area keeps its text up to the terminator.
+            {0x20000, 2, std::string("legacy\n\0stale", 13), 0x80, 0, 0, "legacy\n", ""},
+            // A ring of one byte; 1000 CPUs and a ring past the area: what fits.
+            {0x30001, 2, "y", 1, 0, 1, "y", ""},
+            {0x30001, 1000, "x\n", 0xFFFFFFF0, 0, 2, "x\n", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.log);
+        TzDiag(c.version, c.cpus, c.ring, c.ringLen, c.wrap, c.next);
+        Parse("md_TZ_DIAG", 0x500, 2);
+        EXPECT_TRUE(DiagLog("last_tzlog_2") == c.log) << DiagLog("last_tzlog_2").size();
+        EXPECT_EQ(DiagText("last_tzlog_parsed"), c.parsed);
     }
-}
-
-TEST_F(TzDiagTest, WrappedRingIsReadOldestFirst) {
-    TzDiag(0x00030001, 2, "EFGHABCD", 8, 1, 4);
-    Parse("md_TZ_DIAG", 0x500);
-    EXPECT_EQ(DiagLog(), "ABCDEFGH");
-
-    // Translated in the same order, each line once.
-    TzDiag(0x00030001, 2, "[2](42)\n[1](42)\n", 16, 1, 8);
-    Parse("md_TZ_DIAG", 0x500);
-    EXPECT_EQ(DiagLog(), "[1](42)\n[2](42)\n");
-    EXPECT_EQ(DiagText("last_tzlog_parsed"), "[1] MOD started\n[2] MOD started\n");
-    EXPECT_EQ(mLog.count(kTag, "The tzlog has no time id"), 0);
+    EXPECT_FALSE(Exists(Diag("last_tzlog_parsed_2")));
+    EXPECT_EQ(mLog.count(kTag, "tzdiag says 1000 cpus"), 1);
+    EXPECT_EQ(ModeOf("/vendor/etc/tzlog.dict"), 0640u);
 
     // A ring right behind the magic takes its positions from the magic word:
     // wrapped at 0x6461, next write at 0x747A.
@@ -114,34 +88,56 @@ TEST_F(TzDiagTest, WrappedRingIsReadOldestFirst) {
     Parse("md_TZ_DIAG", 0x8004);
     const std::string atStart = DiagLog();
     EXPECT_EQ(atStart.substr(0, 4), "old\n");
-    EXPECT_TRUE(EndsWith(atStart, "new\n"));
-
-    // A legacy area keeps its text up to the terminator.
-    TzDiag(0x00020000, 2, std::string("legacy\n\0stale", 13), 0x80, 0, 0);
-    Parse("md_TZ_DIAG", 0x500);
-    EXPECT_EQ(DiagLog(), "legacy\n");
+    EXPECT_EQ(atStart.substr(atStart.size() - 4), "new\n");
 }
 
-TEST_F(TzDiagTest, BadMagicOrCountsAreReported) {
+// Boot status, then reset status. The table has room for 8 CPUs: 192 bytes to
+// the reset info make the 24-byte 32-bit form, 320 bytes the 40-byte 64-bit one.
+TEST_F(TzDiagTest, BootStatusInBothFormsThenResetStatus) {
+    using Form = std::pair<uint32_t, std::string>;  // boot info offset, CPU 1's jump address
+    for (const auto& [bootOff, jump] : {Form{168, "0x80001001"}, Form{40, "0x1234567800000001"}}) {
+        const bool wide = bootOff == 40;
+        TzDiag(0x00030001, 2, "x\n", 0x80, 0, 2);
+        Put32(kMinidump, kAt + 16, bootOff);
+        // CPU 0 all zero; CPU 1's counters and jump address.
+        const uint64_t cpu1 = kAt + bootOff + (wide ? 40 : 24);
+        PutWords(kMinidump, cpu1, {0x11, 0x21, 0x31, 0x41});
+        if (wide) {
+            Put64(kMinidump, cpu1 + 24, 0x1234567800000001ull);
+        } else {
+            Put32(kMinidump, cpu1 + 16, 0x80001001);
+        }
+        Parse("md_TZ_DIAG", 0x500);
+        EXPECT_EQ(DiagText("last_tzlog"),
+                  "TZ diag version 0x30001, 2 CPUs\nBoot Status :\n"
+                  "  CPU #: 0\n  Warm boot jump address    : 0x0\n"
+                  "  Warm boot entry / exit    : 0x0 / 0x0\n"
+                  "  Power collapse entry / exit: 0x0 / 0x0\n"
+                  "  CPU #: 1\n  Warm boot jump address    : " +
+                          jump +
+                          "\n  Warm boot entry / exit    : 0x11 / 0x21\n"
+                          "  Power collapse entry / exit: 0x31 / 0x41\n"
+                          "Reset Status :\n  CPU #: 0\n  Reset Type Value          : 1\n"
+                          "   Reset Type (reason)       : SECURE_WDT\n"
+                          "  Reset counter             : 0x2\n"
+                          "  CPU #: 1\n  Reset Type Value          : 99\n"
+                          "   Reset Type (reason)       : UNKNOWN\n"
+                          "  Reset counter             : 0x0\n"
+                          "Diag Log :\nx\n");
+    }
+}
+
+TEST_F(TzDiagTest, BadMagicOrEmptyRingIsReported) {
     TzDiag(0x00030001, 2, "x\n", 0x80, 0, 2);
     Put32(kMinidump, kAt, 0x12345678);
     Parse("md_TZ_DIAG", 0x500);
     EXPECT_TRUE(mLog.contains(kTag, "tzdiag magic is 0x12345678, not 0x747A6461, wrong return\n"));
     EXPECT_EQ(DiagText("last_tzlog"), "");
 
-    // 1000 CPUs and a ring past the area: what fits is shown.
-    TzDiag(0x00030001, 1000, "x\n", 0xFFFFFFF0, 0, 2);
-    Parse("md_TZ_DIAG", 0x500);
-    EXPECT_EQ(mLog.count(kTag, "tzdiag says 1000 cpus"), 1);
-    EXPECT_EQ(DiagLog().substr(0, 2), "x\n");
-
-    // An empty ring is no ring; one of a byte is that byte.
     TzDiag(0x00030001, 2, "y", 0, 0, 0);
     Parse("md_TZ_DIAG", 0x500);
     EXPECT_EQ(mLog.count(kTag, "tzdiag ring at 0x400, 0x0 bytes, outside the area"), 1);
-    TzDiag(0x00030001, 2, "y", 1, 0, 1);
-    Parse("md_TZ_DIAG", 0x500);
-    EXPECT_EQ(DiagLog(), "y");
+    EXPECT_EQ(DiagLog(), "");
 }
 
 TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslatedAndTzImemIsAHexDump) {
@@ -176,41 +172,43 @@ TEST_F(TzDiagTest, TzLogSectionIsCopiedRawAndTranslatedAndTzImemIsAHexDump) {
               "00000000  54 5a 20 69 6d 65 6d 01                          |TZ imem.|\n");
 }
 
-// A hypervisor area: a 88-byte header (two CPUs here), the ring behind it.
-TEST_F(TzDiagTest, HypervisorHeaderThenItsRingOldestFirstAndNeverNumbered) {
-    auto hyp = [&](uint32_t ringOff, uint16_t wrap, uint16_t next) {
-        PutWords(kMinidump, kAt, {0x6879706D, 2, ringOff});  // "hypm", CPUs, ring
-        Put16(kMinidump, kAt + 12, wrap);
-        Put16(kMinidump, kAt + 14, next);
-        // Stage 2 faults; per CPU warm boot entries and exits.
-        PutWords(kMinidump, kAt + 20, {3, 0x10, 0x20, 0x11, 0x21});
-    };
+// A hypervisor area: a 88-byte header (two CPUs here), the ring behind it,
+// always written to the unnumbered "last_hyplog".
+TEST_F(TzDiagTest, HypervisorHeaderThenItsRingOldestFirst) {
     const std::string header =
             "Hyp diag: 2 CPUs, stage 2 faults: 3\n"
             "  CPU #: 0  warm boot entry / exit: 0x10 / 0x20\n"
             "  CPU #: 1  warm boot entry / exit: 0x11 / 0x21\n"
             "Hyp Log :\n";
-    // The ring of 16 bytes at 88, wrapped at 6: from there on, then the start.
-    hyp(88, 1, 6);
-    Put(kMinidump, kAt + 88, "der 2\nnewer 1\nol");
-    Parse("md_HYP_DIAG", 88 + 16, 3);
-    EXPECT_EQ(DiagText("last_hyplog"), header + "newer 1\nolder 2\n");
-
-    // Not wrapped: up to the next write position.
-    hyp(88, 0, 12);
-    Put(kMinidump, kAt + 88, "hyp says hi\nstale");
-    Parse("md_HYP_DIAG", 88 + 64, 3);
-    EXPECT_EQ(DiagText("last_hyplog"), header + "hyp says hi\n");
-
-    // A ring inside the header or at the very end is outside the area; the
-    // header is still written.
-    hyp(84, 0, 0);
-    Parse("md_HYP_DIAG", 88 + 64);
-    EXPECT_EQ(mLog.count(kTag, "hypdiag ring at 0x54 outside the area"), 1);
-    EXPECT_EQ(DiagText("last_hyplog"), header);
-    hyp(88, 0, 0);
-    Parse("md_HYP_DIAG", 88);
-    EXPECT_EQ(mLog.count(kTag, "hypdiag ring at 0x58 outside the area"), 1);
+    struct Case {
+        uint32_t ringOff;
+        uint16_t wrap, next;
+        std::string ring;
+        uint64_t size;
+        std::string log, error;
+    } cases[] = {
+            // The ring of 16 bytes at 88, wrapped at 6: from there on, then the start.
+            {88, 1, 6, "der 2\nnewer 1\nol", 88 + 16, "newer 1\nolder 2\n", ""},
+            // Not wrapped: up to the next write position.
+            {88, 0, 12, "hyp says hi\nstale", 88 + 64, "hyp says hi\n", ""},
+            // A ring inside the header or at the very end is outside the area.
+            {84, 0, 0, "", 88 + 64, "", "hypdiag ring at 0x54 outside the area"},
+            {88, 0, 0, "", 88, "", "hypdiag ring at 0x58 outside the area"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.log + c.error);
+        PutWords(kMinidump, kAt, {0x6879706D, 2, c.ringOff});  // "hypm", CPUs, ring
+        Put16(kMinidump, kAt + 12, c.wrap);
+        Put16(kMinidump, kAt + 14, c.next);
+        // Stage 2 faults; per CPU warm boot entries and exits.
+        PutWords(kMinidump, kAt + 20, {3, 0x10, 0x20, 0x11, 0x21});
+        Put(kMinidump, kAt + 88, c.ring);
+        Parse("md_HYP_DIAG", c.size, 3);
+        EXPECT_EQ(DiagText("last_hyplog"), header + c.log);
+        if (!c.error.empty()) {
+            EXPECT_EQ(mLog.count(kTag, c.error), 1);
+        }
+    }
 
     // Shorter than the header, or another magic: nothing.
     Parse("md_HYP_DIAG", 87);
@@ -251,9 +249,6 @@ TEST_F(TzDiagTest, KeyRegionsStartOrAppendToTheKeyFileAndAnEmptyOneCleansIt) {
                                              "tz log key region md_TZ_HMAC:\nMAC")
             << ReadFile(keyFile).size();
     EXPECT_EQ(ModeOf(keyFile), 0644u);
-    EXPECT_TRUE(mLog.contains(kTag, "creat file /data/vendor/diag/last_tzlog_key \n"));
-    EXPECT_TRUE(
-            mLog.contains(kTag, "open file /data/vendor/diag/last_tzlog_key, write continue \n"));
 }
 
 class TzLogDictTest : public TzDiagTest {
@@ -269,7 +264,8 @@ class TzLogDictTest : public TzDiagTest {
 
 TEST_F(TzLogDictTest, LinesAreExpandedWithTheDictionary) {
     Dict("42:MOD:started\n7:MOD:value %d of %d\n7:OTHER:never used\nno colon here\n"
-         "9:only one\n5:BARE:\n3:M:%d|%d|%d tail\n1:A:one\n");
+         "9:only one\n5:BARE:\n3:M:%d|%d|%d tail\n1:A:one\n11:L:" +
+         std::string(490, 'f') + "\n");
     ASSERT_EQ(load_tzlog_dict(), 0);
     EXPECT_EQ(Translate("[12.3](42)\n"), "[12.3] MOD started\n");
     // The first entry of an id wins; no blank between module and format.
@@ -291,6 +287,16 @@ TEST_F(TzLogDictTest, LinesAreExpandedWithTheDictionary) {
     EXPECT_EQ(mLog.count(kTag, "The tzlog has no time id in this line."), 1);
     EXPECT_EQ(mLog.count(kTag, "The tzlog has no fatmat in this line."), 1);
     EXPECT_EQ(Translate(""), "");
+
+    // Long lines are cut at the line buffer. No placeholder: the module's
+    // last letter gives way to the newline; and an unknown id with a
+    // 9000-character line is cut to 5120 characters.
+    std::string args;
+    for (int i = 0; i < 1000; ++i) args += " 12345678";
+    EXPECT_EQ(Translate("[1](11" + args + ")\n"), "[1] \n");
+    const std::string cut = Translate("[1](2" + args + ")\n");
+    EXPECT_EQ(cut.size(), 5120u);
+    EXPECT_EQ(cut.back(), '\n');
 }
 
 TEST_F(TzLogDictTest, MissingDictionaryKeepsEveryLine) {
@@ -308,20 +314,6 @@ TEST_F(TzLogDictTest, MissingDictionaryKeepsEveryLine) {
     Dict("42:NEW:meaning\n");
     ASSERT_EQ(load_tzlog_dict(), 0);
     EXPECT_EQ(Translate("[1](42)\n"), "[1] NEW meaning\n");
-}
-
-TEST_F(TzLogDictTest, LongLinesAreCutAtTheLineBuffer) {
-    Dict("1:A:" + std::string(490, 'f') + "\n");
-    ASSERT_EQ(load_tzlog_dict(), 0);
-    std::string args;
-    for (int i = 0; i < 1000; ++i) args += " 12345678";
-    std::string out = Translate("[1](1" + args + ")\n");
-    // No placeholder: the module's last letter gives way to the newline; and
-    // an unknown id with a 9000-character line is cut to 5120 characters.
-    EXPECT_EQ(out, "[1] \n");
-    out = Translate("[1](2" + args + ")\n");
-    EXPECT_EQ(out.size(), 5120u);
-    EXPECT_EQ(out.back(), '\n');
 }
 
 }  // namespace
