@@ -189,16 +189,20 @@ TEST_F(DumpExtractionTest, SectionFileFromAnEmptyPartitionOrOnDescriptorZero) {
     Put(kMinidump, 0x100, "cpu0 online\n");
     const int image = OpenImage(kMinidump);
     ASSERT_GE(image, 0);
-    const int input = fcntl(0, F_DUPFD_CLOEXEC, 3);
-    close(0);
-    const int result = parse_log(image, "md_cpusys", 0x100, 12, 0);
-    if (input >= 0) {
-        dup2(input, 0);
-        close(input);
+    // A single file, and the first of a raw and translated pair.
+    for (const auto& [section, file] :
+         {std::pair{"md_cpusys", "last_cpusys"}, std::pair{"md_ltz", "last_tzlog"}}) {
+        const int input = fcntl(0, F_DUPFD_CLOEXEC, 3);
+        close(0);
+        const int result = parse_log(image, section, 0x100, 12, 0);
+        if (input >= 0) {
+            dup2(input, 0);
+            close(input);
+        }
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(DiagText(file), "cpu0 online\n") << section;
     }
     close(image);
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(DiagText("last_cpusys"), "cpu0 online\n");
 }
 
 TEST_F(DumpExtractionTest, SlotOutsideTheDumpAreaIsNeitherTakenNorMarked) {
