@@ -165,11 +165,11 @@ TEST(MessagePoolTest, RecycledRecordComesBackClean) {
     std::vector<HalvexMessage*> others;
     while ((again = HalvexMessage::obtain(8, nullptr, 2)) != msg) others.push_back(again);
     for (HalvexMessage* other : others) HalvexMessage::recycle(other);
-    EXPECT_EQ(std::make_tuple(again->what, again->flags, again->name, again->when),
-              std::make_tuple(8, short{2}, std::string("Undef"), int64_t{0}));
-    EXPECT_EQ(std::make_tuple(again->arg1, again->arg2, again->arg3), std::make_tuple(0, 0, 0));
-    EXPECT_EQ(again->obj, nullptr);
-    EXPECT_EQ(again->runnable, nullptr);
+    EXPECT_EQ(
+            std::make_tuple(again->what, again->flags, again->name, again->when, again->arg1,
+                            again->arg2, again->arg3, again->obj, again->runnable),
+            std::make_tuple(8, short{2}, std::string("Undef"), int64_t{0}, 0, 0, 0,
+                            static_cast<Object*>(nullptr), static_cast<HalvexRunnable*>(nullptr)));
     again->sharedPayload.reset();
     HalvexMessage::recycle(again);
 }
