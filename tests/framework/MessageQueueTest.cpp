@@ -115,7 +115,7 @@ TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangersClearAndQuitDestr
     HalvexMessage* stranger = tracked(3);
     queue.offer(kept);
     queue.offer(dropped);
-    EXPECT_TRUE(queue.hasMessage(dropped));
+    EXPECT_TRUE(queue.hasMessages(1) && queue.hasMessage(dropped));
     EXPECT_FALSE(queue.hasMessage(stranger));
 
     queue.removeMessage(kept, /*keep=*/true);
