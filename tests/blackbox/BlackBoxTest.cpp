@@ -19,9 +19,23 @@ namespace {
 
 using HeaderPassTest = BlackBoxTest;
 
+// The layout a boot loader reads, spelled out byte by byte.
 TEST_F(HeaderPassTest, ZeroedPartitionGetsEveryDefaultHeader) {
     TestImage expected(mRoot.path() + "/expected.img", kImageSize);
-    expected.PutDefaultHeaders();
+    expected.PutU64(0x0, 0x56775AF41BCDE0F0);
+    expected.PutWords(0x8, {0x1000, 0x400, 1, 0x400, 0x3000000, 0, 0x9800000});
+    expected.PutU64(0x400, 0xE99BB480DD25E1F0);
+    expected.PutWords(0x408, {0x1000, 0x400, 0x1000, 1, 0x800000});
+    expected.PutU64(kSlot1, 0xB5C4D2A5E936DB79);
+    expected.PutWords(kSlot1 + 8, {0x1000, 0x1000, 0x1000, 0x1000, 0x4000, 0x7000, 0xA000, 0x12000,
+                                   0x112000, 0x312000, 0x512000});
+    expected.PutLabel(kSlot1 + 52, "uefi_log");
+    expected.PutLabel(kSlot1 + 72, "dotting");
+    expected.PutU64(kSlot1 + 92, 0x7C1C918ADF6BC8CC);
+    expected.PutU32(kSlot1 + 100, 4096);
+    expected.PutWords(kSlot1 + 116, {0xFFFFFFFF, 512, 3000});  // ring_start .. boot_dotting_max
+    expected.PutU64(kControl, 0x9DBFA34954526BEC);
+    expected.PutWords(kControl + 8, {0x1000, 0x1000, 0x9801000, 0x9881000, 0x9882000});
     ASSERT_TRUE(expected.ok());
     MakeImage();
 

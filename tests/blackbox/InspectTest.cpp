@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "TempRoot.h"
-#include "TestImage.h"
+#include "BlackBoxFixture.h"
 #include "tools/tessel-image/BlackboxInspector.h"
 #include "tools/tessel-image/HwinfoRegion.h"
 #include "tools/tessel-image/JsonText.h"
@@ -19,12 +17,8 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-class InspectTest : public ::testing::Test {
+class InspectTest : public BlackBoxTest {
   protected:
-    TestImage& Image(uint64_t size = kImageSize) {
-        mImage = std::make_unique<TestImage>(mRoot.path() + "/blackbox.img", size);
-        return *mImage;
-    }
     Json::Value Inspect() {
         EXPECT_TRUE(mImage->ok());
         int fd = open(mImage->path().c_str(), O_RDONLY | O_CLOEXEC);
@@ -43,12 +37,10 @@ class InspectTest : public ::testing::Test {
         }
         return false;
     }
-    TempRoot mRoot;
-    std::unique_ptr<TestImage> mImage;
 };
 
 TEST_F(InspectTest, ReportsHeadersDottingInRingOrderAndKernelLog) {
-    TestImage& image = Image();
+    TestImage& image = MakeImage();
     image.PutDefaultHeaders(2);
     image.PutU32(0x10, 5);  // boot_index
     const uint64_t slot = kSlot1 + kSlotSize;
@@ -88,7 +80,7 @@ TEST_F(InspectTest, ReportsHeadersDottingInRingOrderAndKernelLog) {
 }
 
 TEST_F(InspectTest, OpenBootPhaseEndsAtTheWriteOffset) {
-    Image().PutDefaultHeaders();
+    MakeImage().PutDefaultHeaders();
     mImage->PutU32(kSlot1 + 128, 5);
     mImage->PutBytes(kSlot1 + kDottingArea, "a\x01\n\xff\nstale\n");
     const Json::Value dotting = Inspect()["dotting"];
@@ -98,7 +90,7 @@ TEST_F(InspectTest, OpenBootPhaseEndsAtTheWriteOffset) {
 }
 
 TEST_F(InspectTest, UntrustedHeadersAreReportedNotFollowed) {
-    Image().PutDefaultHeaders();
+    MakeImage().PutDefaultHeaders();
     mImage->PutU64(0, 1);
     mImage->PutU32(0x20, 0xFFFFFFF0);  // control_content_offset of an invalid table
     mImage->PutU64(kSlot1 + 92, 0);    // dotting_magic
@@ -109,7 +101,7 @@ TEST_F(InspectTest, UntrustedHeadersAreReportedNotFollowed) {
     EXPECT_FALSE(tree["black_box_log_header"]["dotting_valid"].asBool());
     EXPECT_FALSE(tree.isMember("dotting"));
 
-    Image().PutDefaultHeaders();
+    MakeImage().PutDefaultHeaders();
     mImage->PutWords(kSlot1 + 116, {10, 512, 3000, kDottingAreaSize + 1});
     tree = Inspect();
     EXPECT_TRUE(HasError(tree, "log_dotting_write_offset 0x2EE001 lies outside the dotting area"));
@@ -117,7 +109,7 @@ TEST_F(InspectTest, UntrustedHeadersAreReportedNotFollowed) {
     mImage->PutWords(kSlot1 + 116, {50, 512, 3000, 20});
     EXPECT_TRUE(HasError(Inspect(), "ring_start 0x32 lies beyond log_dotting_write_offset"));
 
-    Image().PutDefaultHeaders();
+    MakeImage().PutDefaultHeaders();
     ASSERT_EQ(truncate(mImage->path().c_str(), kSlot1 + 50), 0);
     tree = Inspect();
     EXPECT_FALSE(tree["valid"].asBool());

@@ -1,6 +1,6 @@
-// Blackbox images for tests, written and read byte by byte at explicit
-// offsets, without the code under test, so that a misreading of the layout
-// shared by the daemon's writer and reader cannot hide.
+// Blackbox images for tests, read and patched at explicit offsets, so that a
+// misreading of the layout shared by the daemon's writer and reader cannot
+// hide; the default headers come from the daemon's encoders.
 #pragma once
 
 #include <fcntl.h>
@@ -12,6 +12,8 @@
 #include <initializer_list>
 #include <string>
 #include <utility>
+
+#include "modules/blackbox/BlackBoxDefaults.h"
 
 namespace zelkor::tessel::testing {
 
@@ -86,28 +88,34 @@ class TestImage {
     uint32_t U32(uint64_t offset) const { return static_cast<uint32_t>(Le(offset, 4)); }
     uint64_t U64(uint64_t offset) const { return Le(offset, 8); }
 
-    // The four headers of a freshly initialised partition, with the current
-    // slot `dump_count` (no slot header for slot 0).
+    // A header struct as it lies on the partition.
+    template <typename Header>
+    void PutHeader(uint64_t offset, const Header& header) {
+        PutBytes(offset, std::string(reinterpret_cast<const char*>(&header), sizeof(header)));
+    }
+
+    // The headers `tessel-image blackbox create` and the header pass write to a
+    // blank partition, from the daemon's own encoders, with the current slot
+    // `dump_count` (no slot header for slot 0). Their bytes are checked
+    // against the layout in the header pass test.
     void PutDefaultHeaders(uint32_t dump_count = 1) {
-        PutU64(0x0, 0x56775AF41BCDE0F0);
-        PutWords(0x8, {0x1000, 0x400, 1, 0x400, 0x3000000, 0, 0x9800000});
-        PutU64(0x400, 0xE99BB480DD25E1F0);
-        PutWords(0x408, {0x1000, 0x400, 0x1000, dump_count, 0x800000});
+        blackbox::log_table_header table{};
+        blackbox::stamp_default_log_table_header(&table);
+        PutHeader(0, table);
+        blackbox::log_content_header content{};
+        blackbox::stamp_default_log_content_header(&content);
+        content.dump_count = dump_count;
+        PutHeader(table.log_content_offset, content);
         if (dump_count > 0) PutDefaultSlotHeader(kSlot1 + (dump_count - 1) * kSlotSize);
-        PutU64(kControl, 0x9DBFA34954526BEC);
-        PutWords(kControl + 8, {0x1000, 0x1000, 0x9801000, 0x9881000, 0x9882000});
+        blackbox::control_content_header control{};
+        blackbox::stamp_default_control_content_header(&control);
+        PutHeader(kControl, control);
     }
 
     void PutDefaultSlotHeader(uint64_t slot) {
-        PutU64(slot, 0xB5C4D2A5E936DB79);
-        PutWords(slot + 8, {0x1000, 0x1000, 0x1000, 0x1000, 0x4000, 0x7000, 0xA000, 0x12000,
-                            0x112000, 0x312000, 0x512000});
-        PutLabel(slot + 52, "uefi_log");
-        PutLabel(slot + 72, "dotting");
-        PutU64(slot + 92, 0x7C1C918ADF6BC8CC);
-        PutU32(slot + 100, 4096);
-        PutU64(slot + 104, 0);
-        PutWords(slot + 112, {0, 0xFFFFFFFF, 512, 3000, 0, 0, 0});
+        blackbox::black_box_log_header header{};
+        blackbox::stamp_default_black_box_log_header(&header);
+        PutHeader(slot, header);
     }
 
   private:

@@ -137,7 +137,7 @@ TEST_F(LocalBroadcastTest, SlowReceiverIsReported) {
     EXPECT_EQ(logs.count(kLocalTag, "action: zelkor.test.slow"), 1);
 }
 
-TEST(IntentTest, ExtrasAreTypedAndEveryKindSurvivesTheJsonRoundTrip) {
+TEST(IntentTest, EveryKindOfExtraSurvivesTheJsonRoundTrip) {
     static const char kPointer[] = "from a pointer";
     Intent intent("zelkor.test.json");
     Json::Value tree(Json::objectValue);
@@ -150,18 +150,6 @@ TEST(IntentTest, ExtrasAreTypedAndEveryKindSurvivesTheJsonRoundTrip) {
     intent.putExtra("e_float", 0.1f);
     intent.putExtra("f_long", int64_t{-(int64_t{1} << 40)});
     intent.putExtra("g_int", int32_t{-7});
-
-    // In process: the pointer itself, a null tree for a missing key, a copy of
-    // its own, and a getter of another type throws.
-    EXPECT_EQ(intent.getExtra("d_cstring").index(), EXTRA_CSTRING);
-    EXPECT_EQ(intent.getExtra<const char*>("d_cstring"), kPointer);
-    ExtraValue missing = intent.getExtra("nope");
-    EXPECT_EQ(missing.index(), EXTRA_JSON);
-    EXPECT_TRUE(std::get<Json::Value>(missing).isNull());
-    Intent copy = intent;
-    copy.putExtra("b_bool", false);
-    EXPECT_TRUE(intent.getExtra<bool>("b_bool"));
-    EXPECT_THROW(intent.getExtra<int32_t>("c_string"), std::bad_any_cast);
 
     const std::string json = InternalBroadcastManager::intentToJsonStr(intent);
     EXPECT_EQ(json.find("zelkor.test.json"), std::string::npos) << "the action travels apart";
@@ -211,8 +199,6 @@ TEST(InternalBroadcastJsonTest, BadTextOrExtrasGiveAnIntentWithoutThem) {
     // An in-process-only extra is reported and not carried.
     Intent opaque("a");
     opaque.putExtra("opaque", std::any(std::string("in-process only")));
-    EXPECT_EQ(opaque.getExtra<std::string>("opaque"), "in-process only");
-    EXPECT_THROW(opaque.getExtra<int32_t>("opaque"), std::bad_any_cast);
     EXPECT_TRUE(InternalBroadcastManager::jsonStrToIntent(
                         "a", InternalBroadcastManager::intentToJsonStr(opaque))
                         .getExtras()

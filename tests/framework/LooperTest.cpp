@@ -127,23 +127,5 @@ TEST(LooperLifecycleTest, HandlerWithoutLooperWarnsAndDrops) {
     EXPECT_TRUE(log.contains("Halvex-Handler", "[_enqueueMessage] Looper is null!"));
 }
 
-TEST(LooperLifecycleTest, SecondPrepareKeepsTheFirstLooper) {
-    LogCapture log;
-    std::thread t([] {
-        EXPECT_EQ(HalvexLooper::myLooper(), nullptr);
-        HalvexLooper::prepare();
-        HalvexLooper* first = HalvexLooper::myLooper();
-        HalvexLooper::prepare();
-        EXPECT_EQ(HalvexLooper::myLooper(), first);
-        HalvexLooper::exit();
-        EXPECT_EQ(HalvexLooper::myLooper(), nullptr);
-    });
-    t.join();
-    EXPECT_EQ(log.count("Halvex-HalvexLooper", "[prepare] HalvexLooper::prepare has been called."),
-              1);
-    EXPECT_EQ(log.count("Halvex-HalvexLooper", "[myLooper] Call HalvexLooper::prepare first pls."),
-              2);
-}
-
 }  // namespace
 }  // namespace zelkor::tessel

@@ -106,45 +106,42 @@ TEST(MessageQueueTest, BurstsOfferedToASleepingTakerAllArrive) {
 
 TEST(MessageQueueTest, RemoveKeepsOrDestroysAndIgnoresStrangersClearAndQuitDestroyEverything) {
     HalvexMessageQueue queue;
-    bool keptDestroyed = false, droppedDestroyed = false, strangerDestroyed = false;
-    HalvexMessage* kept = HalvexMessage::obtain(1, new Tracked(&keptDestroyed), 1);
-    HalvexMessage* dropped = HalvexMessage::obtain(2, new Tracked(&droppedDestroyed), 1);
-    HalvexMessage* stranger = HalvexMessage::obtain(3, new Tracked(&strangerDestroyed), 1);
+    bool destroyed[7] = {};
+    const auto tracked = [&destroyed](int what) {
+        return HalvexMessage::obtain(what, new Tracked(&destroyed[what]), 1);
+    };
+    HalvexMessage* kept = tracked(1);
+    HalvexMessage* dropped = tracked(2);
+    HalvexMessage* stranger = tracked(3);
     queue.offer(kept);
     queue.offer(dropped);
-    EXPECT_TRUE(queue.hasMessages(1));
-    EXPECT_TRUE(queue.hasMessage(dropped));
+    EXPECT_TRUE(queue.hasMessages(1) && queue.hasMessage(dropped));
     EXPECT_FALSE(queue.hasMessage(stranger));
 
     queue.removeMessage(kept, /*keep=*/true);
-    EXPECT_FALSE(keptDestroyed);
     EXPECT_FALSE(queue.hasMessages(1));
     queue.removeMessage(dropped, /*keep=*/false);
-    EXPECT_TRUE(droppedDestroyed);
     queue.removeMessage(stranger, false);
-    EXPECT_FALSE(strangerDestroyed);
+    EXPECT_EQ(std::vector<bool>(destroyed + 1, destroyed + 4),
+              (std::vector<bool>{false, true, false}));
     queue.offer(nullptr);  // nothing to queue
     EXPECT_TRUE(queue.empty());
-
     HalvexMessage::recycle(kept);
-    EXPECT_TRUE(keptDestroyed);
     HalvexMessage::recycle(stranger);
 
-    // Clearing and quitting destroy everything queued.
-    bool a = false, b = false, late = false;
-    queue.offer(HalvexMessage::obtain(1, new Tracked(&a), 1));
+    // Clearing and quitting destroy everything queued; a stopped queue drops
+    // what it is offered.
+    queue.offer(tracked(4));
     queue.offer(Timed(2, Now() + 100000));
     queue.clear();
-    EXPECT_TRUE(a);
-    EXPECT_TRUE(queue.empty());
-
-    queue.offer(HalvexMessage::obtain(1, new Tracked(&b), 1));
+    EXPECT_TRUE(destroyed[4] && queue.empty());
+    queue.offer(tracked(5));
     queue.quit();
-    EXPECT_TRUE(b);
-    queue.offer(HalvexMessage::obtain(3, new Tracked(&late), 1));
-    EXPECT_TRUE(late) << "a stopped queue drops what it is offered";
+    EXPECT_TRUE(destroyed[5]);
+    queue.offer(tracked(6));
+    EXPECT_TRUE(destroyed[6]);
     EXPECT_EQ(queue.take(true), nullptr);
-    EXPECT_FALSE(queue.hasMessages(3));
+    EXPECT_FALSE(queue.hasMessages(6));
 }
 
 TEST(MessagePoolTest, RecycledRecordComesBackClean) {
@@ -168,11 +165,11 @@ TEST(MessagePoolTest, RecycledRecordComesBackClean) {
     std::vector<HalvexMessage*> others;
     while ((again = HalvexMessage::obtain(8, nullptr, 2)) != msg) others.push_back(again);
     for (HalvexMessage* other : others) HalvexMessage::recycle(other);
-    EXPECT_EQ(std::make_tuple(again->what, again->flags, again->name, again->when),
-              std::make_tuple(8, short{2}, std::string("Undef"), int64_t{0}));
-    EXPECT_EQ(std::make_tuple(again->arg1, again->arg2, again->arg3), std::make_tuple(0, 0, 0));
-    EXPECT_EQ(again->obj, nullptr);
-    EXPECT_EQ(again->runnable, nullptr);
+    EXPECT_EQ(
+            std::make_tuple(again->what, again->flags, again->name, again->when, again->arg1,
+                            again->arg2, again->arg3, again->obj, again->runnable),
+            std::make_tuple(8, short{2}, std::string("Undef"), int64_t{0}, 0, 0, 0,
+                            static_cast<Object*>(nullptr), static_cast<HalvexRunnable*>(nullptr)));
     again->sharedPayload.reset();
     HalvexMessage::recycle(again);
 }

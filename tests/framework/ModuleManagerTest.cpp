@@ -82,8 +82,6 @@ const bool sRegistered = [] {
     RegisterModule("BetaRegister", "Beta", 5, &NewTestModule);
     RegisterModule("GammaRegister", "Gamma", 1, &NewTestModule);
     RegisterModule("RefuserRegister", "Refuser", 2, &NewTestModule);
-    // Same name again, other priority: must not replace the first entry.
-    RegisterModule("GammaAgainRegister", "Alpha", 9, &NewTestModule);
     return true;
 }();
 
@@ -137,9 +135,10 @@ void LoadAll(bool alreadyPosted = false) {
 
 TEST_F(ModuleManagerTest, LoadRunFollowsPriorityAndThreadsAndIgnoresARepeatedName) {
     testing::LogCapture log;
-    RegisterModule("BetaCloneRegister", "Beta", 7, &NewTestModule);
+    // Same name again, first priority: must not replace the first entry.
+    RegisterModule("AlphaCloneRegister", "Alpha", 9, &NewTestModule);
     EXPECT_TRUE(log.contains("Halvex-ModuleRegister",
-                             "[BetaCloneRegister] Can not register module! Module name MUST BE "
+                             "[AlphaCloneRegister] Can not register module! Module name MUST BE "
                              "UNIQUE!"));
     {
         // Hold the manager's thread, so the load run cannot start early.

@@ -51,6 +51,10 @@ class RecordingListener : public FileEventListener {
     }
     void OnQueueOverflow() override { set(mOverflowed); }
     void release() { set(mStalled, false); }
+    bool overflowed() {
+        std::lock_guard<std::mutex> lock(mLock);
+        return mOverflowed;
+    }
     bool waitForOverflow() {
         std::unique_lock<std::mutex> lock(mLock);
         return mCond.wait_for(lock, 20s, [&] { return mOverflowed; });
@@ -117,6 +121,7 @@ TEST_F(FileEventListenerTest, DeliversEventsInOrderWithNamesAndTheWatchedDeviceP
         expected.push_back(Ev(IN_CREATE, "f" + std::to_string(i) + ".log", "/logs/a"));
     }
     EXPECT_EQ(listener.waitFor(expected.size()), expected);
+    EXPECT_FALSE(listener.overflowed()) << "no overflow without a full queue";
 }
 
 TEST_F(FileEventListenerTest, WatchesAreAddedOnceAndRemovedByPathOrDescriptor) {
