@@ -1,6 +1,7 @@
 // Parcel and frame storage: large buffers are recycled rather than given back
-// to the kernel, and bytes are copied exactly at every alignment. That growing
-// and moving keep the bytes is seen through every parcel round trip.
+// to the kernel, and bytes are copied exactly at every alignment. Moved buffers
+// hand over their bytes and are usable again; that growing keeps the bytes
+// is seen through every parcel round trip.
 #include "platform/host/binder_ndk/ByteBuffer.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <numeric>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/host/binder_ndk/BufferPool.h"
@@ -17,10 +19,45 @@
 namespace zelkor::tessel::binder {
 namespace {
 
+bool Holds(const ByteBuffer& buffer, const std::vector<uint8_t>& bytes) {
+    return buffer.size() == bytes.size() &&
+           (bytes.empty() || memcmp(buffer.data(), bytes.data(), bytes.size()) == 0);
+}
+
 ByteBuffer Sized(size_t size) {
     ByteBuffer buffer;
     buffer.resize(size);
     return buffer;
+}
+
+TEST(ByteBufferTest, AssignAndMoveHandOverTheBytes) {
+    std::vector<uint8_t> bytes(2 * kPooledBufferMin + 3);
+    std::iota(bytes.begin(), bytes.end(), uint8_t{1});
+    ByteBuffer first = Sized(5);
+    first.assign(bytes.data(), bytes.size());
+    ASSERT_TRUE(Holds(first, bytes));
+
+    ByteBuffer second(std::move(first));
+    EXPECT_TRUE(Holds(second, bytes));
+    EXPECT_TRUE(first.empty());
+    EXPECT_EQ(first.data(), nullptr);
+
+    ByteBuffer third;
+    third.assign(bytes.data(), 9);
+    third = std::move(second);
+    EXPECT_TRUE(Holds(third, bytes));
+    EXPECT_TRUE(second.empty());
+    // Moved-from buffers are empty and usable again, down to a single byte,
+    // which growing keeps.
+    for (ByteBuffer* moved : {&first, &second}) {
+        moved->resize(1);
+        moved->data()[0] = 9;
+        EXPECT_TRUE(Holds(*moved, {9}));
+        moved->resize(kPooledBufferMin);
+        EXPECT_EQ(moved->data()[0], 9);
+    }
+    third.assign(nullptr, 0);
+    EXPECT_TRUE(third.empty());
 }
 
 TEST(ByteBufferTest, LargeStorageLetGoIsHandedOutAgain) {
