@@ -2,6 +2,8 @@
 // like, and near misses that must not match.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "modules/BSPLogProcessor/crash/CrashKeywords.h"
 #include "modules/BSPLogProcessor/crash/CrashTypes.h"
 
@@ -10,44 +12,34 @@ namespace {
 
 using namespace Minidump;
 
-TEST(CrashKeywords, KernelTablesMatchRealLinesOnly) {
-    EXPECT_EQ(kMinidumpKernelKeywords.find("[ 1.0][ C0] msm_watchdog: QCOM Apps Watchdog bark! "
-                                           "Now = 52.1"),
-              0);
-    EXPECT_EQ(kMinidumpKernelKeywords.find("Unable to handle kernel NULL pointer dereference at "
-                                           "virtual address 0000000000000008"),
-              3);
-    EXPECT_EQ(kMinidumpKernelKeywords.find("Internal error: BRK handler: f2000800 [#1] SMP"), 8);
-    // Lower case, and the BRK handler's other spelling, are not ours.
-    EXPECT_EQ(kMinidumpKernelKeywords.find("unable to handle kernel NULL pointer"), -1);
-    EXPECT_EQ(kMinidumpKernelKeywords.find("Internal error: Oops - BUG: 0 [#1]"), -1);
-    // The limit hides the later entries.
-    EXPECT_EQ(kMinidumpKernelKeywords.find("Fatal error on cpu2", 5), -1);
-    EXPECT_EQ(kMinidumpKernelKeywords.find("Fatal error on cpu2", 6), 5);
-
-    EXPECT_EQ(kKernelBugKeywords.find("kernel BUG at fs/ext4/inode.c:12!"), 1);
-    EXPECT_EQ(kKernelBugKeywords.find("BUG: scheduling while atomic"), -1);
-    EXPECT_EQ(kKernelPanicKeywords.find("Kernel panic - not syncing: Fatal exception"), 0);
-    EXPECT_EQ(kKernelPanicKeywords.find("kernel panic"), -1);
-}
-
-TEST(CrashKeywords, BootLoaderAndTrustZoneTables) {
-    EXPECT_EQ(kUefiLogKeywords.find("PON by smpl"), -1);
-    EXPECT_EQ(kWarmResetXblKeywords.find("S3 OCP\r\n"), static_cast<int>(kXblOcp));
-    EXPECT_EQ(kWarmResetXblKeywords.find("S3 OCP Occured\r\n"), static_cast<int>(kXblOcpDetail));
-    EXPECT_EQ(kWarmResetXblKeywords.find("S3 OCP\n"), -1);
-
-    ASSERT_EQ(kTzResetTypes.size(), 54u);
-    EXPECT_EQ(kTzResetTypes.find("EL3_LEL32_ERR"), 26);
-    EXPECT_EQ(kTzResetTypes.find("EL1_SP_EL0_SYNCH"), 27);
-    EXPECT_EQ(kTzResetTypes.find("EL1_LEL32_ERR"), 42);
-    EXPECT_EQ(kTzResetTypes.find("SEC_WDT_TIMER_TRIGGER"), 50);
-    EXPECT_EQ(kTzResetTypes.find("MON_DATA_ABT"), 53);
-
-    // The stored end mark is not a keyword.
-    EXPECT_EQ(kLastKmsgSummaryKeywords.size(), 11u);
-    EXPECT_EQ(kLastKmsgSummaryKeywords.find("Causing a watchdog bite!"), 6);
-    EXPECT_EQ(kLastKmsgSummaryKeywords.find(kSummaryEnd), -1);
+// The index of the first entry a line contains, case and line end counted,
+// never one past the limit.
+TEST(CrashKeywords, ALineYieldsTheFirstEntryItContainsWithinTheLimit) {
+    constexpr size_t kAll = static_cast<size_t>(-1);
+    const std::tuple<const KeywordList*, std::string, size_t, int> lines[] = {
+            {&kMinidumpKernelKeywords, "[ 1.0][ C0] msm_watchdog: QCOM Apps Watchdog bark! 52.1",
+             kAll, 0},
+            {&kMinidumpKernelKeywords, "Unable to handle kernel NULL pointer dereference at 0x8",
+             kAll, 3},
+            {&kMinidumpKernelKeywords, "Internal error: BRK handler: f2000800 [#1] SMP", kAll, 8},
+            // Lower case, and the BRK handler's other spelling, are not ours.
+            {&kMinidumpKernelKeywords, "unable to handle kernel NULL pointer", kAll, -1},
+            {&kMinidumpKernelKeywords, "Internal error: Oops - BUG: 0 [#1]", kAll, -1},
+            {&kMinidumpKernelKeywords, "Fatal error on cpu2", 5, -1},
+            {&kMinidumpKernelKeywords, "Fatal error on cpu2", 6, 5},
+            {&kKernelBugKeywords, "kernel BUG at fs/ext4/inode.c:12!", kAll, 1},
+            {&kKernelBugKeywords, "BUG: scheduling while atomic", kAll, -1},
+            {&kKernelPanicKeywords, "kernel panic", kAll, -1},
+            {&kWarmResetXblKeywords, "S3 OCP Occured\r\n", kAll, static_cast<int>(kXblOcpDetail)},
+            {&kWarmResetXblKeywords, "S3 OCP\n", kAll, -1},
+            {&kTzResetTypes, "MON_DATA_ABT", kAll, 53},
+            // The summary table's last entry is its end mark, not a keyword.
+            {&kLastKmsgSummaryKeywords, "Fatal error on cpu2", kAll, 10},
+            {&kLastKmsgSummaryKeywords, kSummaryEnd, kAll, -1},
+    };
+    for (const auto& [table, line, limit, index] : lines) {
+        EXPECT_EQ(table->find(line, limit), index) << line;
+    }
 }
 
 TEST(CrashTypes, NamesAndMainTypesAreTheHistorysOwn) {
