@@ -200,15 +200,17 @@ TEST_F(CrashHistoryTest, The513thCrashOverwritesSlotZero) {
     EXPECT_EQ(ModeOf(kMdHistory), 0644u);
 }
 
-// The inspector lists the damage; the next crash restores the second magic,
-// takes the position back into the ring and counts on.
+// The inspector lists the damage and "md_history" skips it; the next crash
+// restores the second magic, takes the position back into the ring and
+// counts on.
 TEST_F(CrashHistoryTest, DamagedHeaderIsListedThenRepairedByTheNextCrash) {
     MakeHistory(5, 0xFFFFFFF0);
     Put32(kCrashHistory, 24, 0x12345678);
     Put16(kCrashHistory, 32 + 2 * 2, 5);
     Put16(kCrashHistory, 100 + 2 * 3, 5);
     PutRecord(0, "fine\n", 5);
-    PutRecord(1, "long\n", 0xFFFFFFFFFFull);
+    PutRecord(1, "long\n", 512);
+    PutRecord(5, "not yet\n", 8);
     const Json::Value tree = Inspect();
     EXPECT_FALSE(tree["valid"].asBool());
     ASSERT_EQ(tree["errors"].size(), 3u) << tree["errors"];
@@ -217,10 +219,12 @@ TEST_F(CrashHistoryTest, DamagedHeaderIsListedThenRepairedByTheNextCrash) {
     EXPECT_EQ(tree["errors"][1].asString(),
               "crash_history_header: next_position 4294967280 does not follow current_num 5 "
               "(expected 5)");
-    EXPECT_EQ(tree["errors"][2].asString(),
-              "record in slot 1: length 1099511627775 does not fit its text");
+    EXPECT_EQ(tree["errors"][2].asString(), "record in slot 1: length 512 does not fit its text");
     EXPECT_EQ(tree["records"][0]["text"].asString(), "fine");
     EXPECT_FALSE(tree["records"][1].isMember("text"));
+    // "md_history" skips it too, and before the first lap ends at current_num.
+    EXPECT_EQ(SyncedMdHistory(), "fine\n");
+    EXPECT_EQ(mLog.count(kTag, "crash_history: record 1 has length 512, skipped"), 1);
 
     Record(2, 3, "cpu_llcc_data_single", "LLCC Data RAM correctable Error");
     EXPECT_EQ(At(24), 0x97B86ADDu);
@@ -254,16 +258,6 @@ TEST_F(CrashHistoryTest, BadMagicStartsOverAndTypesBeyondTheCountersAreNotCounte
                              std::string(399, 'd') + "\n";
     EXPECT_EQ(At(RecordAt(0, 0) + 8, 8), text.size());
     EXPECT_EQ(Get(kCrashHistory, RecordAt(0, 0) + 32, text.size()), text);
-}
-
-TEST_F(CrashHistoryTest, MdHistoryBeforeTheFirstLapSkipsOverlongRecords) {
-    MakeHistory(3, 3);
-    PutRecord(0, "first\n", 6);
-    PutRecord(1, "damaged\n", 512);
-    PutRecord(2, "third\n", 6);
-    PutRecord(3, "not yet\n", 8);
-    EXPECT_EQ(SyncedMdHistory(), "first\nthird\n");
-    EXPECT_EQ(mLog.count(kTag, "crash_history: record 1 has length 512, skipped"), 1);
 }
 
 using CrashReportTest = HistoryTest;
