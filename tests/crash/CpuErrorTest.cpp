@@ -44,7 +44,8 @@ TEST_F(CrashTest, PanicIsKpanicUnlessACpuErrorExplainsIt) {
     Write(kLastCpusys,
           "ERXSTATUS_EL1: cc800002\nEDAC PPI interrupt received\nERXSTATUS_EL1: ce000002\n");
     EXPECT_VERDICT(Parse(), CRASH_CPU_EDAC_CORRECT, "ERXSTATUS_EL1: ce000002");
-    Write(kLastCpusys, "edac_ppi_interrupt_handler: status cc800002\n");
+    // A status on the interrupt's own line is read from the marker on.
+    Write(kLastCpusys, "cpu2: edac_ppi_interrupt_handler: status cc800002\n");
     EXPECT_VERDICT(Parse(), CRASH_CPU_EDAC_UNCORRECT,
                    "edac_ppi_interrupt_handler: status cc800002");
 

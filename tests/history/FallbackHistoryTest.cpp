@@ -55,6 +55,11 @@ TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
     EXPECT_EQ(Get(kMinidump, kItems, item.size()), item);
     EXPECT_EQ(ReadFile(kMdHistory), item);
     EXPECT_EQ(ModeOf(kMdHistory), 0644u);
+    // The header as the log shows it once the item is written.
+    EXPECT_EQ(mLog.count(kTag,
+                         "md_his_header: version 0x1000, magic 0x5453494850444e4d, "
+                         "item_count 1, item_len_max 15k"),
+              1);
 }
 
 TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheAreaAndACrashAddsTheNextItem) {
