@@ -1,41 +1,27 @@
 // Call trace capture from "last_kmsg".
+#include <cstdio>
+#include <fstream>
+
 #include "CrashTestSupport.h"
 
 namespace zelkor::tessel::testing {
 namespace {
 
-// A real arm64 oops (Linux 5.15.109 on QEMU virt, a module writing through a
-// NULL pointer), as posted in a public course repository, given the two
-// bracket prefix the dump's kernel log carries; its abort info and most
-// registers left out.
-constexpr char kRealOops[] =
-        "[  163.745001][  T163] Unable to handle kernel NULL pointer dereference at virtual "
-        "address 0000000000000000\n"
-        "[  163.745009][  T163] Mem abort info:\n"
-        "[  163.745012][  T163]   ESR = 0x0000000096000045\n"
-        "[  163.745044][  T163] Internal error: Oops: 96000045 [#1] SMP\n"
-        "[  163.745047][  T163] Modules linked in: hello(O) faulty(O) scull(O)\n"
-        "[  163.745063][  T163] pc : faulty_write+0x10/0x20 [faulty]\n"
-        "[  163.745067][  T163] lr : vfs_write+0xa8/0x2b0\n"
-        "[  163.745070][  T163] sp : ffffffc008cabd80\n"
-        "[  163.745080][  T163] Call trace:\n"
-        "[  163.745083][  T163]  faulty_write+0x10/0x20 [faulty]\n"
-        "[  163.745087][  T163]  ksys_write+0x68/0x100\n"
-        "[  163.745090][  T163]  __arm64_sys_write+0x1c/0x30\n"
-        "[  163.745093][  T163]  invoke_syscall+0x54/0x130\n"
-        "[  163.745096][  T163]  el0_svc_common.constprop.0+0x44/0xf0\n"
-        "[  163.745099][  T163]  do_el0_svc+0x40/0xa0\n"
-        "[  163.745102][  T163]  el0_svc+0x20/0x60\n"
-        "[  163.745105][  T163]  el0t_64_sync_handler+0xb0/0xc0\n"
-        "[  163.745108][  T163]  el0t_64_sync+0x1a0/0x1a4\n"
-        "[  163.745112][  T163] Code: d2800001 d2800000 d503233f d50323bf (b900003f)\n"
-        "[  163.745116][  T163] ---[ end trace 464f28afd5ab27ca ]---\n";
-
-// Each frame as the line has it after the prefix, indent included.
-constexpr char kRealTrace[] =
-        "  faulty_write+0x10;  ksys_write+0x68;  __arm64_sys_write+0x1c;  invoke_syscall+0x54;"
-        "  el0_svc_common.constprop.0+0x44;  do_el0_svc+0x40;  el0_svc+0x20;"
-        "  el0t_64_sync_handler+0xb0;";
+// The real arm64 oops the end-to-end tests boot with (a module writing
+// through a NULL pointer on QEMU virt), its /dev/kmsg records given the two
+// bracket prefix of the dump's kernel log.
+std::string RealOops() {
+    std::ifstream in(std::string(TESSEL_SOURCE_DIR) + "/tests/data/arm64-null-write-oops.kmsg");
+    std::string text;
+    for (std::string record; std::getline(in, record);) {
+        const unsigned long long usec =
+                std::stoull(record.substr(record.find(',', record.find(',') + 1) + 1));
+        char prefix[40];
+        snprintf(prefix, sizeof(prefix), "[%5llu.%06llu][  T159] ", usec / 1000000, usec % 1000000);
+        text += prefix + record.substr(record.find(';') + 1) + "\n";
+    }
+    return text;
+}
 
 class CalltraceTest : public CrashTest {
   protected:
@@ -49,11 +35,15 @@ class CalltraceTest : public CrashTest {
 };
 
 TEST_F(CalltraceTest, RealArm64OopsGivesItsFirstEightFrames) {
-    Write(kLastKmsg, std::string("[  100.000000][    T1] init: starting service\n") + kRealOops);
+    Write(kLastKmsg, RealOops());
     EXPECT_VERDICT(Parse(), CRASH_KPANIC,
-                   "[  163.745001][  T163] Unable to handle kernel NULL pointer dereference at "
+                   "[  163.745001][  T159] Unable to handle kernel NULL pointer dereference at "
                    "virtual address 0000000000000000");
-    EXPECT_EQ(crash_stacktrace(), kRealTrace);
+    // Each frame as the line has it after the prefix, indent included.
+    EXPECT_EQ(crash_stacktrace(),
+              "  faulty_write+0x14;  ksys_write+0x68;  __arm64_sys_write+0x20;  "
+              "invoke_syscall+0x54;  el0_svc_common.constprop.0+0x44;  do_el0_svc+0x40;  "
+              "el0_svc+0x20;  el0t_64_sync_handler+0xe8;");
 
     // The next classification starts from an empty trace.
     Write(kLastKmsg, "[    1.0][    T1] Kernel panic - not syncing: no trace\n");

@@ -22,20 +22,6 @@ TEST(CpuErrorLine, MarkersMapToTheirSubTypes) {
     for (const auto& [line, type] : lines) EXPECT_EQ(cpu_error_type_of_line(line), type) << line;
 }
 
-TEST_F(CrashTest, CpusysEdacStatusCountsOnlyAfterTheInterrupt) {
-    Verdict v;
-    const auto detect = [&](const std::string& text) {
-        Write(kLastCpusys, text);
-        return detect_cpu_edac_in_cpusys(v.mainType, v.subType, v.reason, v.detail);
-    };
-    EXPECT_FALSE(detect("ERXSTATUS_EL1: ce000002\nidle\n"));
-    ASSERT_TRUE(detect(
-            "ERXSTATUS_EL1: ce000002\nEDAC PPI interrupt received\nERXSTATUS_EL1: cc800002\n"));
-    EXPECT_VERDICT(v, CRASH_CPU_EDAC_UNCORRECT, "ERXSTATUS_EL1: cc800002");
-    ASSERT_TRUE(detect("edac_ppi_interrupt_handler: status ce000002\n"));
-    EXPECT_EQ(v.subType, CRASH_CPU_EDAC_CORRECT);
-}
-
 TEST_F(CrashTest, PanicIsKpanicUnlessACpuErrorExplainsIt) {
     const std::string panic = "[ 9.0][ T1] Kernel panic - not syncing: Asynchronous SError\n";
     Write(kLastKmsg, panic);
@@ -50,9 +36,18 @@ TEST_F(CrashTest, PanicIsKpanicUnlessACpuErrorExplainsIt) {
     EXPECT_VERDICT(Parse(), CRASH_CPU_EDAC_UNCORRECT,
                    "TZBSP_EC_EDAC_STATUS  ARM EDAC CPU 2 ERXSTATUS_EL1 = 0xcc800002 "
                    "ERXMISC0_EL1 = 0x30000000");
-    // ...unless "last_cpusys" has one first.
-    Write(kLastCpusys, "EDAC PPI interrupt received\nERXSTATUS_EL1: ce000002\n");
+    // ...unless "last_cpusys" has one first, a status counting only after
+    // the interrupt.
+    Write(kLastCpusys, "ERXSTATUS_EL1: cc800002\nidle\n");
+    EXPECT_EQ(Parse().subType, CRASH_CPU_EDAC_UNCORRECT);
+    EXPECT_EQ(Parse().detail.rfind("TZBSP_EC_EDAC_STATUS", 0), 0u);
+    Write(kLastCpusys,
+          "ERXSTATUS_EL1: cc800002\nEDAC PPI interrupt received\nERXSTATUS_EL1: ce000002\n");
     EXPECT_VERDICT(Parse(), CRASH_CPU_EDAC_CORRECT, "ERXSTATUS_EL1: ce000002");
+    // A status on the interrupt's own line is read from the marker on.
+    Write(kLastCpusys, "cpu2: edac_ppi_interrupt_handler: status cc800002\n");
+    EXPECT_VERDICT(Parse(), CRASH_CPU_EDAC_UNCORRECT,
+                   "edac_ppi_interrupt_handler: status cc800002");
 
     // The kernel log's own CPU errors come first, by table order, not
     // position, wherever they stand around the panic.

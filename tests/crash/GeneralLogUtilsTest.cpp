@@ -66,7 +66,6 @@ TEST_F(LogUtilsTest, OnlyTheFiveHighestBootIndexesStay) {
     EXPECT_NE(Listing().find("#6.txt"), std::string::npos);
 
     EXPECT_EQ(GeneralLogUtils::retainMaxBootIndexFiles("/dev/missing"), -1);
-    EXPECT_EQ(GeneralLogUtils::compareBootIndex("Other_Ufilog_3.txt", "Other_Ufilog_8.txt"), 5);
 }
 
 TEST_F(LogUtilsTest, BootIndexIsTheFirstNumberOfItsLine) {

@@ -35,22 +35,17 @@ class FallbackHistoryTest : public HistoryTest {
     }
 };
 
-TEST_F(FallbackHistoryTest, SummaryIsTheLineOfTheEarliestKeyword) {
-    EXPECT_EQ(last_kmsg_summary(), "");
+TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
+    WriteText(kPowerup, "reboot\n");
+    // The summary is the line of the keyword that comes first in the table.
     WriteText(kLastKmsgFile,
               "[    9.000000][  T1] Kernel panic - not syncing: Oops\r\n"
               "[    8.000000][  T1] Unable to handle kernel paging request at 0x0\n"
               "[    8.000001][  T1] Trigger a crash\n");
-    EXPECT_EQ(last_kmsg_summary(),
-              "[    8.000000][  T1] Unable to handle kernel paging request at 0x0");
-}
-
-TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
-    WriteText(kPowerup, "reboot\n");
-    WriteText(kLastKmsgFile, "[    8.000001][  T1] Trigger a crash\n");
     Run(true);
 
-    const std::string item = Item(1, "reboot", "[    8.000001][  T1] Trigger a crash");
+    const std::string item =
+            Item(1, "reboot", "[    8.000000][  T1] Unable to handle kernel paging request at 0x0");
     const uint64_t next = kItems + item.size();
     EXPECT_EQ(GetLE(kMinidump, kArea, 4), 4096u);
     EXPECT_EQ(Get(kMinidump, kArea + 4, 8), "MNDPHIST");
@@ -60,11 +55,11 @@ TEST_F(FallbackHistoryTest, NewCrashInitialisesTheAreaAndAddsAnItem) {
     EXPECT_EQ(Get(kMinidump, kItems, item.size()), item);
     EXPECT_EQ(ReadFile(kMdHistory), item);
     EXPECT_EQ(ModeOf(kMdHistory), 0644u);
-    EXPECT_EQ(mLog.count(kTag, "find new crash , write to minidump history in partition first"), 1);
-    std::ostringstream after;
-    after << "md_his_header: version 0x1000, magic 0x5453494850444e4d, item_count 1, "
-          << "item_len_max 15k, next_off 0x" << std::hex << next << ", full 0";
-    EXPECT_TRUE(mLog.contains(kTag, after.str()));
+    // The header as the log shows it once the item is written.
+    EXPECT_EQ(mLog.count(kTag,
+                         "md_his_header: version 0x1000, magic 0x5453494850444e4d, "
+                         "item_count 1, item_len_max 15k"),
+              1);
 }
 
 TEST_F(FallbackHistoryTest, NormalBootOnlyCopiesTheAreaAndACrashAddsTheNextItem) {
@@ -105,6 +100,8 @@ TEST_F(FallbackHistoryTest, ItemsStartOverWhenTheSpaceEndsOrThePositionIsOffIt) 
     for (auto [count, next, full] : {std::tuple{7u, kMinidumpSize - 10, 1u}, {3u, 0x10ul, 0u}}) {
         MakeImage(kMinidump, kMinidumpSize);
         PutHeader(count, next);
+        // The summary table's end mark is not a keyword.
+        WriteText(kLastKmsgFile, "[    1.000000][  T1] End of keyword\n");
         Run(true);
         const std::string item = Item(count + 1, "");
         EXPECT_EQ(Get(kMinidump, kItems, item.size()), item);
