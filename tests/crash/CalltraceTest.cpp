@@ -9,7 +9,9 @@ namespace {
 
 // The real arm64 oops the end-to-end tests boot with (a module writing
 // through a NULL pointer on QEMU virt), its /dev/kmsg records given the two
-// bracket prefix of the dump's kernel log.
+// bracket prefix of the dump's kernel log. Converted here rather than with
+// parse_kmsg_record, which drops the blanks that begin a message: the dump's
+// log keeps them, and the frames' indent is part of the call trace.
 std::string RealOops() {
     std::ifstream in(std::string(TESSEL_SOURCE_DIR) + "/tests/data/arm64-null-write-oops.kmsg");
     std::string text;
