@@ -58,7 +58,7 @@ TEST_F(BinderE2ETest, DaemonServesTransfersAndADeadPeerGivesAnErrorNotAHang) {
     // Frozen, the peer accepts the call but never answers; killing it then ends
     // the daemon's call in the middle.
     const size_t received = Count(daemon->err(), "action " + ping);
-    peer->signal(SIGSTOP);
+    ASSERT_TRUE(peer->stop());
     EXPECT_EQ(Ctl({"transfer", ping, "{}"}).status, 0);
     ASSERT_TRUE(WaitFor([&] { return Count(daemon->err(), "action " + ping) > received; }))
             << daemon->err();

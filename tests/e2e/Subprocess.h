@@ -122,6 +122,17 @@ class Subprocess {
     void signal(int sig) {
         if (running()) kill(mPid, sig);
     }
+    // Stops the process and returns once all its threads have stopped: after
+    // kill() alone a thread may still run on for a moment.
+    bool stop() {
+        if (!running()) return false;
+        kill(mPid, SIGSTOP);
+        int status = 0;
+        if (waitpid(mPid, &status, WUNTRACED) != mPid) return false;
+        if (WIFSTOPPED(status)) return true;
+        keepExitStatus(status);
+        return false;
+    }
 
     std::string out() const {
         return ReadWholeFile(mOut);
@@ -135,9 +146,12 @@ class Subprocess {
         if (mExited) return true;
         int status = 0;
         if (waitpid(mPid, &status, WNOHANG) != mPid) return false;
+        keepExitStatus(status);
+        return true;
+    }
+    void keepExitStatus(int status) {
         mExited = true;
         mStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        return true;
     }
 
     std::string mOut, mErr, mSanitizerLog;
