@@ -180,5 +180,37 @@ TEST(KillDuringBootRunE2ETest, CrashTakenUpAgainSkipsTheStepsItsNoteListsAsDone)
     EXPECT_FALSE(std::filesystem::exists(root.Host(Minidump::kPendingCrashFile)));
 }
 
+// A run that died between marking the dump and stamping its time left a taken
+// dump without a time; the note holds the time it was stamping (another
+// second than the next run's). The next run takes the crash up, records it
+// once and stamps that time.
+TEST(KillDuringBootRunE2ETest, ATakenDumpWithoutItsTimeIsTakenUpWithTheNotesTime) {
+    KilledRoot root;
+    ASSERT_TRUE(root.BootKilledAt(std::string("[2]timestamp=")));
+    const Json::Value slot = root.Inspect(root.Host(kBlackbox))["minidump"]["slots"][0];
+    ASSERT_TRUE(slot["parsed"].asBool());
+    const std::string note = root.Read(Minidump::kPendingCrashFile);
+    const std::string stamped = " " + slot["time"].asString() + "\n";
+    ASSERT_GT(note.size(), stamped.size());
+    ASSERT_EQ(note.substr(note.size() - stamped.size()), stamped) << note;
+    const std::string time = "2026-01-02 03:04:05";
+    root.Put(Minidump::kPendingCrashFile,
+             note.substr(0, note.size() - stamped.size()) + " " + time + "\n");
+    {
+        std::fstream image(root.Host(kBlackbox), std::ios::in | std::ios::out | std::ios::binary);
+        image.seekp(static_cast<std::streamoff>(slot["offset"].asUInt64() + 56));
+        image.write(std::string(20, '\0').data(), 20);
+        ASSERT_TRUE(image.good());
+    }
+
+    const std::string log = root.Boot();
+    EXPECT_NE(log.find("was taken by a run that did not record its crash"), std::string::npos)
+            << log;
+    EXPECT_NE(log.find("[2]timestamp=" + time), std::string::npos) << log;
+    EXPECT_EQ(root.Inspect(root.Host(kBlackbox))["minidump"]["slots"][0]["time"].asString(), time);
+    EXPECT_EQ(root.Events().size(), 1u);
+    EXPECT_EQ(root.MdHistory().size(), 1u);
+}
+
 }  // namespace
 }  // namespace zelkor::tessel::testing

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "modules/BSPLogProcessor/Minidump.h"
 #include "modules/BSPLogProcessor/MinidumpLog.h"
@@ -19,6 +20,24 @@ namespace zelkor::tessel::Minidump {
 using namespace blackbox;
 
 namespace {
+
+// Whether the dump is a v2 one that has no time of its own yet.
+bool TimeMissing() {
+    const RunState& state = State();
+    return state.dump.version == kDumpVersion2 && state.dumpV2.time[0] == '\0';
+}
+
+// Writes `time` into the v2 extension of the dump.
+bool StampTime(int fd, int64_t slot, const std::string& time) {
+    RunState& state = State();
+    strncpy(state.dumpV2.time, time.c_str(), sizeof(state.dumpV2.time) - 1);
+    if (write_at(fd, slot + sizeof(dump_header), state.dumpV2.time, sizeof(state.dumpV2.time)) <
+        0) {
+        MD_LOGE("write dump time fail %d(%s)\n", errno, strerror(errno));
+        return false;
+    }
+    return true;
+}
 
 // Marks the dump as taken, so that the next boot does not report it again,
 // and stamps the run's time into a v2 dump that came without one.
@@ -36,15 +55,7 @@ bool MarkTaken(int fd, int64_t slot) {
     if (!platform::SetProperty(kMinidumpValidProperty, "1")) {
         MD_LOGE("minidump set is.valid 1 fail %d(%s)\n", errno, strerror(errno));
     }
-    if (state.dump.version == kDumpVersion2 && state.dumpV2.time[0] == '\0') {
-        strncpy(state.dumpV2.time, state.timeText.c_str(), sizeof(state.dumpV2.time) - 1);
-        if (write_at(fd, slot + sizeof(dump_header), state.dumpV2.time, sizeof(state.dumpV2.time)) <
-            0) {
-            MD_LOGE("write dump time fail %d(%s)\n", errno, strerror(errno));
-            return false;
-        }
-    }
-    return true;
+    return !TimeMissing() || StampTime(fd, slot, state.timeText);
 }
 
 // The dump being taken, as the note of a pending crash names it; the time is
@@ -74,9 +85,17 @@ bool TakeNewestDump(int fd, int64_t slot) {
         return true;
     }
     PendingCrash pending;
-    if (!read_pending_crash(&pending) || !pending.sameDump(dump)) return true;
+    if (!read_pending_crash(&pending)) return true;
+    // A run that died between the mark and the time left a taken dump without
+    // its time: the note holds the time that run was stamping.
+    PendingCrash marked = dump;
+    if (TimeMissing()) marked.time = pending.time;
+    if (!pending.sameDump(marked)) return true;
     MD_LOGI("dump at 0x%lx was taken by a run that did not record its crash, recording it now\n",
             static_cast<unsigned long>(slot));
+    // A failed stamp is logged and costs nothing else: the run records the
+    // crash with the note's time all the same.
+    if (TimeMissing()) StampTime(fd, slot, pending.time);
     set_run_pending_crash(pending);
     state.newCrash = true;
     if (!platform::SetProperty(kMinidumpValidProperty, "1")) {
