@@ -58,16 +58,15 @@ bool MarkTaken(int fd, int64_t slot) {
     return !TimeMissing() || StampTime(fd, slot, state.timeText);
 }
 
-// The dump being taken, as the note of a pending crash names it; the time is
-// the one the dump holds once it is marked.
-PendingCrash DumpBeingTaken(int64_t slot) {
+// The dump being taken, as the note of a pending crash names it: with its
+// own time, or `stampedTime` when it has none yet.
+PendingCrash DumpBeingTaken(int64_t slot, const std::string& stampedTime) {
     const RunState& state = State();
     PendingCrash dump;
     dump.inBlackbox = dump_area_in_blackbox();
     dump.slot = slot;
     dump.bootIndex = state.dumpV2.boot_index;
-    dump.time = state.dumpV2.time;
-    if (state.dump.version == kDumpVersion2 && dump.time.empty()) dump.time = state.timeText;
+    dump.time = TimeMissing() ? stampedTime : state.dumpV2.time;
     return dump;
 }
 
@@ -76,21 +75,20 @@ PendingCrash DumpBeingTaken(int64_t slot) {
 // run that marked it did not record its crash.
 bool TakeNewestDump(int fd, int64_t slot) {
     RunState& state = State();
-    const PendingCrash dump = DumpBeingTaken(slot);
     if (strncmp(state.dump.parse_mark, kParsedMark, sizeof(state.dump.parse_mark)) != 0) {
+        const PendingCrash dump = DumpBeingTaken(slot, state.timeText);
         write_pending_crash(dump);
         set_run_pending_crash(dump);
         if (!MarkTaken(fd, slot)) return false;
         if (fdatasync(fd) != 0) MD_LOGE("sync parse mark fail %d(%s)\n", errno, strerror(errno));
         return true;
     }
-    PendingCrash pending;
-    if (!read_pending_crash(&pending)) return true;
     // A run that died between the mark and the time left a taken dump without
     // its time: the note holds the time that run was stamping.
-    PendingCrash marked = dump;
-    if (TimeMissing()) marked.time = pending.time;
-    if (!pending.sameDump(marked)) return true;
+    PendingCrash pending;
+    if (!read_pending_crash(&pending) || !pending.sameDump(DumpBeingTaken(slot, pending.time))) {
+        return true;
+    }
     MD_LOGI("dump at 0x%lx was taken by a run that did not record its crash, recording it now\n",
             static_cast<unsigned long>(slot));
     // A failed stamp is logged and costs nothing else: the run records the
