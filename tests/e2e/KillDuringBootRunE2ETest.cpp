@@ -11,6 +11,7 @@
 
 #include "BootRunRoot.h"
 #include "modules/BSPLogProcessor/minidump/PendingCrash.h"
+#include "modules/blackbox/BlackboxLayout.h"
 
 namespace zelkor::tessel::testing {
 namespace {
@@ -198,8 +199,10 @@ TEST(KillDuringBootRunE2ETest, ATakenDumpWithoutItsTimeIsTakenUpWithTheNotesTime
              note.substr(0, note.size() - stamped.size()) + " " + time + "\n");
     {
         std::fstream image(root.Host(kBlackbox), std::ios::in | std::ios::out | std::ios::binary);
-        image.seekp(static_cast<std::streamoff>(slot["offset"].asUInt64() + 56));
-        image.write(std::string(20, '\0').data(), 20);
+        image.seekp(static_cast<std::streamoff>(slot["offset"].asUInt64() +
+                                                sizeof(blackbox::dump_header)));
+        const blackbox::dump_header_v2 noTime{};
+        image.write(noTime.time, sizeof(noTime.time));
         ASSERT_TRUE(image.good());
     }
 
